@@ -26,8 +26,8 @@ struct VRDeviceLimits {
     CGSize maxPhotoSize;
     CGSize maxVideoSize;
     CGSize minLivePhotoVideoSize;
-    // The limits of a device class (0 to 4).
-    static VRDeviceLimits limitsForDeviceClass(unsigned deviceClass);
+    // This machine's limits, by its device class.
+    static VRDeviceLimits currentDevice();
 };
 
 struct VRResolveRequest {
