@@ -58,13 +58,13 @@ VRFormat VRFormat::formatWithType(std::uint64_t type, float compression) {
     return VRFormat(type, compression);
 }
 
-VRFormat VRFormat::formatWithType(std::uint64_t type, std::uint64_t mediaType) {
+VRFormat VRFormat::formatWithTypeMediaType(std::uint64_t type, std::uint64_t mediaType) {
     const bool lossy = type == VRFormatTypeJPEG || type == VRFormatTypeHEIC;
     return VRFormat(type, mediaType, lossy ? 0.85f : 1.0f);
 }
 
 VRFormat VRFormat::formatWithType(std::uint64_t type) {
-    return formatWithType(type, std::uint64_t{VRFormatMediaTypePhoto});
+    return formatWithTypeMediaType(type, VRFormatMediaTypePhoto);
 }
 
 VRFormat VRFormat::formatFromUTI(const std::string& uti) {
@@ -126,9 +126,10 @@ std::vector<VRFormat> VRFormat::availableFormats(unsigned deviceClass,
     return formats;
 }
 
-std::vector<VRFormat> VRFormat::availableFormatsWithMediaType(std::uint64_t mediaType) {
+std::vector<VRFormat> VRFormat::availableFormatsWithMediaType(std::uint64_t mediaType,
+                                                              const std::vector<VRFormat>& from) {
     std::vector<VRFormat> result;
-    for (const VRFormat& format : availableFormats()) {
+    for (const VRFormat& format : from) {
         if (format.type() == VRFormatTypeAuto || format.mediaType() == mediaType)
             result.push_back(format);
     }

@@ -270,8 +270,7 @@ VRErrorRef VRLimitVerdict::error() const {
 namespace VXHelper {
 
 VRResolvedOutput resolveOutput(const VRResolveRequest& request) {
-    const VRDeviceLimits limits =
-        request.limits ? *request.limits : VRDeviceLimits::currentDevice();
+    const VRDeviceLimits& limits = request.limits;
     const VRAdjustAssetState empty;
     const VRAdjustAssetState& adjust = request.adjustState ? *request.adjustState : empty;
     if (request.mediaType == VRFormatMediaTypeVideo || request.livePhotoVideo)
