@@ -58,6 +58,15 @@ TEST(VRFormat, TypeTable) {
     EXPECT_EQ(VRFormat(6, 0.5f).mediaType(), VRFormatMediaTypeVideo);
 }
 
+TEST(VRFormat, MediaTypeTitles) {
+    EXPECT_EQ(titleForMediaType(VRFormatMediaTypePhoto), "Photo");
+    EXPECT_EQ(titleForMediaType(VRFormatMediaTypeVideo), "Video");
+    EXPECT_EQ(titleForMediaType(VRFormatMediaTypePhoto, true), "P");
+    EXPECT_EQ(titleForMediaType(VRFormatMediaTypeVideo, true), "V");
+    EXPECT_EQ(titleForMediaType(0), "");
+    EXPECT_EQ(titleForMediaType(3, true), "");
+}
+
 TEST(VRFormat, CompressionClampsAndEqualityIgnoresMediaType) {
     VRFormat f = VRFormat::formatWithType(VRFormatTypeJPEG);
     EXPECT_EQ(f.compressionPercent(), 85u);
