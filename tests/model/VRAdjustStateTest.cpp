@@ -95,15 +95,6 @@ TEST(VRAdjustState, AddUndoAndReset) {
     EXPECT_TRUE(adjust.stateArrays().empty());
 }
 
-TEST(VRAdjustState, CopiesShareNoChangingArray) {
-    VRAdjustState adjust;
-    adjust.addState(state(kTurned, kRed), "a");
-    const VRAdjustState copy = adjust;
-    adjust.addState(state(kTurned, kRed, {3, 3}), "a");
-    EXPECT_EQ(copy.stateArrays().at("a").size(), 1u);
-    EXPECT_EQ(adjust.stateArrays().at("a").size(), 2u);
-}
-
 TEST(VRAdjustState, Emptiness) {
     struct Case {
         const char* what;
