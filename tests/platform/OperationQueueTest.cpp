@@ -107,11 +107,13 @@ TEST(OperationQueue, WidthBoundsHowManyOperationsRunAtOnce) {
         std::atomic<int> overlapped{0};
         const int total = 3 * c.expectedWidth;
         for (int i = 0; i < total; ++i) {
-            queue.addOperationWithBlock([&, width = c.expectedWidth] {
+            queue.addOperationWithBlock([&, width = c.expectedWidth, total] {
                 Occupancy::Scope scope(occupancy);
                 arrived.notify();
                 // The first `width` operations can only pass together.
                 if (arrived.waitFor(width)) ++overlapped;
+                // Linger, so that a queue running more than `width` would show it in the peak.
+                arrived.waitFor(total, 20ms);
             });
         }
         queue.waitUntilAllOperationsAreFinished();
