@@ -278,23 +278,28 @@ TEST(DispatchQueue, DestroyingAQueueDropsBlocksThatHaveNotStarted) {
 }
 
 TEST(DispatchQueue, GlobalQueuesRunBlocksAndTreatBarriersAsPlainBlocks) {
-    for (auto qos : {DispatchQoS::background, DispatchQoS::utility, DispatchQoS::defaultQoS,
-                     DispatchQoS::userInitiated, DispatchQoS::userInteractive}) {
-        auto& queue = DispatchQueue::global(qos);
+    const DispatchQoS classes[] = {DispatchQoS::background, DispatchQoS::utility,
+                                   DispatchQoS::defaultQoS, DispatchQoS::userInitiated,
+                                   DispatchQoS::userInteractive};
+    Signal plainRunning[std::size(classes)], release[std::size(classes)], finished, barriers;
+    int barriersRan = 0;
+    for (std::size_t i = 0; i < std::size(classes); ++i) {
+        auto& queue = DispatchQueue::global(classes[i]);
         EXPECT_TRUE(queue.isConcurrent());
-        EXPECT_EQ(&queue, &DispatchQueue::global(qos));
-        Signal plainRunning, barrierRan;
-        Signal release;
-        queue.async([&] {
-            plainRunning.notify();
-            release.waitFor();
+        EXPECT_EQ(&queue, &DispatchQueue::global(classes[i]));
+        queue.async([&, i] {
+            plainRunning[i].notify();
+            release[i].waitFor();
+            finished.notify();
         });
-        ASSERT_TRUE(plainRunning.waitFor());
+        ASSERT_TRUE(plainRunning[i].waitFor());
         // Holding back on a process-wide queue would stall unrelated work.
-        queue.asyncBarrier([&] { barrierRan.notify(); });
-        EXPECT_TRUE(barrierRan.waitFor());
-        release.notify();
+        queue.asyncBarrier([&] { barriers.notify(); });
+        if (barriers.waitFor(static_cast<int>(i) + 1)) ++barriersRan;
+        release[i].notify();
     }
+    EXPECT_EQ(barriersRan, static_cast<int>(std::size(classes)));
+    EXPECT_TRUE(finished.waitFor(static_cast<int>(std::size(classes))));
 }
 
 TEST(MainRunLoop, BlocksFromOtherThreadsRunOnTheMainThread) {
