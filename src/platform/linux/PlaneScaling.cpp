@@ -95,12 +95,17 @@ struct Ring {
     std::uint8_t* data = nullptr;
     std::size_t stride = 0;
     unsigned mask = 0;
-    std::size_t bytes() const { return stride * (static_cast<std::size_t>(mask) + 1); }
+    std::size_t rows = 0;
+    std::size_t bytes() const { return stride * rows; }
 };
 
-Ring ringFor(unsigned lines, std::size_t width, std::size_t bytesPerSample) {
+// A ring of the lines zimg asks for; all of them when it needs the whole plane.
+Ring ringFor(unsigned lines, std::size_t width, std::size_t height, std::size_t bytesPerSample) {
     Ring r;
     r.mask = zimg_select_buffer_mask(lines);
+    r.rows = r.mask == ZIMG_BUFFER_MAX ? height
+                                       : std::min<std::size_t>(static_cast<std::size_t>(r.mask) + 1,
+                                                               (std::size_t{1} << 31));
     r.stride = alignUp(width * bytesPerSample);
     return r;
 }
@@ -156,8 +161,8 @@ vImage_Error checkView(const vImage_Buffer* v, Form form) {
 // Bytes of the caller's temporary buffer: zimg's own, and the two rings, 64-byte aligned
 // inside a buffer that may itself be unaligned.
 std::size_t tempSize(const Graph& g, const vImage_Buffer* src, const vImage_Buffer* dest, Form form) {
-    Ring in = ringFor(g.inputLines, src->width, form.bytesPerSample);
-    Ring out = ringFor(g.outputLines, dest->width, form.bytesPerSample);
+    Ring in = ringFor(g.inputLines, src->width, src->height, form.bytesPerSample);
+    Ring out = ringFor(g.outputLines, dest->width, dest->height, form.bytesPerSample);
     return kAlign + alignUp(g.tmpSize) + alignUp(in.bytes()) + alignUp(out.bytes());
 }
 
@@ -197,8 +202,10 @@ vImage_Error scale(const vImage_Buffer* src, const vImage_Buffer* dest, void* te
     auto* base = reinterpret_cast<std::uint8_t*>(
         alignUp(reinterpret_cast<std::uintptr_t>(tempBuffer)));
     std::uint8_t* zimgTmp = base;
-    ChannelAccess in{src, form, 0, ringFor(graph->inputLines, src->width, form.bytesPerSample)};
-    ChannelAccess out{dest, form, 0, ringFor(graph->outputLines, dest->width, form.bytesPerSample)};
+    ChannelAccess in{src, form, 0,
+                     ringFor(graph->inputLines, src->width, src->height, form.bytesPerSample)};
+    ChannelAccess out{dest, form, 0,
+                      ringFor(graph->outputLines, dest->width, dest->height, form.bytesPerSample)};
     in.ring.data = zimgTmp + alignUp(graph->tmpSize);
     out.ring.data = in.ring.data + alignUp(in.ring.bytes());
 
