@@ -27,25 +27,28 @@ AVAssetTrackRef onlyTrack(const AVAssetRef& asset, const char* mediaType) {
 // three kinds reads back with every track's type and properties.
 TEST(MediaAssetMediaTest, TracksOfARotatedMovieWithSoundAndTimecode) {
     testing_support::TestHome home;
-    std::string plain = makeMovie(
-        home, "plain.mov",
-        "-f lavfi -i testsrc2=size=160x120:rate=25 -f lavfi -i sine=frequency=440:sample_rate=48000 "
-        "-t 1 -c:v libx264 -pix_fmt yuv420p -c:a aac -b:a 96k -timecode 01:00:00:00");
+    std::string plain =
+        makeMovie(home, "plain.mov",
+                  "-f lavfi -i testsrc2=size=160x120:rate=25 -f lavfi -i "
+                  "sine=frequency=440:sample_rate=48000 "
+                  "-t 1 -c:v libx264 -pix_fmt yuv420p -c:a aac -b:a 96k -timecode 01:00:00:00");
     ASSERT_FALSE(plain.empty());
     // The display matrix is written when the stream is copied.
-    std::string path = makeMovie(home, "a.mov",
-                                 "-i '" + plain + "' -map 0 -c copy -metadata:s:v:0 rotate=90 "
-                                 "-metadata creation_time=2020-01-02T03:04:05Z -metadata date=2019 "
-                                 "-movflags use_metadata_tags "
-                                 "-metadata com.apple.quicktime.software=Tester");
+    std::string path =
+        makeMovie(home, "a.mov",
+                  "-i '" + plain +
+                      "' -map 0 -c copy -metadata:s:v:0 rotate=90 "
+                      "-metadata creation_time=2020-01-02T03:04:05Z -metadata date=2019 "
+                      "-movflags use_metadata_tags "
+                      "-metadata com.apple.quicktime.software=Tester");
     ASSERT_FALSE(path.empty());
     AVAssetRef asset = AVAsset::assetWithURL(path);
     auto tracks = asset->loadTracks();
     ASSERT_TRUE(tracks.ok());
     std::vector<std::string> types;
     for (const auto& t : tracks.value()) types.push_back(t->mediaType());
-    EXPECT_EQ(types, (std::vector<std::string>{AVMediaTypeVideo, AVMediaTypeAudio,
-                                               AVMediaTypeTimecode}));
+    EXPECT_EQ(types,
+              (std::vector<std::string>{AVMediaTypeVideo, AVMediaTypeAudio, AVMediaTypeTimecode}));
 
     AVAssetTrackRef video = onlyTrack(asset, AVMediaTypeVideo);
     ASSERT_TRUE(video);
@@ -127,8 +130,8 @@ TEST(MediaAssetMediaTest, TenBitHLGSourceIsHDR) {
 // pictures has no video track.
 TEST(MediaAssetMediaTest, BadFilesFailEveryLoad) {
     testing_support::TestHome home;
-    std::string good = makeMovie(home, "good.mov",
-                                 "-f lavfi -i testsrc2=size=64x48:rate=10 -t 1 -c:v libx264");
+    std::string good =
+        makeMovie(home, "good.mov", "-f lavfi -i testsrc2=size=64x48:rate=10 -t 1 -c:v libx264");
     ASSERT_FALSE(good.empty());
     std::string truncated = home.path("truncated.mov");
     {
@@ -159,8 +162,8 @@ TEST(MediaAssetMediaTest, BadFilesFailEveryLoad) {
         EXPECT_FALSE(asset->loadMetadata().ok());
         EXPECT_FALSE(asset->loadDuration().ok());
     }
-    std::string sound = makeMovie(home, "sound.m4a",
-                                  "-f lavfi -i sine=sample_rate=44100 -t 0.5 -c:a aac");
+    std::string sound =
+        makeMovie(home, "sound.m4a", "-f lavfi -i sine=sample_rate=44100 -t 0.5 -c:a aac");
     AVAssetRef audioOnly = AVAsset::assetWithURL(sound);
     auto videos = audioOnly->loadTracksWithMediaType(AVMediaTypeVideo);
     ASSERT_TRUE(videos.ok());

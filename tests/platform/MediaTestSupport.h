@@ -21,8 +21,8 @@ namespace media_test {
 inline std::string makeMovie(const testing_support::TestHome& home, const std::string& name,
                              const std::string& arguments) {
     std::string path = home.path(name);
-    std::string command = "ffmpeg -nostdin -hide_banner -v error -y " + arguments + " '" + path +
-                          "' 2>&1";
+    std::string command =
+        "ffmpeg -nostdin -hide_banner -v error -y " + arguments + " '" + path + "' 2>&1";
     std::string output;
     int status = testing_support::runCommand(command, &output);
     if (status != 0) {
@@ -35,9 +35,8 @@ inline std::string makeMovie(const testing_support::TestHome& home, const std::s
 // ffprobe's compact output for the arguments (e.g. "-show_streams"), one "key=value" per line.
 inline std::string probe(const std::string& path, const std::string& arguments) {
     std::string output;
-    testing_support::runCommand("ffprobe -v error " + arguments + " -of default=nw=1 '" + path +
-                                    "' 2>&1",
-                                &output);
+    testing_support::runCommand(
+        "ffprobe -v error " + arguments + " -of default=nw=1 '" + path + "' 2>&1", &output);
     return output;
 }
 

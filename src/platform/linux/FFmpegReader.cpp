@@ -297,8 +297,6 @@ bool AVAssetReaderTrackOutput::Impl::start(const std::string& path, ErrorRef* er
                                    "The decoder could not open: " + ffmpeg_support::errorText(ret));
         return false;
     }
-    bool fullRange = st->codecpar->color_range == AVCOL_RANGE_JPEG;
-    code = chooseCode(requested, st->codecpar->format, fullRange);
     thread = std::thread([this] { decodeLoop(); });
     return true;
 }
@@ -373,6 +371,8 @@ CMSampleBufferRef AVAssetReaderTrackOutput::Impl::nextDecoded() {
 CVPixelBufferRef AVAssetReaderTrackOutput::Impl::convert(AVFrame* f, ErrorRef* error) {
     const bool fullRange = f->color_range == AVCOL_RANGE_JPEG || f->format == AV_PIX_FMT_YUVJ420P;
     const OSType native = ffmpeg_support::nativeCodeOf(f->format, fullRange);
+    // The first frame says what the decoder gives; the header alone often does not.
+    if (code == 0) code = chooseCode(requested, f->format, fullRange);
     const auto w = static_cast<std::size_t>(f->width), h = static_cast<std::size_t>(f->height);
     if (native == code && (f->format == AV_PIX_FMT_NV12 || f->format == AV_PIX_FMT_P010LE ||
                            f->format == AV_PIX_FMT_BGRA)) {
