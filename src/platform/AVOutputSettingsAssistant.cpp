@@ -13,8 +13,8 @@ std::vector<std::string> AVOutputSettingsAssistant::availableOutputSettingsPrese
     return names;
 }
 
-std::shared_ptr<AVOutputSettingsAssistant> AVOutputSettingsAssistant::outputSettingsAssistantWithPreset(
-    const std::string& presetName) {
+std::shared_ptr<AVOutputSettingsAssistant>
+AVOutputSettingsAssistant::outputSettingsAssistantWithPreset(const std::string& presetName) {
     const OutputSettingsPreset* preset = outputSettingsPresetNamed(presetName);
     if (!preset) return nullptr;
     return std::shared_ptr<AVOutputSettingsAssistant>(new AVOutputSettingsAssistant(*preset));
@@ -74,7 +74,8 @@ std::optional<PlistDictionary> AVOutputSettingsAssistant::videoSettings() const 
     if (*profile) compression[AVVideoProfileLevelKey] = profile;
     if (fps > 0) compression[AVVideoExpectedSourceFrameRateKey] = fps;
     double keyInterval = std::round((fps > 0 ? fps : 30.0) * _preset.keyFrameIntervalSeconds);
-    compression[AVVideoMaxKeyFrameIntervalKey] = static_cast<std::int64_t>(std::max(1.0, keyInterval));
+    compression[AVVideoMaxKeyFrameIntervalKey] =
+        static_cast<std::int64_t>(std::max(1.0, keyInterval));
     if (*_preset.encoderSpeedPreset) {
         compression[UWVideoEncoderSpeedPresetKey] = _preset.encoderSpeedPreset;
     }

@@ -26,13 +26,13 @@ class AVOutputSettingsAssistant {
     void setSourceVideoMinFrameDuration(CMTime duration) { _minFrameDuration = duration; }
     const CMFormatDescriptionRef& sourceVideoFormat() const { return _format; }
 
-    // AVVideoCodecKey, AVVideoWidthKey and AVVideoHeightKey (the preset's box fitted to the
-    // source's aspect, even sides), AVVideoColorPropertiesKey (the source's three tags when
-    // it has all three, else ITU-R 709-2), and AVVideoCompressionPropertiesKey with
-    // AverageBitRate (scaled by the source's frame rate over 30, between 0.5 and 2 times),
-    // ProfileLevel (Main 10 / High 10 class for sources above 8 bits), ExpectedFrameRate
-    // (from the average frame duration, else the minimum one), MaxKeyFrameInterval and the
-    // encoder's preset and parameters.
+    // AVVideoCodecKey, AVVideoWidthKey and AVVideoHeightKey (the preset's box, turned for a
+    // portrait source, fitted to the source's aspect, even sides), AVVideoColorPropertiesKey (the
+    // source's three tags when it has all three, else ITU-R 709-2), and
+    // AVVideoCompressionPropertiesKey with AverageBitRate (scaled by the source's frame rate over
+    // 30, between 0.5 and 2 times), ProfileLevel (Main 10 / High 10 class for sources above 8
+    // bits), ExpectedFrameRate (from the average frame duration, else the minimum one),
+    // MaxKeyFrameInterval and the encoder's preset and parameters.
     std::optional<platform::PlistDictionary> videoSettings() const;
 
   private:

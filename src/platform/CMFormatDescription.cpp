@@ -20,7 +20,8 @@ std::string CMFormatDescription::debugDescription() const {
     return text;
 }
 
-CMFormatDescriptionRef CMVideoFormatDescriptionCreateForImageBuffer(const CVPixelBufferRef& buffer) {
+CMFormatDescriptionRef CMVideoFormatDescriptionCreateForImageBuffer(
+    const CVPixelBufferRef& buffer) {
     if (!buffer) return nullptr;
     auto description = CVPixelFormatDescriptionCreateWithPixelFormatType(buffer->pixelFormatType());
     if (!description) return nullptr;
@@ -32,8 +33,7 @@ CMFormatDescriptionRef CMVideoFormatDescriptionCreateForImageBuffer(const CVPixe
     format->pixelFormat = buffer->pixelFormatType();
     format->bitsPerComponent = description->bitsPerComponent;
     format->containsAlpha = description->containsAlpha;
-    format->fullRangeVideo =
-        description->componentRange != CVPixelFormatComponentRange::videoRange;
+    format->fullRangeVideo = description->componentRange != CVPixelFormatComponentRange::videoRange;
     format->colorPrimaries = buffer->colorPrimaries();
     format->transferFunction = buffer->transferFunction();
     format->yCbCrMatrix = buffer->yCbCrMatrix();

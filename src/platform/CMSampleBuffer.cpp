@@ -1,9 +1,8 @@
 #include "platform/CMSampleBuffer.h"
 
-std::shared_ptr<CMSampleBuffer> CMSampleBuffer::sampleWithImageBuffer(CVPixelBufferRef imageBuffer,
-                                                                      CMTime presentationTime,
-                                                                      CMTime duration,
-                                                                      CMFormatDescriptionRef format) {
+std::shared_ptr<CMSampleBuffer> CMSampleBuffer::sampleWithImageBuffer(
+    CVPixelBufferRef imageBuffer, CMTime presentationTime, CMTime duration,
+    CMFormatDescriptionRef format) {
     auto sample = std::make_shared<CMSampleBuffer>();
     sample->_imageBuffer = std::move(imageBuffer);
     sample->_pts = presentationTime;
@@ -13,12 +12,9 @@ std::shared_ptr<CMSampleBuffer> CMSampleBuffer::sampleWithImageBuffer(CVPixelBuf
     return sample;
 }
 
-std::shared_ptr<CMSampleBuffer> CMSampleBuffer::sampleWithBacking(std::shared_ptr<Backing> backing,
-                                                                  const std::uint8_t* data,
-                                                                  std::size_t length, CMTime pts,
-                                                                  CMTime dts, CMTime duration,
-                                                                  bool isSync,
-                                                                  CMFormatDescriptionRef format) {
+std::shared_ptr<CMSampleBuffer> CMSampleBuffer::sampleWithBacking(
+    std::shared_ptr<Backing> backing, const std::uint8_t* data, std::size_t length, CMTime pts,
+    CMTime dts, CMTime duration, bool isSync, CMFormatDescriptionRef format) {
     auto sample = std::make_shared<CMSampleBuffer>();
     sample->_backing = std::move(backing);
     sample->_data = data;

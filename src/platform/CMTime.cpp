@@ -74,4 +74,6 @@ CMTime CMTimeAdd(CMTime a, CMTime b) {
     return CMTimeMake(x.value + y.value, scale);
 }
 
-CMTimeRange CMTimeRangeMake(CMTime start, CMTime duration) { return CMTimeRange{start, duration}; }
+CMTimeRange CMTimeRangeMake(CMTime start, CMTime duration) {
+    return CMTimeRange{start, duration};
+}

@@ -8,7 +8,9 @@ namespace {
 constexpr std::size_t kMaxSide = 16384;
 constexpr std::size_t kRowAlignment = 64;
 
-std::size_t alignUp(std::size_t v) { return (v + kRowAlignment - 1) / kRowAlignment * kRowAlignment; }
+std::size_t alignUp(std::size_t v) {
+    return (v + kRowAlignment - 1) / kRowAlignment * kRowAlignment;
+}
 
 // Plane geometry of a format at a size: width in pixels (pairs for chroma), height, bytes per
 // pixel.

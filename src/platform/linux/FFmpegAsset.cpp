@@ -77,24 +77,24 @@ struct KeyName {
 };
 
 constexpr KeyName kUserDataKeys[] = {
-    {"title", "@nam"},     {"artist", "@ART"},  {"album", "@alb"},   {"date", "@day"},
-    {"encoder", "@swr"},   {"comment", "@des"}, {"genre", "@gen"},   {"copyright", "@cpy"},
-    {"location", "@xyz"},  {"make", "@mak"},    {"model", "@mod"},   {"author", "@aut"},
+    {"title", "@nam"},       {"artist", "@ART"},  {"album", "@alb"}, {"date", "@day"},
+    {"encoder", "@swr"},     {"comment", "@des"}, {"genre", "@gen"}, {"copyright", "@cpy"},
+    {"location", "@xyz"},    {"make", "@mak"},    {"model", "@mod"}, {"author", "@aut"},
     {"description", "@des"},
 };
 constexpr KeyName kThreeGPKeys[] = {
-    {"title", "titl"},   {"artist", "perf"},    {"author", "auth"}, {"genre", "gnre"},
-    {"comment", "dscp"}, {"album", "albm"},     {"copyright", "cprt"}, {"date", "yrrc"},
-    {"location", "loci"},
+    {"title", "titl"},     {"artist", "perf"},  {"author", "auth"},
+    {"genre", "gnre"},     {"comment", "dscp"}, {"album", "albm"},
+    {"copyright", "cprt"}, {"date", "yrrc"},    {"location", "loci"},
 };
 constexpr KeyName kID3Keys[] = {
-    {"title", "TIT2"}, {"artist", "TPE1"},  {"album", "TALB"},   {"date", "TDRC"},
+    {"title", "TIT2"},   {"artist", "TPE1"},  {"album", "TALB"}, {"date", "TDRC"},
     {"encoder", "TSSE"}, {"comment", "COMM"}, {"genre", "TCON"}, {"copyright", "TCOP"},
 };
 // Container bookkeeping that FFmpeg reports as metadata but that no key space holds.
-constexpr const char* kSkipped[] = {"major_brand", "minor_version", "compatible_brands",
-                                    "handler_name", "vendor_id", "language", "timecode",
-                                    "rotate", "duration"};
+constexpr const char* kSkipped[] = {"major_brand",  "minor_version", "compatible_brands",
+                                    "handler_name", "vendor_id",     "language",
+                                    "timecode",     "rotate",        "duration"};
 
 template <std::size_t N>
 const char* lookup(const KeyName (&table)[N], const std::string& name) {

@@ -79,8 +79,9 @@ OSType chooseCode(const std::vector<OSType>& requested, int pixelFormat, bool fu
     bool deep = desc && desc->comp[0].depth > 8;
     std::vector<OSType> preference;
     if (alpha) {
-        preference = deep ? std::vector<OSType>{kCVPixelFormatType_64ARGB, kCVPixelFormatType_32BGRA}
-                          : std::vector<OSType>{kCVPixelFormatType_32BGRA, kCVPixelFormatType_64ARGB};
+        preference =
+            deep ? std::vector<OSType>{kCVPixelFormatType_64ARGB, kCVPixelFormatType_32BGRA}
+                 : std::vector<OSType>{kCVPixelFormatType_32BGRA, kCVPixelFormatType_64ARGB};
     }
     OSType deepFull = kCVPixelFormatType_420YpCbCr10BiPlanarFullRange;
     OSType deepVideo = kCVPixelFormatType_420YpCbCr10BiPlanarVideoRange;
@@ -277,9 +278,9 @@ bool AVAssetReaderTrackOutput::Impl::start(const std::string& path, ErrorRef* er
 
     const AVCodec* codec = avcodec_find_decoder(st->codecpar->codec_id);
     if (!codec) {
-        *error = platform::avError(AVErrorDecoderNotFound,
-                                   std::string("No decoder for ") +
-                                       avcodec_get_name(st->codecpar->codec_id));
+        *error =
+            platform::avError(AVErrorDecoderNotFound, std::string("No decoder for ") +
+                                                          avcodec_get_name(st->codecpar->codec_id));
         return false;
     }
     decoder = avcodec_alloc_context3(codec);
@@ -334,9 +335,9 @@ CMSampleBufferRef AVAssetReaderTrackOutput::Impl::nextCompressed() {
         }
         if (ret < 0) {
             av_packet_free(&packet);
-            shared->fail(platform::avError(AVErrorFileFailedToParse,
-                                           "Reading a sample failed: " +
-                                               ffmpeg_support::errorText(ret)));
+            shared->fail(
+                platform::avError(AVErrorFileFailedToParse,
+                                  "Reading a sample failed: " + ffmpeg_support::errorText(ret)));
             return nullptr;
         }
         if (packet->stream_index == streamIndex) break;
@@ -414,10 +415,9 @@ CVPixelBufferRef AVAssetReaderTrackOutput::Impl::convert(AVFrame* f, ErrorRef* e
     }
     // Outside the table: converted as the platform's decoder would, to the code chosen.
     AVPixelFormat target = swsTargetOf(code);
-    sws = sws_getCachedContext(sws, f->width, f->height, static_cast<AVPixelFormat>(f->format),
-                               f->width, f->height, target,
-                               SWS_BICUBIC | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INT, nullptr,
-                               nullptr, nullptr);
+    sws = sws_getCachedContext(
+        sws, f->width, f->height, static_cast<AVPixelFormat>(f->format), f->width, f->height,
+        target, SWS_BICUBIC | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INT, nullptr, nullptr, nullptr);
     if (!sws) {
         *error = platform::avError(AVErrorDecodeFailed, "No conversion from the frame format");
         return nullptr;
@@ -425,8 +425,8 @@ CVPixelBufferRef AVAssetReaderTrackOutput::Impl::convert(AVFrame* f, ErrorRef* e
     int space = f->colorspace == AVCOL_SPC_UNSPECIFIED ? SWS_CS_ITU709 : f->colorspace;
     if (space > SWS_CS_BT2020) space = SWS_CS_ITU709;
     sws_setColorspaceDetails(sws, sws_getCoefficients(space), fullRange ? 1 : 0,
-                             sws_getCoefficients(space), isFullRangeCode(code) ? 1 : 0, 0,
-                             1 << 16, 1 << 16);
+                             sws_getCoefficients(space), isFullRangeCode(code) ? 1 : 0, 0, 1 << 16,
+                             1 << 16);
     if (target == AV_PIX_FMT_RGBA64LE) {
         av_frame_unref(scratch);
         scratch->format = target;
@@ -489,8 +489,9 @@ void AVAssetReaderTrackOutput::Impl::decodeLoop() {
                 draining = true;
                 avcodec_send_packet(decoder, nullptr);
             } else if (ret < 0) {
-                error = platform::avError(AVErrorFileFailedToParse,
-                                          "Reading a frame failed: " + ffmpeg_support::errorText(ret));
+                error =
+                    platform::avError(AVErrorFileFailedToParse,
+                                      "Reading a frame failed: " + ffmpeg_support::errorText(ret));
                 break;
             } else {
                 if (packet->stream_index == streamIndex) {
@@ -513,8 +514,7 @@ void AVAssetReaderTrackOutput::Impl::decodeLoop() {
         if (draining && ret == AVERROR(EAGAIN)) break;
     }
     if (decodeErrors > 0) {
-        platform::logf("~~ reader: %d damaged samples in track %d", decodeErrors,
-                       track->trackID());
+        platform::logf("~~ reader: %d damaged samples in track %d", decodeErrors, track->trackID());
     }
     if (error) shared->fail(error);
     av_frame_free(&frame);
@@ -543,7 +543,9 @@ std::shared_ptr<AVAssetReaderTrackOutput> AVAssetReaderTrackOutput::assetReaderT
     return std::shared_ptr<AVAssetReaderTrackOutput>(new AVAssetReaderTrackOutput(std::move(impl)));
 }
 
-const AVAssetTrackRef& AVAssetReaderTrackOutput::track() const { return _impl->track; }
+const AVAssetTrackRef& AVAssetReaderTrackOutput::track() const {
+    return _impl->track;
+}
 const std::optional<PlistDictionary>& AVAssetReaderTrackOutput::outputSettings() const {
     return _impl->settings;
 }
@@ -588,7 +590,9 @@ std::shared_ptr<AVAssetReader> AVAssetReader::assetReaderWithAsset(AVAssetRef as
     return reader;
 }
 
-const AVAssetRef& AVAssetReader::asset() const { return _impl->asset; }
+const AVAssetRef& AVAssetReader::asset() const {
+    return _impl->asset;
+}
 
 std::vector<AVAssetReaderOutputRef> AVAssetReader::outputs() const {
     return {_impl->outputs.begin(), _impl->outputs.end()};

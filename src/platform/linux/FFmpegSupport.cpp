@@ -15,9 +15,13 @@ extern "C" {
 #include "platform/AVVideoSettings.h"
 #include "platform/Log.h"
 
-CMFormatDescription::Backing::~Backing() { avcodec_parameters_free(&parameters); }
+CMFormatDescription::Backing::~Backing() {
+    avcodec_parameters_free(&parameters);
+}
 
-CMSampleBuffer::Backing::~Backing() { av_packet_free(&packet); }
+CMSampleBuffer::Backing::~Backing() {
+    av_packet_free(&packet);
+}
 
 namespace ffmpeg_support {
 
@@ -68,7 +72,8 @@ bool isDiskFull(int averror) {
     return averror == AVERROR(ENOSPC) || averror == AVERROR(EFBIG) || averror == AVERROR(EDQUOT);
 }
 
-AVFormatContext* openInput(const std::string& path, bool findStreamInfo, platform::ErrorRef* error) {
+AVFormatContext* openInput(const std::string& path, bool findStreamInfo,
+                           platform::ErrorRef* error) {
     installLogging();
     AVFormatContext* context = avformat_alloc_context();
     if (!context) {
@@ -106,7 +111,9 @@ AVFormatContext* openInput(const std::string& path, bool findStreamInfo, platfor
     return context;
 }
 
-void closeInput(AVFormatContext** context) { avformat_close_input(context); }
+void closeInput(AVFormatContext** context) {
+    avformat_close_input(context);
+}
 
 std::vector<std::int32_t> trackIDsOf(const AVFormatContext* context) {
     std::vector<std::int32_t> ids;
@@ -227,12 +234,24 @@ int valueOf(const Named (&table)[N], const std::string& name) {
 
 }  // namespace
 
-std::optional<std::string> primariesName(int value) { return nameOf(kPrimaries, value); }
-std::optional<std::string> transferName(int value) { return nameOf(kTransfers, value); }
-std::optional<std::string> matrixName(int value) { return nameOf(kMatrices, value); }
-int primariesValue(const std::string& name) { return valueOf(kPrimaries, name); }
-int transferValue(const std::string& name) { return valueOf(kTransfers, name); }
-int matrixValue(const std::string& name) { return valueOf(kMatrices, name); }
+std::optional<std::string> primariesName(int value) {
+    return nameOf(kPrimaries, value);
+}
+std::optional<std::string> transferName(int value) {
+    return nameOf(kTransfers, value);
+}
+std::optional<std::string> matrixName(int value) {
+    return nameOf(kMatrices, value);
+}
+int primariesValue(const std::string& name) {
+    return valueOf(kPrimaries, name);
+}
+int transferValue(const std::string& name) {
+    return valueOf(kTransfers, name);
+}
+int matrixValue(const std::string& name) {
+    return valueOf(kMatrices, name);
+}
 
 CMTime timeFromStream(std::int64_t timestamp, int num, int den) {
     if (timestamp == AV_NOPTS_VALUE || num <= 0 || den <= 0) return kCMTimeInvalid;
@@ -256,20 +275,19 @@ CMFormatDescriptionRef formatDescriptionOf(const AVFormatContext* context, const
             format->mediaSubType = kAudioFormatMPEG4AAC;
             break;
         default:
-            format->mediaSubType = par->codec_tag
-                                       ? ((par->codec_tag & 0xff) << 24) |
-                                             ((par->codec_tag >> 8 & 0xff) << 16) |
-                                             ((par->codec_tag >> 16 & 0xff) << 8) |
-                                             (par->codec_tag >> 24 & 0xff)
-                                       : 0;
+            format->mediaSubType = par->codec_tag ? ((par->codec_tag & 0xff) << 24) |
+                                                        ((par->codec_tag >> 8 & 0xff) << 16) |
+                                                        ((par->codec_tag >> 16 & 0xff) << 8) |
+                                                        (par->codec_tag >> 24 & 0xff)
+                                                  : 0;
     }
     if (par->codec_type == AVMEDIA_TYPE_VIDEO) {
         format->dimensions = {par->width, par->height};
         const AVPixFmtDescriptor* desc =
             av_pix_fmt_desc_get(static_cast<AVPixelFormat>(par->format));
-        format->fullRangeVideo =
-            par->color_range == AVCOL_RANGE_JPEG || par->format == AV_PIX_FMT_YUVJ420P ||
-            (desc && (desc->flags & AV_PIX_FMT_FLAG_RGB));
+        format->fullRangeVideo = par->color_range == AVCOL_RANGE_JPEG ||
+                                 par->format == AV_PIX_FMT_YUVJ420P ||
+                                 (desc && (desc->flags & AV_PIX_FMT_FLAG_RGB));
         format->pixelFormat = nativeCodeOf(par->format, format->fullRangeVideo);
         if (desc) {
             format->bitsPerComponent = desc->comp[0].depth;
@@ -289,6 +307,8 @@ CMFormatDescriptionRef formatDescriptionOf(const AVFormatContext* context, const
     if (backing->parameters && avcodec_parameters_copy(backing->parameters, par) >= 0) {
         backing->timeBaseNum = st->time_base.num;
         backing->timeBaseDen = st->time_base.den;
+        backing->frameRateNum = st->avg_frame_rate.num;
+        backing->frameRateDen = st->avg_frame_rate.den;
         format->backing = std::move(backing);
     }
     return format;

@@ -22,6 +22,9 @@ struct CMFormatDescription::Backing {
     AVCodecParameters* parameters = nullptr;  // owned copy
     int timeBaseNum = 1;
     int timeBaseDen = 1;
+    // The stream's average frame rate; timecode tracks are written against it.
+    int frameRateNum = 0;
+    int frameRateDen = 0;
     ~Backing();
 };
 

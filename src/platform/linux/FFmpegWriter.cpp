@@ -76,8 +76,8 @@ struct VideoConfig {
 
 std::optional<VideoConfig> videoConfigOf(const PlistDictionary& settings) {
     VideoConfig c;
-    const PlistValue& codec = settings.count(AVVideoCodecKey) ? settings.at(AVVideoCodecKey)
-                                                              : PlistValue();
+    const PlistValue& codec =
+        settings.count(AVVideoCodecKey) ? settings.at(AVVideoCodecKey) : PlistValue();
     if (!codec.string()) return std::nullopt;
     c.codec = *codec.string();
     auto number = [](const PlistDictionary& d, const char* key, double fallback) {
@@ -110,13 +110,14 @@ std::optional<VideoConfig> videoConfigOf(const PlistDictionary& settings) {
         }
         if (auto s = p.find(AVVideoPixelAspectRatioKey); s != p.end() && s->second.dictionary()) {
             const PlistDictionary& sar = *s->second.dictionary();
-            c.sarNum = static_cast<int>(number(sar, AVVideoPixelAspectRatioHorizontalSpacingKey, 1));
+            c.sarNum =
+                static_cast<int>(number(sar, AVVideoPixelAspectRatioHorizontalSpacingKey, 1));
             c.sarDen = static_cast<int>(number(sar, AVVideoPixelAspectRatioVerticalSpacingKey, 1));
         }
         auto text = [&](const char* key) {
             auto found = p.find(key);
             return found != p.end() && found->second.string() ? *found->second.string()
-                                                               : std::string();
+                                                              : std::string();
         };
         c.speedPreset = text(UWVideoEncoderSpeedPresetKey);
         c.parameters = text(UWVideoEncoderParametersKey);
@@ -156,9 +157,8 @@ AVPixelFormat encoderFormatFor(const std::string& codec, OSType input) {
 
 ErrorRef writeError(int averror, const std::string& what) {
     if (ffmpeg_support::isDiskFull(averror)) {
-        return platform::avError(
-            AVErrorDiskFull, "There is not enough space to write the movie",
-            platform::Error::posixError(AVUNERROR(averror), what));
+        return platform::avError(AVErrorDiskFull, "There is not enough space to write the movie",
+                                 platform::Error::posixError(AVUNERROR(averror), what));
     }
     return platform::avError(AVErrorUnknown, what + ": " + ffmpeg_support::errorText(averror));
 }
@@ -188,10 +188,10 @@ const char* commonName(const std::string& key) {
 
 const char* userDataName(const std::string& key) {
     static const std::pair<const char*, const char*> table[] = {
-        {"@day", "date"},    {"@swr", "encoder"}, {"@xyz", "location"}, {"@nam", "title"},
-        {"@ART", "artist"},  {"@des", "comment"}, {"@cpy", "copyright"}, {"@alb", "album"},
-        {"@gen", "genre"},   {"titl", "title"},   {"yrrc", "date"},     {"loci", "location"},
-        {"perf", "artist"},  {"dscp", "comment"}, {"cprt", "copyright"}, {"@too", "encoder"},
+        {"@day", "date"},   {"@swr", "encoder"}, {"@xyz", "location"},  {"@nam", "title"},
+        {"@ART", "artist"}, {"@des", "comment"}, {"@cpy", "copyright"}, {"@alb", "album"},
+        {"@gen", "genre"},  {"titl", "title"},   {"yrrc", "date"},      {"loci", "location"},
+        {"perf", "artist"}, {"dscp", "comment"}, {"cprt", "copyright"}, {"@too", "encoder"},
     };
     for (const auto& [k, name] : table) {
         if (key == k) return name;
@@ -245,6 +245,10 @@ struct Encoder {
     std::deque<std::pair<CVPixelBufferRef, int64_t>> queue;
     bool finishing = false;
     bool stopped = false;
+    // In the encoder's time base: the frame rate's duration, else the last gap between frames,
+    // given to packets that come without one so that the last frame keeps its length.
+    int64_t frameDuration = 0;
+    int64_t lastPts = AV_NOPTS_VALUE;
 
     ~Encoder() {
         sws_freeContext(sws);
@@ -426,8 +430,8 @@ bool WriterCore::openEncoderLocked(AVAssetWriterInput::Impl& in, int timescale, 
         return false;
     }
     auto encoder = std::make_unique<Encoder>();
-    encoder->input = in.adaptorFormat ? in.adaptorFormat
-                                      : kCVPixelFormatType_420YpCbCr8BiPlanarVideoRange;
+    encoder->input =
+        in.adaptorFormat ? in.adaptorFormat : kCVPixelFormatType_420YpCbCr8BiPlanarVideoRange;
     encoder->format = encoderFormatFor(c.codec, encoder->input);
     AVCodecContext* ctx = avcodec_alloc_context3(codec);
     encoder->context = ctx;
@@ -459,7 +463,8 @@ bool WriterCore::openEncoderLocked(AVAssetWriterInput::Impl& in, int timescale, 
 
     AVDictionary* options = nullptr;
     if (c.codec == AVVideoCodecTypeH264) {
-        av_dict_set(&options, "preset", c.speedPreset.empty() ? "medium" : c.speedPreset.c_str(), 0);
+        av_dict_set(&options, "preset", c.speedPreset.empty() ? "medium" : c.speedPreset.c_str(),
+                    0);
         av_dict_set(&options, "profile",
                     ctx->pix_fmt == AV_PIX_FMT_YUV420P10LE
                         ? "high10"
@@ -467,7 +472,8 @@ bool WriterCore::openEncoderLocked(AVAssetWriterInput::Impl& in, int timescale, 
                     0);
         if (!c.parameters.empty()) av_dict_set(&options, "x264-params", c.parameters.c_str(), 0);
     } else if (c.codec == AVVideoCodecTypeHEVC) {
-        av_dict_set(&options, "preset", c.speedPreset.empty() ? "medium" : c.speedPreset.c_str(), 0);
+        av_dict_set(&options, "preset", c.speedPreset.empty() ? "medium" : c.speedPreset.c_str(),
+                    0);
         std::string params = "log-level=error";
         if (!c.parameters.empty()) params += ":" + c.parameters;
         av_dict_set(&options, "x265-params", params.c_str(), 0);
@@ -486,6 +492,9 @@ bool WriterCore::openEncoderLocked(AVAssetWriterInput::Impl& in, int timescale, 
         *err = platform::avError(AVErrorUnknown,
                                  "The encoder could not open: " + ffmpeg_support::errorText(ret));
         return false;
+    }
+    if (ctx->framerate.num > 0 && ctx->framerate.den > 0) {
+        encoder->frameDuration = av_rescale_q(1, av_inv_q(ctx->framerate), ctx->time_base);
     }
     in.encoder = std::move(encoder);
     return true;
@@ -515,6 +524,7 @@ bool WriterCore::addStreamsLocked(AVAssetWriterInput* trigger, int timescale, Er
                            av_codec_get_id(of->codec_tag, tag) == st->codecpar->codec_id;
             if (!keepTag) st->codecpar->codec_tag = 0;
             st->time_base = AVRational{backing->timeBaseNum, backing->timeBaseDen};
+            st->avg_frame_rate = AVRational{backing->frameRateNum, backing->frameRateDen};
         }
         in.streamTimeBase = st->time_base;
         const CGAffineTransform& t = in.transform;
@@ -522,9 +532,11 @@ bool WriterCore::addStreamsLocked(AVAssetWriterInput* trigger, int timescale, Er
             auto* matrix = reinterpret_cast<int32_t*>(
                 av_stream_new_side_data(st, AV_PKT_DATA_DISPLAYMATRIX, 9 * sizeof(int32_t)));
             if (matrix) {
-                auto fixed = [](double v) { return static_cast<int32_t>(std::lround(v * 65536.0)); };
-                int32_t m[9] = {fixed(t.a), fixed(t.b), 0, fixed(t.c), fixed(t.d), 0,
-                                fixed(t.tx), fixed(t.ty), 1 << 30};
+                auto fixed = [](double v) {
+                    return static_cast<int32_t>(std::lround(v * 65536.0));
+                };
+                int32_t m[9] = {fixed(t.a), fixed(t.b),  0,           fixed(t.c), fixed(t.d),
+                                0,          fixed(t.tx), fixed(t.ty), 1 << 30};
                 std::memcpy(matrix, m, sizeof m);
             }
         }
@@ -556,6 +568,8 @@ bool WriterCore::ensureHeader(AVAssetWriterInput* trigger, int timescale) {
     headerWritten = true;
     for (auto& input : inputs) {
         AVAssetWriterInput::Impl& in = input->impl();
+        // The muxer may have chosen a finer time base for the stream.
+        in.streamTimeBase = output->streams[in.streamIndex]->time_base;
         if (in.encoder) {
             in.encoder->thread = std::thread([this, &in] { encodeLoop(in); });
         }
@@ -616,7 +630,9 @@ void argbToRGBA64(const CVPixelBuffer& src, AVFrame* dst) {
     }
 }
 
-void releaseBuffer(void* opaque, uint8_t*) { delete static_cast<CVPixelBufferRef*>(opaque); }
+void releaseBuffer(void* opaque, uint8_t*) {
+    delete static_cast<CVPixelBufferRef*>(opaque);
+}
 
 }  // namespace
 
@@ -624,6 +640,8 @@ bool WriterCore::encodeFrame(AVAssetWriterInput::Impl& in, const CVPixelBufferRe
                              int64_t pts) {
     Encoder& e = *in.encoder;
     AVCodecContext* ctx = e.context;
+    if (e.lastPts != AV_NOPTS_VALUE && pts > e.lastPts) e.frameDuration = pts - e.lastPts;
+    e.lastPts = pts;
     AVFrame* frame = av_frame_alloc();
     if (!frame) return false;
     frame->width = ctx->width;
@@ -647,9 +665,9 @@ bool WriterCore::encodeFrame(AVAssetWriterInput::Impl& in, const CVPixelBufferRe
             frame->linesize[p] = static_cast<int>(buffer->bytesPerRowOfPlane(p));
         }
     } else if ((ret = av_frame_get_buffer(frame, 0)) >= 0) {
-        bool direct = isBiplanar(code) && (ctx->pix_fmt == AV_PIX_FMT_YUV420P ||
-                                            ctx->pix_fmt == AV_PIX_FMT_YUVJ420P ||
-                                            ctx->pix_fmt == AV_PIX_FMT_YUV420P10LE) &&
+        bool direct = isBiplanar(code) &&
+                      (ctx->pix_fmt == AV_PIX_FMT_YUV420P || ctx->pix_fmt == AV_PIX_FMT_YUVJ420P ||
+                       ctx->pix_fmt == AV_PIX_FMT_YUV420P10LE) &&
                       isTenBit(code) == (ctx->pix_fmt == AV_PIX_FMT_YUV420P10LE);
         if (direct) {
             deinterleave(*buffer, frame, isTenBit(code));
@@ -681,21 +699,18 @@ bool WriterCore::encodeFrame(AVAssetWriterInput::Impl& in, const CVPixelBufferRe
                     srcStride[p] = static_cast<int>(buffer->bytesPerRowOfPlane(p));
                 }
             }
-            e.sws = sws_getCachedContext(e.sws, ctx->width, ctx->height, srcFormat, ctx->width,
-                                         ctx->height, ctx->pix_fmt,
-                                         SWS_BICUBIC | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INT,
-                                         nullptr, nullptr, nullptr);
+            e.sws = sws_getCachedContext(
+                e.sws, ctx->width, ctx->height, srcFormat, ctx->width, ctx->height, ctx->pix_fmt,
+                SWS_BICUBIC | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INT, nullptr, nullptr, nullptr);
             if (!e.sws) ret = AVERROR(EINVAL);
             if (ret >= 0) {
-                int space = ctx->colorspace == AVCOL_SPC_UNSPECIFIED ? SWS_CS_ITU709
-                                                                     : ctx->colorspace;
+                int space =
+                    ctx->colorspace == AVCOL_SPC_UNSPECIFIED ? SWS_CS_ITU709 : ctx->colorspace;
                 bool srcFull = !isBiplanar(code) || isFullRange(code);
-                sws_setColorspaceDetails(e.sws, sws_getCoefficients(space), srcFull ? 1 : 0,
-                                         sws_getCoefficients(space),
-                                         ctx->color_range == AVCOL_RANGE_JPEG ? 1 : 0, 0,
-                                         1 << 16, 1 << 16);
-                sws_scale(e.sws, srcData, srcStride, 0, ctx->height, frame->data,
-                          frame->linesize);
+                sws_setColorspaceDetails(
+                    e.sws, sws_getCoefficients(space), srcFull ? 1 : 0, sws_getCoefficients(space),
+                    ctx->color_range == AVCOL_RANGE_JPEG ? 1 : 0, 0, 1 << 16, 1 << 16);
+                sws_scale(e.sws, srcData, srcStride, 0, ctx->height, frame->data, frame->linesize);
             }
         }
     }
@@ -717,6 +732,7 @@ bool WriterCore::drainEncoder(AVAssetWriterInput::Impl& in, bool flush) {
     int ret;
     bool ok = true;
     while ((ret = avcodec_receive_packet(ctx, packet)) >= 0) {
+        if (packet->duration <= 0) packet->duration = in.encoder->frameDuration;
         av_packet_rescale_ts(packet, ctx->time_base, in.streamTimeBase);
         packet->stream_index = in.streamIndex;
         if (!writePacket(packet)) ok = false;
@@ -755,7 +771,9 @@ void WriterCore::encodeLoop(AVAssetWriterInput::Impl& in) {
 // ---- AVAssetWriterInput ----
 
 AVAssetWriterInput::AVAssetWriterInput() : _impl(std::make_unique<Impl>()) {}
-AVAssetWriterInput::~AVAssetWriterInput() { _impl->pump->stop(); }
+AVAssetWriterInput::~AVAssetWriterInput() {
+    _impl->pump->stop();
+}
 
 std::shared_ptr<AVAssetWriterInput> AVAssetWriterInput::assetWriterInputWithMediaType(
     const std::string& mediaType, std::optional<PlistDictionary> outputSettings,
@@ -777,19 +795,33 @@ std::shared_ptr<AVAssetWriterInput> AVAssetWriterInput::assetWriterInputWithMedi
     return input;
 }
 
-const std::string& AVAssetWriterInput::mediaType() const { return _impl->mediaType; }
+const std::string& AVAssetWriterInput::mediaType() const {
+    return _impl->mediaType;
+}
 const std::optional<PlistDictionary>& AVAssetWriterInput::outputSettings() const {
     return _impl->settings;
 }
-const CMFormatDescriptionRef& AVAssetWriterInput::sourceFormatHint() const { return _impl->hint; }
-void AVAssetWriterInput::setExpectsMediaDataInRealTime(bool value) { _impl->realTime = value; }
-bool AVAssetWriterInput::expectsMediaDataInRealTime() const { return _impl->realTime; }
-void AVAssetWriterInput::setTransform(CGAffineTransform transform) { _impl->transform = transform; }
-CGAffineTransform AVAssetWriterInput::transform() const { return _impl->transform; }
+const CMFormatDescriptionRef& AVAssetWriterInput::sourceFormatHint() const {
+    return _impl->hint;
+}
+void AVAssetWriterInput::setExpectsMediaDataInRealTime(bool value) {
+    _impl->realTime = value;
+}
+bool AVAssetWriterInput::expectsMediaDataInRealTime() const {
+    return _impl->realTime;
+}
+void AVAssetWriterInput::setTransform(CGAffineTransform transform) {
+    _impl->transform = transform;
+}
+CGAffineTransform AVAssetWriterInput::transform() const {
+    return _impl->transform;
+}
 void AVAssetWriterInput::setMetadata(std::vector<AVMetadataItem> items) {
     _impl->metadata = std::move(items);
 }
-const std::vector<AVMetadataItem>& AVAssetWriterInput::metadata() const { return _impl->metadata; }
+const std::vector<AVMetadataItem>& AVAssetWriterInput::metadata() const {
+    return _impl->metadata;
+}
 
 bool AVAssetWriterInput::isReadyForMoreMediaData() const {
     auto core = _impl->writer.lock();
@@ -915,8 +947,10 @@ AVAssetWriterInputPixelBufferAdaptor::assetWriterInputPixelBufferAdaptorWithAsse
             return it->second.integerValue();
         };
         in.adaptorFormat = static_cast<OSType>(number(kCVPixelBufferPixelFormatTypeKey));
-        in.adaptorWidth = static_cast<std::size_t>(std::max<std::int64_t>(0, number(kCVPixelBufferWidthKey)));
-        in.adaptorHeight = static_cast<std::size_t>(std::max<std::int64_t>(0, number(kCVPixelBufferHeightKey)));
+        in.adaptorWidth =
+            static_cast<std::size_t>(std::max<std::int64_t>(0, number(kCVPixelBufferWidthKey)));
+        in.adaptorHeight =
+            static_cast<std::size_t>(std::max<std::int64_t>(0, number(kCVPixelBufferHeightKey)));
     }
     if (!CVPixelFormatDescriptionCreateWithPixelFormatType(in.adaptorFormat)) {
         in.adaptorFormat = kCVPixelFormatType_420YpCbCr8BiPlanarVideoRange;
@@ -963,8 +997,8 @@ std::shared_ptr<AVAssetWriter> AVAssetWriter::assetWriterWithURL(const std::stri
     struct stat st;
     if (::stat(path.c_str(), &st) == 0) {
         if (error) {
-            *error = platform::avError(AVErrorFileAlreadyExists,
-                                       "A file already exists at " + path);
+            *error =
+                platform::avError(AVErrorFileAlreadyExists, "A file already exists at " + path);
         }
         return nullptr;
     }
@@ -975,8 +1009,12 @@ std::shared_ptr<AVAssetWriter> AVAssetWriter::assetWriterWithURL(const std::stri
     return writer;
 }
 
-const std::string& AVAssetWriter::outputURL() const { return _impl->core->path; }
-const std::string& AVAssetWriter::outputFileType() const { return _impl->core->fileType; }
+const std::string& AVAssetWriter::outputURL() const {
+    return _impl->core->path;
+}
+const std::string& AVAssetWriter::outputFileType() const {
+    return _impl->core->fileType;
+}
 const std::vector<AVAssetWriterInputRef>& AVAssetWriter::inputs() const {
     return _impl->core->inputs;
 }
@@ -1041,9 +1079,9 @@ bool AVAssetWriter::startWriting() {
     ret = avio_open(&core.output->pb, core.path.c_str(), AVIO_FLAG_WRITE);
     if (ret < 0) {
         core.status = AVAssetWriterStatusFailed;
-        core.error = platform::avError(AVErrorUnknown, "The movie file could not be created",
-                                       platform::Error::posixError(AVUNERROR(ret), "open",
-                                                                   core.path));
+        core.error =
+            platform::avError(AVErrorUnknown, "The movie file could not be created",
+                              platform::Error::posixError(AVUNERROR(ret), "open", core.path));
         core.closeOutputLocked(false);
         return false;
     }
@@ -1052,7 +1090,8 @@ bool AVAssetWriter::startWriting() {
         AVAssetWriterInput::Impl& in = input->impl();
         if (!in.video) continue;
         if (!in.adaptorFormat) in.adaptorFormat = kCVPixelFormatType_420YpCbCr8BiPlanarVideoRange;
-        std::size_t w = in.adaptorWidth ? in.adaptorWidth : static_cast<std::size_t>(in.video->width);
+        std::size_t w =
+            in.adaptorWidth ? in.adaptorWidth : static_cast<std::size_t>(in.video->width);
         std::size_t h =
             in.adaptorHeight ? in.adaptorHeight : static_cast<std::size_t>(in.video->height);
         in.pool = CVPixelBufferPool::create(in.adaptorFormat, w, h, in.video->primaries,
@@ -1118,7 +1157,9 @@ void AVAssetWriter::cancelWriting() {
     core.closeOutputLocked(true);
 }
 
-AVAssetWriterStatus AVAssetWriter::status() const { return _impl->core->currentStatus(); }
+AVAssetWriterStatus AVAssetWriter::status() const {
+    return _impl->core->currentStatus();
+}
 
 ErrorRef AVAssetWriter::error() const {
     std::lock_guard<std::mutex> lock(_impl->core->mutex);

@@ -17,7 +17,9 @@ namespace {
 constexpr std::size_t kAlign = 64;
 constexpr std::size_t kMaxSide = 1u << 16;
 
-std::size_t alignUp(std::size_t v) { return (v + kAlign - 1) / kAlign * kAlign; }
+std::size_t alignUp(std::size_t v) {
+    return (v + kAlign - 1) / kAlign * kAlign;
+}
 bool isAligned(const void* p, std::size_t stride) {
     return reinterpret_cast<std::uintptr_t>(p) % 32 == 0 && stride % 32 == 0;
 }
@@ -136,7 +138,8 @@ int unpackLine(void* user, unsigned i, unsigned left, unsigned right) {
 template <class T>
 int packLine(void* user, unsigned i, unsigned left, unsigned right) {
     auto* a = static_cast<ChannelAccess*>(user);
-    T* out = reinterpret_cast<T*>(static_cast<std::uint8_t*>(a->view->data) + i * a->view->rowBytes);
+    T* out =
+        reinterpret_cast<T*>(static_cast<std::uint8_t*>(a->view->data) + i * a->view->rowBytes);
     const T* in = reinterpret_cast<const T*>(a->ring.data + (i & a->ring.mask) * a->ring.stride);
     const std::size_t n = a->form.channels, c = a->channel;
     if (n == 1) {
@@ -160,7 +163,8 @@ vImage_Error checkView(const vImage_Buffer* v, Form form) {
 
 // Bytes of the caller's temporary buffer: zimg's own, and the two rings, 64-byte aligned
 // inside a buffer that may itself be unaligned.
-std::size_t tempSize(const Graph& g, const vImage_Buffer* src, const vImage_Buffer* dest, Form form) {
+std::size_t tempSize(const Graph& g, const vImage_Buffer* src, const vImage_Buffer* dest,
+                     Form form) {
     Ring in = ringFor(g.inputLines, src->width, src->height, form.bytesPerSample);
     Ring out = ringFor(g.outputLines, dest->width, dest->height, form.bytesPerSample);
     return kAlign + alignUp(g.tmpSize) + alignUp(in.bytes()) + alignUp(out.bytes());
@@ -182,8 +186,8 @@ vImage_Error scale(const vImage_Buffer* src, const vImage_Buffer* dest, void* te
         copyRows(src, dest, src->width * form.bytesPerSample * form.channels);
         return kvImageNoError;
     }
-    GraphKey key{src->width, src->height, dest->width, dest->height, form.bytesPerSample,
-                 (flags & kvImageHighQualityResampling) != 0};
+    GraphKey key{src->width,   src->height,         dest->width,
+                 dest->height, form.bytesPerSample, (flags & kvImageHighQualityResampling) != 0};
     std::shared_ptr<Graph> graph = sameSize ? nullptr : graphFor(key);
     if (flags & kvImageGetTempBufferSize) {
         if (sameSize) return 0;
@@ -199,8 +203,8 @@ vImage_Error scale(const vImage_Buffer* src, const vImage_Buffer* dest, void* te
         if (!owned) return kvImageMemoryAllocationError;
         tempBuffer = owned.get();
     }
-    auto* base = reinterpret_cast<std::uint8_t*>(
-        alignUp(reinterpret_cast<std::uintptr_t>(tempBuffer)));
+    auto* base =
+        reinterpret_cast<std::uint8_t*>(alignUp(reinterpret_cast<std::uintptr_t>(tempBuffer)));
     std::uint8_t* zimgTmp = base;
     ChannelAccess in{src, form, 0,
                      ringFor(graph->inputLines, src->width, src->height, form.bytesPerSample)};
@@ -232,8 +236,8 @@ vImage_Error scale(const vImage_Buffer* src, const vImage_Buffer* dest, void* te
                                out.ring.mask};
         }
         if (zimg_filter_graph_process(graph->graph, &srcBuf, &dstBuf, zimgTmp,
-                                      directIn ? nullptr : unpack, &in,
-                                      directOut ? nullptr : pack, &out)) {
+                                      directIn ? nullptr : unpack, &in, directOut ? nullptr : pack,
+                                      &out)) {
             return kvImageInternalError;
         }
     }
