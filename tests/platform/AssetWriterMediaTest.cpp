@@ -240,6 +240,7 @@ TEST(AssetWriterMediaTest, TranscodeKeepsTracksMatrixAndTags) {
     std::string tags = probe(out, "-show_entries format_tags");
     EXPECT_TRUE(has(tags, "creation_time=2020-01-02T03:04:05")) << tags;
     EXPECT_TRUE(has(tags, "com.apple.quicktime.software=Unwarp 1.0")) << tags;
+    EXPECT_TRUE(has(tags, "encoder=Unwarp 1.0")) << tags;
 }
 
 // 10-bit frames go to HEVC Main 10 with their HLG tags; alpha frames to ProRes 4444.

@@ -559,7 +559,14 @@ bool WriterCore::ensureHeader(AVAssetWriterInput* trigger, int timescale) {
     output->metadata = movie.dict;
     AVDictionary* options = nullptr;
     if (movie.quickTimeKeys) av_dict_set(&options, "movflags", "use_metadata_tags", 0);
-    int ret = avformat_write_header(output, &options);
+    // libavformat stamps its own name as the encoder when it sets up; ours goes on after.
+    const AVDictionaryEntry* software = av_dict_get(movie.dict, "encoder", nullptr, 0);
+    std::string softwareName = software ? software->value : "";
+    int ret = avformat_init_output(output, &options);
+    if (ret >= 0 && !softwareName.empty()) {
+        av_dict_set(&output->metadata, "encoder", softwareName.c_str(), 0);
+    }
+    if (ret >= 0) ret = avformat_write_header(output, &options);
     av_dict_free(&options);
     if (ret < 0) {
         failLocked(writeError(ret, "Writing the movie header"));
