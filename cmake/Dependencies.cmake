@@ -22,5 +22,6 @@ endforeach()
 target_link_libraries(unwarp_platform_deps INTERFACE
     PkgConfig::LIBAVFORMAT PkgConfig::LIBAVCODEC PkgConfig::LIBAVUTIL PkgConfig::LIBSWSCALE
     PkgConfig::ZIMG)
+
 # The platform layer asks libheif which encoders exist (the image writers it offers).
 target_link_libraries(unwarp_platform_deps INTERFACE PkgConfig::LIBHEIF)
