@@ -29,16 +29,17 @@ class PropertyListSerialization {
     // Writes XML (100) or binary (200); the OpenStep form is read-only on the platform too.
     // A Null anywhere in the value, or a UID outside an archive (a root dictionary holding
     // "$archiver"), is a write error (NSCocoaErrorDomain, NSPropertyListWriteInvalidError), and
-    // so are strings that are not UTF-8 or hold a NUL, and dates before 1933 or after 2069.
+    // so are strings that are not UTF-8 or hold a NUL, and dates more than 2^31 seconds away
+    // from 2001 (before December 1932 or after January 2069), which libplist cannot hold.
     // Options are ignored (0).
     static std::optional<PlistData> dataWithPropertyList(const PlistValue& value,
                                                          PropertyListFormat format,
                                                          std::uint32_t options,
                                                          ErrorRef* error = nullptr);
 
-    // Reads either form, telling which one through `format` when given. Malformed, truncated,
-    // oversized or too deeply nested input gives NSCocoaErrorDomain /
-    // NSPropertyListReadCorruptError, never a crash.
+    // Reads either form, telling which one through `format` when given; the OpenStep form is
+    // not read. Malformed, truncated, oversized or too deeply nested input gives
+    // NSCocoaErrorDomain / NSPropertyListReadCorruptError, never a crash.
     static std::optional<PlistValue> propertyListWithData(const PlistData& data,
                                                           PropertyListFormat* format = nullptr,
                                                           ErrorRef* error = nullptr);

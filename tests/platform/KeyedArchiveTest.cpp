@@ -427,7 +427,11 @@ TEST(KeyedArchive, FoundationValuesAndEscapedKeysRoundTrip) {
 
 TEST(KeyedArchive, ArchiverRefusesWhatCannotBeRead) {
     ArchiveObject deep = ArchiveObject::array({});
-    for (int i = 0; i < KeyedUnarchiver::kMaxDepth; ++i) deep = ArchiveObject::array({deep});
+    for (int i = 0; i < KeyedUnarchiver::kMaxDepth; ++i) {
+        std::vector<ArchiveObject> outer;
+        outer.push_back(std::move(deep));
+        deep = ArchiveObject::array(std::move(outer));
+    }
     ArchiveObject badNumber = ArchiveObject::instance("VRProbe");
     badNumber.encodeObject("n", ArchiveObject::number("seven"));
     struct Case {

@@ -55,7 +55,11 @@ std::string debugDescription(const ErrorRef& error) {
 
 PlistValue nested(int depth) {
     PlistValue v = PlistArray{};
-    for (int i = 1; i < depth; ++i) v = PlistArray{v};
+    for (int i = 1; i < depth; ++i) {
+        PlistArray outer;
+        outer.push_back(std::move(v));
+        v = std::move(outer);
+    }
     return v;
 }
 
