@@ -408,7 +408,7 @@ class XmlConverter {
 std::optional<PlistValue> readXml(const PlistData& data, std::string* failure) {
     std::string text(data.begin(), data.end());  // libplist wants a terminated buffer
     int bound = XmlNestingScan(text.data(), text.size()).maximumDepth();
-    // One level for the plist element and one for a leaf inside the deepest container.
+    // The scan also counts the plist element and a leaf inside the deepest container.
     if (bound > Serialization::kMaxDepth + 2) {
         *failure = "nested deeper than " + std::to_string(Serialization::kMaxDepth) + " levels";
         return std::nullopt;
@@ -422,8 +422,9 @@ std::optional<PlistValue> readXml(const PlistData& data, std::string* failure) {
     PlistPtr owner(root);
     XmlConverter converter;
     auto value = converter.convert(root, 1);
-    // A self-closed container adds a level that the scan does not count.
-    if (converter.deepest() > bound + 1) {
+    // Self-closed containers add levels that the scan does not count: one as a leaf, and one
+    // at the root, where libplist lets "<array/>" adopt the elements that follow it.
+    if (converter.deepest() > bound + 2) {
         log("~~ plist: XML nesting " + std::to_string(converter.deepest()) +
             " above its scanned bound " + std::to_string(bound));
 #ifdef FUZZING_BUILD_MODE_UNSAFE_FOR_PRODUCTION
