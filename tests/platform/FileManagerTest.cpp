@@ -1,6 +1,8 @@
 #include "platform/FileManager.h"
 
 #include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/statvfs.h>
 #include <sys/wait.h>
@@ -106,6 +108,40 @@ TEST(FileManager, WriteCutShortKeepsTheOldFile) {
     EXPECT_EQ(WEXITSTATUS(status), 0) << "10: the write succeeded, 11: wrong error";
     EXPECT_EQ(readFile(path), "old contents");
     EXPECT_EQ(sortedContents(home.root()), std::vector<std::string>{"settings.plist"});
+}
+
+// A real full disk: a 64 KiB tmpfs in a private mount namespace (needs root; skipped otherwise).
+TEST(FileManager, FullDiskIsReportedAsOutOfSpace) {
+    testing_support::TestHome home;
+    const std::string mountPoint = home.path("small");
+    ASSERT_TRUE(FileManager::createDirectoryAtPath(mountPoint, false));
+    pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        if (unshare(CLONE_NEWNS) != 0 ||
+            mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+            mount("tmpfs", mountPoint.c_str(), "tmpfs", 0, "size=64k") != 0) {
+            _exit(77);
+        }
+        const std::string path = mountPoint + "/defaults.plist";
+        if (!FileManager::writeDataAtomically(bytes("old"), path, nullptr)) _exit(12);
+        ErrorRef error;
+        if (FileManager::writeDataAtomically(PlistData(1024 * 1024, 'n'), path, &error)) _exit(10);
+        if (!error || error->domain() != platform::NSCocoaErrorDomain ||
+            error->code() != platform::NSFileWriteOutOfSpaceError ||
+            error->errorsForKey(platform::NSUnderlyingErrorKey).size() != 1 ||
+            error->errorsForKey(platform::NSUnderlyingErrorKey)[0]->code() != ENOSPC) {
+            _exit(11);
+        }
+        if (readFile(path) != "old" || sortedContents(mountPoint).size() != 1) _exit(13);
+        _exit(0);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFEXITED(status));
+    if (WEXITSTATUS(status) == 77) GTEST_SKIP() << "no private tmpfs mount without root";
+    EXPECT_EQ(WEXITSTATUS(status), 0)
+        << "10: the write succeeded, 11: wrong error, 12: setup write failed, 13: leftovers";
 }
 
 TEST(FileManager, ReadsAreBounded) {
