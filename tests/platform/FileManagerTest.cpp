@@ -4,6 +4,7 @@
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <sys/wait.h>
 #include <sys/xattr.h>
@@ -49,6 +50,17 @@ TEST(FileManager, AtomicWriteReplacesAndLeavesOnlyTheTarget) {
     ASSERT_TRUE(FileManager::writeDataAtomically(bytes("second, longer"), path, &error));
     EXPECT_EQ(readFile(path), "second, longer");
     EXPECT_EQ(sortedContents(home.root()), std::vector<std::string>{"data.bin"});
+    // A new file gets the usual mode, not the private one of its temporary file; a replaced
+    // file keeps its own.
+    const mode_t mask = umask(022);
+    umask(mask);
+    struct stat info {};
+    ASSERT_EQ(stat(path.c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, 0666 & ~mask);
+    ASSERT_EQ(chmod(path.c_str(), 0604), 0);
+    ASSERT_TRUE(FileManager::writeDataAtomically(bytes("third"), path, &error));
+    ASSERT_EQ(stat(path.c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, 0604u);
     // An empty value is a valid, empty file.
     ASSERT_TRUE(FileManager::writeDataAtomically({}, path, &error));
     EXPECT_EQ(readFile(path), "");
