@@ -6,6 +6,8 @@
 #include <functional>
 
 #include "model/TypeIdentifiers.h"
+#include "model/VXHelperDevice.h"
+#include "platform/ImageTypes.h"
 
 namespace {
 
@@ -124,6 +126,17 @@ std::vector<VRFormat> VRFormat::availableFormats(unsigned deviceClass,
         }
     }
     return formats;
+}
+
+// Built once; first used on the main thread, as the format menus are.
+const std::vector<VRFormat>& VRFormat::availableFormats() {
+    static const std::vector<VRFormat> formats =
+        availableFormats(VXHelper::deviceClass(), platform::imageDestinationTypeIdentifiers());
+    return formats;
+}
+
+std::vector<VRFormat> VRFormat::availableFormatsWithMediaType(std::uint64_t mediaType) {
+    return availableFormatsWithMediaType(mediaType, availableFormats());
 }
 
 std::vector<VRFormat> VRFormat::availableFormatsWithMediaType(std::uint64_t mediaType,

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "model/SizeGeometry.h"
+#include "model/VXHelperDevice.h"
 #include "model/VXHelperSize.h"
 #include "platform/Log.h"
 
@@ -253,6 +254,10 @@ VRResolvedOutput resolveVideo(const VRResolveRequest& request, const VRDeviceLim
 }
 
 }  // namespace
+
+VRDeviceLimits VRDeviceLimits::currentDevice() {
+    return {VXHelper::maxPhotoSize(), VXHelper::maxVideoSize(), VXHelper::minLivePhotoVideoSize()};
+}
 
 platform::PlistDictionary VRLimitVerdict::userInfo() const {
     return {

@@ -223,6 +223,15 @@ TEST(VRFormat, AvailableFormatsByDeviceClassAndWriters) {
               (std::vector<std::uint64_t>{0, 3, 1, 7, 8, 6}));
 }
 
+TEST(VRFormat, AvailableFormatsOnThisMachine) {
+    // Class 4 (no device model) with every writer of this build, HEIC included.
+    EXPECT_EQ(types(VRFormat::availableFormats()),
+              (std::vector<std::uint64_t>{0, 3, 1, 7, 8, 6, 2, 5}));
+    EXPECT_EQ(&VRFormat::availableFormats(), &VRFormat::availableFormats());
+    EXPECT_EQ(types(VRFormat::availableFormatsWithMediaType(VRFormatMediaTypeVideo)),
+              (std::vector<std::uint64_t>{0, 7, 8, 6}));
+}
+
 TEST(VRImageFormat, DescriptionsAndTypeLookup) {
     using FT = VRImageFormat::FormatType;
     struct Case {

@@ -119,6 +119,14 @@ TEST(VRSizeResolver, OutputSizesOfPhotosAndVideos) {
     }
 }
 
+TEST(VRSizeResolver, LimitsOfThisMachine) {
+    // A machine without a device model is class 4.
+    const VRDeviceLimits limits = VRDeviceLimits::currentDevice();
+    EXPECT_EQ(limits.maxPhotoSize, kClass4.maxPhotoSize);
+    EXPECT_EQ(limits.maxVideoSize, kClass4.maxVideoSize);
+    EXPECT_EQ(limits.minLivePhotoVideoSize, kClass4.minLivePhotoVideoSize);
+}
+
 TEST(VRSizeResolver, NormalModeTurnsTheSizeWithTheUsersQuarterTurn) {
     VRResolveRequest r = photo({4000, 3000}, pixels(1200, 600));
     r.adjustState = adjust(kQuarterTurn, {10, 0});
