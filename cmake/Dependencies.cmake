@@ -11,9 +11,21 @@ add_library(unwarp::platform_deps ALIAS unwarp_platform_deps)
 target_link_libraries(unwarp_platform_deps INTERFACE PkgConfig::PLIST)
 
 # Codec, media and database libraries join the platform layer as their backends arrive.
-foreach(mod IN ITEMS libjpeg libpng libtiff-4 libheif exiv2 zimg lcms2 imagequant
-                     libavformat libavcodec libavutil libswscale sqlite3)
+foreach(mod IN ITEMS libavformat libavcodec libavutil libswscale sqlite3)
     string(MAKE_C_IDENTIFIER "${mod}" var)
     string(TOUPPER "${var}" var)
     pkg_check_modules(${var} QUIET IMPORTED_TARGET ${mod})
 endforeach()
+
+# Image codecs, metadata, scaling and colour management behind the platform image services.
+foreach(mod IN ITEMS libjpeg libpng libtiff-4 libheif exiv2 zimg lcms2 imagequant)
+    string(MAKE_C_IDENTIFIER "${mod}" var)
+    string(TOUPPER "${var}" var)
+    pkg_check_modules(${var} REQUIRED IMPORTED_TARGET ${mod})
+    target_link_libraries(unwarp_platform_deps INTERFACE PkgConfig::${var})
+endforeach()
+# giflib ships no pkg-config module.
+find_library(GIF_LIBRARY gif REQUIRED)
+find_path(GIF_INCLUDE_DIR gif_lib.h REQUIRED)
+target_link_libraries(unwarp_platform_deps INTERFACE ${GIF_LIBRARY})
+target_include_directories(unwarp_platform_deps INTERFACE ${GIF_INCLUDE_DIR})

@@ -1,5 +1,6 @@
 #include "platform/Error.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace platform {

@@ -1,5 +1,6 @@
 #include "platform/Geometry.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>

@@ -1,5 +1,6 @@
 #include "platform/PlistValue.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstdio>

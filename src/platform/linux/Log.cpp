@@ -3,6 +3,7 @@
 #include <syslog.h>
 
 #include <atomic>
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <mutex>
