@@ -1,6 +1,5 @@
 #include "platform/Error.h"
 
-#include <algorithm>
 #include <cstring>
 
 namespace platform {

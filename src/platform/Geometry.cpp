@@ -1,6 +1,5 @@
 #include "platform/Geometry.h"
 
-#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>

@@ -1,6 +1,5 @@
 #include "platform/PlistValue.h"
 
-#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstdio>

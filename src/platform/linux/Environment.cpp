@@ -2,7 +2,6 @@
 
 #include <sys/utsname.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <mutex>
 

@@ -3,7 +3,6 @@
 #include <syslog.h>
 
 #include <atomic>
-#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <mutex>
