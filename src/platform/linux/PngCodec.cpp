@@ -84,6 +84,53 @@ void readTexts(png_structp png, png_infop info, PlistDictionary& family, std::st
     }
 }
 
+std::uint32_t bigEndian32(Bytes p) {
+    return (std::uint32_t(p[0]) << 24) | (std::uint32_t(p[1]) << 16) | (std::uint32_t(p[2]) << 8) |
+           p[3];
+}
+
+// Text chunks behind the pixel data, which libpng reaches only by decoding them: walked here
+// by their lengths. Uncompressed tEXt and iTXt only.
+void readTrailingTexts(Bytes data, std::size_t size, PlistDictionary& family, std::string& xmp) {
+    std::size_t at = 8;
+    bool afterPixels = false;
+    for (int chunks = 0; chunks < 100000 && at + 12 <= size; ++chunks) {
+        std::uint32_t length = bigEndian32(data + at);
+        if (length > size - at - 12) break;
+        std::string type(reinterpret_cast<const char*>(data + at + 4), 4);
+        Bytes body = data + at + 8;
+        if (type == "IDAT") afterPixels = true;
+        if (afterPixels && (type == "tEXt" || type == "iTXt")) {
+            const char* begin = reinterpret_cast<const char*>(body);
+            std::string chunk(begin, length);
+            std::size_t zero = chunk.find('\0');
+            if (zero != std::string::npos) {
+                std::string key = chunk.substr(0, zero);
+                std::string value;
+                bool usable = true;
+                if (type == "tEXt") {
+                    value = chunk.substr(zero + 1);
+                } else {
+                    // keyword, flag, method, language\0, translated keyword\0, text
+                    usable = zero + 2 < chunk.size() && chunk[zero + 1] == 0;
+                    std::size_t language = chunk.find('\0', zero + 3);
+                    std::size_t translated =
+                        language == std::string::npos ? language : chunk.find('\0', language + 1);
+                    if (translated == std::string::npos) usable = false;
+                    if (usable) value = chunk.substr(translated + 1);
+                }
+                if (usable && key == "XML:com.adobe.xmp") {
+                    xmp = value;
+                } else if (const char* apple = appleTextKey(key.c_str()); usable && apple) {
+                    family[apple] = value;
+                }
+            }
+        }
+        if (type == "IEND") break;
+        at += 12 + std::size_t(length);
+    }
+}
+
 }  // namespace
 
 double dpiFromPixelsPerMeter(std::uint32_t ppm) {
@@ -141,6 +188,7 @@ bool pngReadInfo(Bytes data, std::size_t size, ImageInfo& out, std::string& why)
         family[kCGImagePropertyPNGModificationTime] = std::string(text);
     }
     readTexts(r->png, r->info, family, out.xmp);
+    readTrailingTexts(data, size, family, out.xmp);
     png_bytep exif = nullptr;
     png_uint_32 exifLength = 0;
     if (png_get_eXIf_1(r->png, r->info, &exifLength, &exif) && exif)
