@@ -186,6 +186,7 @@ bool ImageDestination::finalize(ErrorRef* error) {
             ::unlink(temp.c_str());
             return fail(errnoError(e, "open", _path));
         }
+        errno = 0;
         switch (format) {
             case Format::JPEG:
                 encoded = codecs::jpegEncode(image, options, file, why);
@@ -202,10 +203,19 @@ bool ImageDestination::finalize(ErrorRef* error) {
             case Format::TIFF:
                 break;
         }
+        int encodeErrno = errno;
         errno = 0;
         bool flushed = std::fflush(file) == 0 && !std::ferror(file);
-        savedErrno = errno;
-        if (std::fclose(file) != 0 && flushed) flushed = false, savedErrno = errno;
+        int flushErrno = errno;
+        errno = 0;
+        if (std::fclose(file) != 0) flushed = false;
+        int closeErrno = errno;
+        // The first out-of-space report wins: encoders lose errno in their own clean-up.
+        savedErrno = 0;
+        for (int e : {encodeErrno, flushErrno, closeErrno})
+            if (isOutOfSpace(e) && !savedErrno) savedErrno = e;
+        for (int e : {encodeErrno, flushErrno, closeErrno})
+            if (e && !savedErrno) savedErrno = e;
         if (!flushed) encoded = false;
     }
     if (encoded && (format == Format::JPEG || format == Format::PNG || format == Format::TIFF) &&

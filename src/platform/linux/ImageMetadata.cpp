@@ -390,6 +390,7 @@ bool setExif(Exiv2::ExifData& exif, const ExifTag& tag, const PlistValue& value)
             }
             break;
     }
+    while (!text.empty() && text.back() == ' ') text.pop_back();
     if (text.empty()) return false;
     if (type == Exiv2::undefined && tag.kind == Kind::Plain && value.isNumber())
         text = std::to_string(value.integerValue());
