@@ -78,6 +78,7 @@ struct DestAccess {
     PixelLayout layout;
     int bpp, c0, a;
     bool deep;
+    int skip;  // index of the skip sample of an opaque layout, or -1
 
     std::uint32_t get(const std::uint8_t* px, int index) const {
         if (deep) {
@@ -110,21 +111,23 @@ struct DestAccess {
         }
         if (a >= 0) {
             mix(a, alpha);
-        } else if (layout.hasExtraSample()) {
-            put(px, layout.colorOffset() == 1 ? 0 : layout.colorComponents, 65535);
+        } else if (skip >= 0) {
+            put(px, skip, 65535);
         }
+    }
+    // Sets a pixel to zero in every sample but the skip sample, which reads full.
+    void clear(std::uint8_t* px) const {
+        std::memset(px, 0, static_cast<std::size_t>(bpp));
+        if (skip >= 0) put(px, skip, 65535);
     }
 };
 
 DestAccess destAccess(std::uint8_t* base, const Bitmap& b) {
     const PixelLayout& l = b.layout();
-    return {base,
-            b.bytesPerRow(),
-            l,
-            l.bytesPerPixel(),
-            l.colorOffset(),
-            l.alphaOffset(),
-            l.bitsPerComponent == 16};
+    int skip = !l.hasAlpha() && l.hasExtraSample() ? (l.colorOffset() == 1 ? 0 : l.colorComponents)
+                                                   : -1;
+    return {base,          b.bytesPerRow(),          l, l.bytesPerPixel(), l.colorOffset(),
+            l.alphaOffset(), l.bitsPerComponent == 16, skip};
 }
 
 // Source pixels read as straight-alpha 16-bit RGBA, optionally through an ICC transform.
@@ -302,9 +305,24 @@ struct AlignedDraw {
         const std::uint16_t* g = planes == 3 ? planeRow(1) : r;
         const std::uint16_t* b = planes == 3 ? planeRow(2) : r;
         const std::uint16_t* a = alpha ? planeRow(3) : nullptr;
+        // Interior pixels of an opaque source replace the destination outright.
+        bool fullRow = wy >= 1 && !a;
+        const PixelLayout& l = dest.layout;
+        bool plainRgb = l.colorComponents == 3;
+        int skip = dest.skip;
         for (unsigned p = left; p < right; ++p) {
             std::size_t x = X0 + p;
-            double w = wy * coverage(static_cast<double>(x), cover.x0, cover.x1);
+            bool edge = x == X0 || x + 1 == X1;
+            if (fullRow && plainRgb && !edge) {
+                std::uint8_t* px = row + x * dest.bpp;
+                dest.put(px, dest.c0, r[p]);
+                dest.put(px, dest.c0 + 1, g[p]);
+                dest.put(px, dest.c0 + 2, b[p]);
+                if (dest.a >= 0) dest.put(px, dest.a, 65535);
+                if (skip >= 0) dest.put(px, skip, 65535);
+                continue;
+            }
+            double w = wy * (edge ? coverage(static_cast<double>(x), cover.x0, cover.x1) : 1.0);
             if (w <= 0) continue;
             std::uint32_t sa = a ? a[p] : 65535;
             std::uint32_t sr = std::min<std::uint32_t>(r[p], sa);
@@ -453,7 +471,10 @@ std::unique_ptr<BitmapContext> BitmapContext::create(std::size_t width, std::siz
     context->_state.clip = {{0, 0}, {static_cast<double>(width), static_cast<double>(height)}};
     if (!layout.hasAlpha() && layout.hasExtraSample()) {
         // Skip samples read as full, so that an untouched opaque context is opaque black.
-        context->clearRect(context->_state.clip);
+        DestAccess dest = destAccess(context->mutablePixels(), context->_bitmap);
+        for (std::size_t y = 0; y < height; ++y)
+            for (std::size_t x = 0; x < width; ++x)
+                dest.put(dest.base + y * dest.stride + x * dest.bpp, dest.skip, 65535);
     }
     return context;
 }
@@ -554,9 +575,7 @@ void BitmapContext::fillDeviceRect(const CGRect& userRect,
             if (w <= 0) continue;
             std::uint8_t* px = row + x * dest.bpp;
             if (replace && w >= 1) {
-                for (int k = 0; k < _bitmap.layout().samplesPerPixel(); ++k) dest.put(px, k, 0);
-                if (!_bitmap.layout().hasAlpha() && _bitmap.layout().hasExtraSample())
-                    dest.blend(px, 0, 0, 0, 0);
+                dest.clear(px);
                 continue;
             }
             if (replace) {
