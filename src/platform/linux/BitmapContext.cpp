@@ -124,10 +124,16 @@ struct DestAccess {
 
 DestAccess destAccess(std::uint8_t* base, const Bitmap& b) {
     const PixelLayout& l = b.layout();
-    int skip = !l.hasAlpha() && l.hasExtraSample() ? (l.colorOffset() == 1 ? 0 : l.colorComponents)
-                                                   : -1;
-    return {base,          b.bytesPerRow(),          l, l.bytesPerPixel(), l.colorOffset(),
-            l.alphaOffset(), l.bitsPerComponent == 16, skip};
+    int skip =
+        !l.hasAlpha() && l.hasExtraSample() ? (l.colorOffset() == 1 ? 0 : l.colorComponents) : -1;
+    return {base,
+            b.bytesPerRow(),
+            l,
+            l.bytesPerPixel(),
+            l.colorOffset(),
+            l.alphaOffset(),
+            l.bitsPerComponent == 16,
+            skip};
 }
 
 // Source pixels read as straight-alpha 16-bit RGBA, optionally through an ICC transform.
