@@ -10,18 +10,16 @@ add_library(unwarp_platform_deps INTERFACE)
 add_library(unwarp::platform_deps ALIAS unwarp_platform_deps)
 target_link_libraries(unwarp_platform_deps INTERFACE PkgConfig::PLIST)
 
-# Codec, media and database libraries join the platform layer as their backends arrive.
+# Image codecs, metadata, colour management, scaling and FFmpeg behind the platform services.
 foreach(mod IN ITEMS libjpeg libpng libtiff-4 libheif exiv2 zimg lcms2 imagequant
-                     libavformat libavcodec libavutil libswscale sqlite3)
+                     libavformat libavcodec libavutil libswscale)
     string(MAKE_C_IDENTIFIER "${mod}" var)
     string(TOUPPER "${var}" var)
-    pkg_check_modules(${var} QUIET IMPORTED_TARGET ${mod})
+    pkg_check_modules(${var} REQUIRED IMPORTED_TARGET ${mod})
+    target_link_libraries(unwarp_platform_deps INTERFACE PkgConfig::${var})
 endforeach()
-
-# Media services: FFmpeg for movies, zimg for plane scaling.
-target_link_libraries(unwarp_platform_deps INTERFACE
-    PkgConfig::LIBAVFORMAT PkgConfig::LIBAVCODEC PkgConfig::LIBAVUTIL PkgConfig::LIBSWSCALE
-    PkgConfig::ZIMG)
-
-# The platform layer asks libheif which encoders exist (the image writers it offers).
-target_link_libraries(unwarp_platform_deps INTERFACE PkgConfig::LIBHEIF)
+# giflib ships no pkg-config module.
+find_library(GIF_LIBRARY gif REQUIRED)
+find_path(GIF_INCLUDE_DIR gif_lib.h REQUIRED)
+target_link_libraries(unwarp_platform_deps INTERFACE ${GIF_LIBRARY})
+target_include_directories(unwarp_platform_deps INTERFACE ${GIF_INCLUDE_DIR})

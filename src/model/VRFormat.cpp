@@ -7,7 +7,7 @@
 
 #include "model/TypeIdentifiers.h"
 #include "model/VXHelperDevice.h"
-#include "platform/ImageTypes.h"
+#include "platform/ImageDestination.h"
 
 namespace {
 
@@ -131,7 +131,7 @@ std::vector<VRFormat> VRFormat::availableFormats(unsigned deviceClass,
 // Built once; first used on the main thread, as the format menus are.
 const std::vector<VRFormat>& VRFormat::availableFormats() {
     static const std::vector<VRFormat> formats =
-        availableFormats(VXHelper::deviceClass(), platform::imageDestinationTypeIdentifiers());
+        availableFormats(VXHelper::deviceClass(), platform::ImageDestination::typeIdentifiers());
     return formats;
 }
 

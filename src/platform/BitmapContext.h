@@ -1,0 +1,114 @@
+// A drawing surface over one bitmap, with the platform's drawing model: fill, clear, transform,
+// clip and draw an image into a rectangle, then snapshot. The photo pipeline and thumbnails
+// draw through it.
+//
+// Coordinates are pixels with the origin at the bottom-left corner and y growing upwards;
+// drawImage puts the image's top row at the rectangle's top (its largest y). Pixel (x, y) of
+// the snapshot, counted from the top-left, covers user space [x, x+1) x [H-y-1, H-y) under the
+// identity transform.
+//
+// Placement is exact: the image is resampled at the true, possibly fractional, position of the
+// rectangle, and a pixel that the rectangle (after the clip) covers only in part receives the
+// image scaled by the covered fraction of its area, as an antialiased edge. A transform that
+// keeps axes parallel (translations, scales, quarter-turn rotations, flips) draws through zimg
+// in one pass, with no scaled copy of the source. Any other rotation is drawn by bilinear
+// inverse mapping with hard edges, and clips are taken as the bounding box of their rectangle.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "platform/Bitmap.h"
+#include "platform/Error.h"
+#include "platform/Geometry.h"
+
+namespace platform {
+
+enum CGInterpolationQuality : std::int32_t {
+    kCGInterpolationDefault = 0,  // medium
+    kCGInterpolationNone = 1,     // nearest sample
+    kCGInterpolationLow = 2,      // bilinear
+    kCGInterpolationHigh = 3,     // Lanczos, 3 lobes
+    kCGInterpolationMedium = 4,   // bicubic (Catmull-Rom)
+};
+
+// Colour components from 0 to 1, in the context's colour space; grey contexts take the
+// Rec. 709 luma of red, green and blue.
+struct RGBAColor {
+    double red = 0, green = 0, blue = 0, alpha = 1;
+    friend bool operator==(const RGBAColor&, const RGBAColor&) = default;
+};
+
+class BitmapContext {
+  public:
+    // CGBitmapContextCreate. Accepted: grey 8/16 bits with alpha part None; RGB 8/16 bits with
+    // PremultipliedLast/First or NoneSkipLast/First; alpha only, 8/16 bits. Byte order bits
+    // must be the default or the one `Bitmap::bitmapInfoForLayout` gives. Anything else (RGB
+    // without a fourth sample, straight alpha, CMYK, other depths) is refused with an error
+    // and null, as the platform refuses such layouts. Pixels start cleared to zero.
+    static std::unique_ptr<BitmapContext> create(std::size_t width, std::size_t height,
+                                                 std::size_t bitsPerComponent,
+                                                 const ColorSpace& colorSpace,
+                                                 std::uint32_t bitmapInfo,
+                                                 ErrorRef* error = nullptr);
+
+    std::size_t width() const { return _bitmap._width; }
+    std::size_t height() const { return _bitmap._height; }
+    std::size_t bitsPerComponent() const { return _bitmap.bitsPerComponent(); }
+    std::uint32_t bitmapInfo() const { return _bitmap.bitmapInfo(); }
+    CGImageAlphaInfo alphaInfo() const { return _bitmap.alphaInfo(); }
+    const ColorSpace& colorSpace() const { return _bitmap.colorSpace(); }
+
+    void saveGState();
+    // Without a matching save this does nothing.
+    void restoreGState();
+    void setInterpolationQuality(CGInterpolationQuality quality) { _state.quality = quality; }
+    CGInterpolationQuality interpolationQuality() const { return _state.quality; }
+    void setFillColor(const RGBAColor& color) { _state.fill = color; }
+
+    // The current transform maps user space to the bitmap's bottom-left space.
+    void translateCTM(double tx, double ty);
+    void scaleCTM(double sx, double sy);
+    // Radians, counter-clockwise. Multiples of a quarter turn are taken exactly (within 1e-9),
+    // so that they keep the fast, exact path.
+    void rotateCTM(double angle);
+    void concatCTM(const CGAffineTransform& transform);
+    CGAffineTransform getCTM() const { return _state.ctm; }
+    // Intersects the clip with the rectangle in user space.
+    void clipToRect(CGRect rect);
+
+    // Source-over fill of the rectangle with the fill colour, under transform and clip.
+    void fillRect(CGRect rect);
+    // Sets the covered pixels to zero in every sample (transparent, or black in an opaque
+    // layout, whose skip sample is set to full).
+    void clearRect(CGRect rect);
+    // Source-over draw of `image` scaled into `rect`, with the interpolation quality of the
+    // state; premultiplied alpha throughout, colour converted to the context's space.
+    void drawImage(CGRect rect, const Bitmap& image);
+
+    // CGBitmapContextCreateImage: an image of the current pixels. It shares the pixels until
+    // the context draws again, so a context released after its snapshot costs no copy.
+    Bitmap createImage();
+
+    ~BitmapContext();
+
+  private:
+    struct State {
+        CGAffineTransform ctm;
+        CGRect clip;  // bottom-left device space, axis-aligned
+        CGInterpolationQuality quality = kCGInterpolationDefault;
+        RGBAColor fill{0, 0, 0, 1};
+    };
+    BitmapContext() = default;
+    std::uint8_t* mutablePixels();
+    void fillDeviceRect(const CGRect& userRect, const std::vector<std::uint16_t>& premultiplied,
+                        bool replace);
+
+    Bitmap _bitmap;
+    State _state;
+    std::vector<State> _saved;
+};
+
+}  // namespace platform

@@ -1,0 +1,99 @@
+// The per-format readers and writers behind ImageSource and ImageDestination, and the metadata
+// bridge to exiv2. Internal to the Linux platform layer; each codec keeps its library's error
+// mechanism (setjmp/longjmp, global handlers) inside its own file.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/Bitmap.h"
+#include "platform/PlistValue.h"
+
+namespace platform::codecs {
+
+// What a header tells without decoding the pixels.
+struct ImageInfo {
+    std::uint32_t width = 0;
+    std::uint32_t height = 0;
+    int bitsPerComponent = 8;
+    bool hasAlpha = false;
+    ColorSpace::Model model = ColorSpace::Model::RGB;
+    std::vector<std::uint8_t> icc;
+    // Format-specific properties: "DPIWidth"/"DPIHeight", "{JFIF}", "{PNG}", "{HEICS}", "{GIF}".
+    PlistDictionary properties;
+    // Metadata blocks the codec found itself (HEIF, PNG eXIf): a TIFF-structured EXIF block
+    // and an XMP packet. Left empty where exiv2 reads the file directly.
+    std::vector<std::uint8_t> exif;
+    std::string xmp;
+    // HEIF pixels come out already turned by the container's own transformations.
+    bool orientationApplied = false;
+};
+
+// What the writers need beyond the pixels.
+struct EncodeOptions {
+    double quality = 1.0;  // 0..1
+    bool keepAlpha = true;
+    std::optional<double> dpiX, dpiY;
+    const PlistDictionary* properties = nullptr;  // the whole dictionary given to the destination
+    std::vector<std::uint8_t> exif;               // for encoders that embed EXIF themselves
+    std::string xmp;
+};
+
+using Bytes = const std::uint8_t*;
+
+bool jpegReadInfo(Bytes data, std::size_t size, ImageInfo& info, std::string& why);
+std::optional<Bitmap> jpegDecode(Bytes data, std::size_t size, std::string& why);
+bool jpegEncode(const Bitmap& image, const EncodeOptions& options, std::FILE* file,
+                std::string& why);
+
+bool pngReadInfo(Bytes data, std::size_t size, ImageInfo& info, std::string& why);
+std::optional<Bitmap> pngDecode(Bytes data, std::size_t size, std::string& why);
+bool pngEncode(const Bitmap& image, const EncodeOptions& options, std::FILE* file,
+               std::string& why);
+
+bool tiffReadInfo(Bytes data, std::size_t size, ImageInfo& info, std::string& why);
+std::optional<Bitmap> tiffDecode(Bytes data, std::size_t size, std::string& why);
+bool tiffEncode(const Bitmap& image, const EncodeOptions& options, const std::string& path,
+                std::string& why);
+
+bool gifReadInfo(Bytes data, std::size_t size, ImageInfo& info, std::string& why);
+std::optional<Bitmap> gifDecode(Bytes data, std::size_t size, std::string& why);
+bool gifEncode(const Bitmap& image, const EncodeOptions& options, std::FILE* file,
+               std::string& why);
+
+bool heifReadInfo(Bytes data, std::size_t size, ImageInfo& info, std::string& why);
+std::optional<Bitmap> heifDecode(Bytes data, std::size_t size, std::string& why);
+bool heifEncode(const Bitmap& image, const EncodeOptions& options, std::FILE* file,
+                std::string& why);
+bool heifCanEncode();
+// The libheif quality (0..100) for a compression quality (0..1).
+int heifQualityForCompression(double compression);
+
+// Metadata through exiv2. Readers add "{TIFF}", "{Exif}", "{GPS}", "{IPTC}", "{XMP}" and the
+// top-level "Orientation" to `properties`; they never fail, a damaged block is left out.
+void readMetadataFromFile(Bytes data, std::size_t size, PlistDictionary& properties);
+void readExifBlock(Bytes data, std::size_t size, PlistDictionary& properties);
+void readXmpPacket(const std::string& packet, PlistDictionary& properties);
+// Writes the families of `properties` (and "Orientation", DPI) into a JPEG, PNG or TIFF file.
+bool writeMetadataToFile(const std::string& path, const PlistDictionary& properties,
+                         std::string& why);
+// For encoders that carry the blocks themselves.
+std::vector<std::uint8_t> encodeExifBlock(const PlistDictionary& properties);
+std::string encodeXmpPacket(const PlistDictionary& properties);
+
+// Row conversion for encoders: row `y` as interleaved 8- or 16-bit samples, grey or RGB as
+// `gray` says, with straight alpha appended when `alpha`. Premultiplied input is divided out;
+// input without alpha gets full alpha. `out` holds width * (gray?1:3 + alpha) samples.
+void unpackRow8(const Bitmap& image, std::size_t y, bool gray, bool alpha, std::uint8_t* out);
+void unpackRow16(const Bitmap& image, std::size_t y, bool gray, bool alpha, std::uint16_t* out);
+
+// Small helpers shared by the codecs.
+// The value under `key`, or a null value.
+const PlistValue& valueForKey(const PlistDictionary& dictionary, const std::string& key);
+double dpiFromPixelsPerMeter(std::uint32_t ppm);
+
+}  // namespace platform::codecs

@@ -1,0 +1,381 @@
+// PNG through libpng. libpng's longjmp lands in the function that set it, in this file.
+#include <png.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <memory>
+
+#include "platform/ImagePropertyKeys.h"
+#include "platform/linux/ImageCodecs.h"
+
+namespace platform::codecs {
+namespace {
+
+struct Reader {
+    png_structp png = nullptr;
+    png_infop info = nullptr;
+    Bytes data = nullptr;
+    std::size_t size = 0;
+    std::size_t offset = 0;
+    char message[256] = {0};
+    ~Reader() { png_destroy_read_struct(&png, info ? &info : nullptr, nullptr); }
+};
+
+void onError(png_structp png, png_const_charp message) {
+    auto* r = static_cast<Reader*>(png_get_error_ptr(png));
+    std::snprintf(r->message, sizeof r->message, "%s", message);
+    png_longjmp(png, 1);
+}
+
+void onWarning(png_structp, png_const_charp) {}
+
+void readBytes(png_structp png, png_bytep out, png_size_t length) {
+    auto* r = static_cast<Reader*>(png_get_io_ptr(png));
+    if (r->size - r->offset < length) png_error(png, "file is truncated");
+    std::memcpy(out, r->data + r->offset, length);
+    r->offset += length;
+}
+
+bool openReader(Reader& r, Bytes data, std::size_t size, std::string& why) {
+    r.data = data;
+    r.size = size;
+    r.png = png_create_read_struct(PNG_LIBPNG_VER_STRING, &r, onError, onWarning);
+    if (!r.png) return why = "out of memory", false;
+    r.info = png_create_info_struct(r.png);
+    if (!r.info) return why = "out of memory", false;
+    png_set_read_fn(r.png, &r, readBytes);
+    // Checksums are checked; oversized chunks are refused by libpng's own user limits.
+    png_set_user_limits(r.png, 0x7fffffff, 0x7fffffff);
+    png_set_chunk_malloc_max(r.png, 64u << 20);
+    return true;
+}
+
+const char* appleTextKey(const char* key) {
+    static const struct {
+        const char* png;
+        const char* apple;
+    } table[] = {{"Title", "Title"},
+                 {"Author", "Author"},
+                 {"Description", "Description"},
+                 {"Copyright", "Copyright"},
+                 {"Creation Time", "CreationTime"},
+                 {"Software", "Software"},
+                 {"Disclaimer", "Disclaimer"},
+                 {"Warning", "Warning"},
+                 {"Source", "Source"},
+                 {"Comment", "Comment"}};
+    for (const auto& e : table)
+        if (std::strcmp(e.png, key) == 0) return e.apple;
+    return nullptr;
+}
+
+void readTexts(png_structp png, png_infop info, PlistDictionary& family, std::string& xmp) {
+    png_textp texts = nullptr;
+    int count = png_get_text(png, info, &texts, nullptr);
+    for (int i = 0; i < count; ++i) {
+        const char* key = texts[i].key;
+        std::string value(texts[i].text ? texts[i].text : "");
+        if (std::strcmp(key, "XML:com.adobe.xmp") == 0) {
+            xmp = value;
+        } else if (const char* apple = appleTextKey(key)) {
+            family[apple] = value;
+        }
+    }
+}
+
+std::uint32_t bigEndian32(Bytes p) {
+    return (std::uint32_t(p[0]) << 24) | (std::uint32_t(p[1]) << 16) | (std::uint32_t(p[2]) << 8) |
+           p[3];
+}
+
+// Text chunks behind the pixel data, which libpng reaches only by decoding them: walked here
+// by their lengths. Uncompressed tEXt and iTXt only.
+void readTrailingTexts(Bytes data, std::size_t size, PlistDictionary& family, std::string& xmp) {
+    std::size_t at = 8;
+    bool afterPixels = false;
+    for (int chunks = 0; chunks < 100000 && at + 12 <= size; ++chunks) {
+        std::uint32_t length = bigEndian32(data + at);
+        if (length > size - at - 12) break;
+        std::string type(reinterpret_cast<const char*>(data + at + 4), 4);
+        Bytes body = data + at + 8;
+        if (type == "IDAT") afterPixels = true;
+        if (afterPixels && (type == "tEXt" || type == "iTXt")) {
+            const char* begin = reinterpret_cast<const char*>(body);
+            std::string chunk(begin, length);
+            std::size_t zero = chunk.find('\0');
+            if (zero != std::string::npos) {
+                std::string key = chunk.substr(0, zero);
+                std::string value;
+                bool usable = true;
+                if (type == "tEXt") {
+                    value = chunk.substr(zero + 1);
+                } else {
+                    // keyword, flag, method, language\0, translated keyword\0, text
+                    usable = zero + 2 < chunk.size() && chunk[zero + 1] == 0;
+                    std::size_t language = chunk.find('\0', zero + 3);
+                    std::size_t translated =
+                        language == std::string::npos ? language : chunk.find('\0', language + 1);
+                    if (translated == std::string::npos) usable = false;
+                    if (usable) value = chunk.substr(translated + 1);
+                }
+                if (usable && key == "XML:com.adobe.xmp") {
+                    xmp = value;
+                } else if (const char* apple = appleTextKey(key.c_str()); usable && apple) {
+                    family[apple] = value;
+                }
+            }
+        }
+        if (type == "IEND") break;
+        at += 12 + std::size_t(length);
+    }
+}
+
+}  // namespace
+
+double dpiFromPixelsPerMeter(std::uint32_t ppm) {
+    double dpi = ppm * 0.0254;
+    double rounded = std::round(dpi);
+    return std::fabs(dpi - rounded) < 0.01 ? rounded : dpi;
+}
+
+bool pngReadInfo(Bytes data, std::size_t size, ImageInfo& out, std::string& why) {
+    auto r = std::make_unique<Reader>();
+    if (!openReader(*r, data, size, why)) return false;
+    if (setjmp(png_jmpbuf(r->png))) {
+        why = r->message;
+        return false;
+    }
+    png_read_info(r->png, r->info);
+    png_uint_32 w = 0, h = 0;
+    int depth = 0, colorType = 0, interlace = 0;
+    png_get_IHDR(r->png, r->info, &w, &h, &depth, &colorType, &interlace, nullptr, nullptr);
+    out.width = w;
+    out.height = h;
+    out.bitsPerComponent = depth == 16 ? 16 : 8;
+    out.hasAlpha =
+        (colorType & PNG_COLOR_MASK_ALPHA) || png_get_valid(r->png, r->info, PNG_INFO_tRNS);
+    out.model =
+        (colorType & PNG_COLOR_MASK_COLOR) ? ColorSpace::Model::RGB : ColorSpace::Model::Gray;
+    PlistDictionary family;
+    family["InterlaceType"] = interlace;
+    png_charp name = nullptr;
+    png_bytep profile = nullptr;
+    png_uint_32 profileLength = 0;
+    int compression = 0;
+    if (png_get_iCCP(r->png, r->info, &name, &compression, &profile, &profileLength) && profile)
+        out.icc.assign(profile, profile + profileLength);
+    double gamma = 0;
+    if (png_get_gAMA(r->png, r->info, &gamma)) family["Gamma"] = gamma;
+    int srgbIntent = 0;
+    if (png_get_sRGB(r->png, r->info, &srgbIntent)) family["sRGBIntent"] = srgbIntent;
+    png_uint_32 xppm = 0, yppm = 0;
+    int unit = 0;
+    if (png_get_pHYs(r->png, r->info, &xppm, &yppm, &unit)) {
+        family[kCGImagePropertyPNGXPixelsPerMeter] = static_cast<std::int64_t>(xppm);
+        family[kCGImagePropertyPNGYPixelsPerMeter] = static_cast<std::int64_t>(yppm);
+        if (unit == PNG_RESOLUTION_METER && xppm > 0 && yppm > 0) {
+            out.properties[kCGImagePropertyDPIWidth] = dpiFromPixelsPerMeter(xppm);
+            out.properties[kCGImagePropertyDPIHeight] = dpiFromPixelsPerMeter(yppm);
+        }
+    }
+    png_timep time = nullptr;
+    if (png_get_tIME(r->png, r->info, &time) && time) {
+        char text[32];
+        std::snprintf(text, sizeof text, "%04u:%02u:%02u %02u:%02u:%02u",
+                      static_cast<unsigned>(time->year), time->month, time->day, time->hour,
+                      time->minute, time->second);
+        family[kCGImagePropertyPNGModificationTime] = std::string(text);
+    }
+    readTexts(r->png, r->info, family, out.xmp);
+    readTrailingTexts(data, size, family, out.xmp);
+    png_bytep exif = nullptr;
+    png_uint_32 exifLength = 0;
+    if (png_get_eXIf_1(r->png, r->info, &exifLength, &exif) && exif)
+        out.exif.assign(exif, exif + exifLength);
+    out.properties[kCGImagePropertyPNGDictionary] = std::move(family);
+    return true;
+}
+
+std::optional<Bitmap> pngDecode(Bytes data, std::size_t size, std::string& why) {
+    auto r = std::make_unique<Reader>();
+    if (!openReader(*r, data, size, why)) return std::nullopt;
+    auto pixels = std::make_unique<std::vector<std::uint8_t>>();
+    auto rows = std::make_unique<std::vector<png_bytep>>();
+    auto icc = std::make_unique<std::vector<std::uint8_t>>();
+    if (setjmp(png_jmpbuf(r->png))) {
+        why = r->message;
+        return std::nullopt;
+    }
+    png_read_info(r->png, r->info);
+    png_uint_32 w = 0, h = 0;
+    int depth = 0, colorType = 0;
+    png_get_IHDR(r->png, r->info, &w, &h, &depth, &colorType, nullptr, nullptr, nullptr);
+    bool trns = png_get_valid(r->png, r->info, PNG_INFO_tRNS);
+    bool alpha = (colorType & PNG_COLOR_MASK_ALPHA) || trns;
+    bool gray = !(colorType & PNG_COLOR_MASK_COLOR) && colorType != PNG_COLOR_TYPE_PALETTE;
+    int bits = depth == 16 ? 16 : 8;
+    if (colorType == PNG_COLOR_TYPE_PALETTE) png_set_palette_to_rgb(r->png);
+    if (gray && depth < 8) png_set_expand_gray_1_2_4_to_8(r->png);
+    if (trns) png_set_tRNS_to_alpha(r->png);
+    if (gray && alpha) {
+        png_set_gray_to_rgb(r->png);
+        gray = false;
+    }
+    if (!gray && !alpha) png_set_filler(r->png, bits == 16 ? 0xFFFF : 0xFF, PNG_FILLER_AFTER);
+    if (bits == 16) png_set_swap(r->png);
+    png_set_interlace_handling(r->png);
+    png_read_update_info(r->png, r->info);
+    PixelLayout layout{bits, gray ? 1 : 3,
+                       gray    ? kCGImageAlphaNone
+                       : alpha ? kCGImageAlphaLast
+                               : kCGImageAlphaNoneSkipLast};
+    std::size_t stride = static_cast<std::size_t>(w) * layout.bytesPerPixel();
+    if (png_get_rowbytes(r->png, r->info) != stride) {
+        why = "unexpected row layout";
+        return std::nullopt;
+    }
+    png_charp name = nullptr;
+    png_bytep profile = nullptr;
+    png_uint_32 profileLength = 0;
+    int compression = 0;
+    if (png_get_iCCP(r->png, r->info, &name, &compression, &profile, &profileLength) && profile)
+        icc->assign(profile, profile + profileLength);
+    pixels->resize(stride * h);
+    rows->resize(h);
+    for (png_uint_32 y = 0; y < h; ++y) (*rows)[y] = pixels->data() + stride * y;
+    png_read_image(r->png, rows->data());
+    // Chunks after the pixels are not needed, and a missing end is no damage to the image.
+    return Bitmap(
+        w, h, layout,
+        ColorSpace(gray ? ColorSpace::Model::Gray : ColorSpace::Model::RGB, std::move(*icc)),
+        std::move(*pixels), stride);
+}
+
+namespace {
+
+struct Writer {
+    bool gray = false, alpha = false, sixteen = false;
+    png_structp png = nullptr;
+    png_infop info = nullptr;
+    char message[256] = {0};
+    ~Writer() { png_destroy_write_struct(&png, info ? &info : nullptr); }
+};
+
+void onWriteError(png_structp png, png_const_charp message) {
+    auto* w = static_cast<Writer*>(png_get_error_ptr(png));
+    std::snprintf(w->message, sizeof w->message, "%s", message);
+    png_longjmp(png, 1);
+}
+
+const char* pngTextKey(const std::string& apple) {
+    static const struct {
+        const char* apple;
+        const char* png;
+    } table[] = {{"Title", "Title"},
+                 {"Author", "Author"},
+                 {"Description", "Description"},
+                 {"Copyright", "Copyright"},
+                 {"CreationTime", "Creation Time"},
+                 {"Software", "Software"},
+                 {"Disclaimer", "Disclaimer"},
+                 {"Warning", "Warning"},
+                 {"Source", "Source"},
+                 {"Comment", "Comment"}};
+    for (const auto& e : table)
+        if (apple == e.apple) return e.png;
+    return nullptr;
+}
+
+}  // namespace
+
+bool pngEncode(const Bitmap& image, const EncodeOptions& options, std::FILE* file,
+               std::string& why) {
+    auto w = std::make_unique<Writer>();
+    w->gray = image.layout().colorComponents == 1;
+    w->alpha = options.keepAlpha && image.layout().hasAlpha();
+    w->sixteen = image.bitsPerComponent() == 16;
+    std::size_t samples = image.width() * ((w->gray ? 1 : 3) + (w->alpha ? 1 : 0));
+    auto row8 = std::make_unique<std::vector<std::uint8_t>>(w->sixteen ? 0 : samples);
+    auto row16 = std::make_unique<std::vector<std::uint16_t>>(w->sixteen ? samples : 0);
+    auto keys = std::make_unique<std::vector<std::string>>();
+    auto values = std::make_unique<std::vector<std::string>>();
+    auto texts = std::make_unique<std::vector<png_text>>();
+    w->png = png_create_write_struct(PNG_LIBPNG_VER_STRING, w.get(), onWriteError, onWarning);
+    if (!w->png) return why = "out of memory", false;
+    w->info = png_create_info_struct(w->png);
+    if (!w->info) return why = "out of memory", false;
+    if (setjmp(png_jmpbuf(w->png))) {
+        why = w->message;
+        return false;
+    }
+    png_init_io(w->png, file);
+    const bool gray = w->gray, alpha = w->alpha, sixteen = w->sixteen;
+    png_set_compression_level(w->png, 6);
+    int colorType = gray ? (alpha ? PNG_COLOR_TYPE_GRAY_ALPHA : PNG_COLOR_TYPE_GRAY)
+                         : (alpha ? PNG_COLOR_TYPE_RGB_ALPHA : PNG_COLOR_TYPE_RGB);
+    png_set_IHDR(w->png, w->info, static_cast<png_uint_32>(image.width()),
+                 static_cast<png_uint_32>(image.height()), sixteen ? 16 : 8, colorType,
+                 PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
+    const auto& icc = image.colorSpace().iccProfile();
+    if (!icc.empty())
+        png_set_iCCP(w->png, w->info, "icc", PNG_COMPRESSION_TYPE_BASE, icc.data(),
+                     static_cast<png_uint_32>(icc.size()));
+    if (options.dpiX && options.dpiY)
+        png_set_pHYs(w->png, w->info, static_cast<png_uint_32>(std::lround(*options.dpiX / 0.0254)),
+                     static_cast<png_uint_32>(std::lround(*options.dpiY / 0.0254)),
+                     PNG_RESOLUTION_METER);
+    if (options.properties) {
+        if (const auto* family =
+                valueForKey(*options.properties, kCGImagePropertyPNGDictionary).dictionary())
+            for (const auto& [key, value] : *family)
+                if (const char* pngKey = pngTextKey(key); pngKey && value.string())
+                    keys->push_back(pngKey), values->push_back(*value.string());
+    }
+    if (options.properties) {
+        const auto* family =
+            valueForKey(*options.properties, kCGImagePropertyPNGDictionary).dictionary();
+        const PlistValue* modified =
+            family ? &valueForKey(*family, kCGImagePropertyPNGModificationTime) : nullptr;
+        png_time t{};
+        unsigned year = 0, month = 0, day = 0, hour = 0, minute = 0, second = 0;
+        if (modified && modified->string() &&
+            std::sscanf(modified->string()->c_str(), "%u:%u:%u %u:%u:%u", &year, &month, &day,
+                        &hour, &minute, &second) == 6 &&
+            year < 65536 && month >= 1 && month <= 12 && day >= 1 && day <= 31 && hour < 24 &&
+            minute < 60 && second < 61) {
+            t.year = static_cast<png_uint_16>(year);
+            t.month = static_cast<png_byte>(month), t.day = static_cast<png_byte>(day);
+            t.hour = static_cast<png_byte>(hour), t.minute = static_cast<png_byte>(minute);
+            t.second = static_cast<png_byte>(second);
+            png_set_tIME(w->png, w->info, &t);
+        }
+    }
+    for (std::size_t i = 0; i < keys->size(); ++i) {
+        png_text t{};
+        t.compression = PNG_TEXT_COMPRESSION_NONE;
+        t.key = (*keys)[i].data();
+        t.text = (*values)[i].data();
+        t.text_length = (*values)[i].size();
+        texts->push_back(t);
+    }
+    if (!texts->empty())
+        png_set_text(w->png, w->info, texts->data(), static_cast<int>(texts->size()));
+    png_write_info(w->png, w->info);
+    if (sixteen) png_set_swap(w->png);
+    for (std::size_t y = 0; y < image.height(); ++y) {
+        png_bytep row;
+        if (sixteen) {
+            unpackRow16(image, y, gray, alpha, row16->data());
+            row = reinterpret_cast<png_bytep>(row16->data());
+        } else {
+            unpackRow8(image, y, gray, alpha, row8->data());
+            row = row8->data();
+        }
+        png_write_row(w->png, row);
+    }
+    png_write_end(w->png, w->info);
+    return true;
+}
+
+}  // namespace platform::codecs

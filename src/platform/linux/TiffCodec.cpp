@@ -1,0 +1,275 @@
+// TIFF through libtiff, read from memory with a client I/O and written to a file. libtiff's
+// messages go through handlers set once here into a per-thread buffer, never to stderr.
+#include <tiffio.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdarg>
+#include <cstring>
+#include <memory>
+#include <mutex>
+
+#include "platform/ImagePropertyKeys.h"
+#include "platform/linux/ImageCodecs.h"
+
+namespace platform::codecs {
+namespace {
+
+thread_local std::string tiffMessage;
+
+void onTiffError(const char* module, const char* format, va_list args) {
+    char text[512];
+    std::vsnprintf(text, sizeof text, format, args);
+    tiffMessage = std::string(module ? module : "tiff") + ": " + text;
+}
+
+void onTiffWarning(const char*, const char*, va_list) {}
+
+void installHandlers() {
+    static std::once_flag once;
+    std::call_once(once, [] {
+        TIFFSetErrorHandler(onTiffError);
+        TIFFSetWarningHandler(onTiffWarning);
+    });
+}
+
+struct Memory {
+    Bytes data;
+    std::size_t size;
+    toff_t offset = 0;
+};
+
+tsize_t memRead(thandle_t h, tdata_t buf, tsize_t n) {
+    auto* m = static_cast<Memory*>(h);
+    if (n < 0 || m->offset >= m->size) return 0;
+    std::size_t count = std::min<std::size_t>(static_cast<std::size_t>(n), m->size - m->offset);
+    std::memcpy(buf, m->data + m->offset, count);
+    m->offset += count;
+    return static_cast<tsize_t>(count);
+}
+tsize_t memWrite(thandle_t, tdata_t, tsize_t) {
+    return 0;
+}
+toff_t memSeek(thandle_t h, toff_t off, int whence) {
+    auto* m = static_cast<Memory*>(h);
+    toff_t base = whence == SEEK_SET ? 0 : whence == SEEK_CUR ? m->offset : m->size;
+    m->offset = base + off;
+    return m->offset;
+}
+int memClose(thandle_t) {
+    return 0;
+}
+toff_t memSize(thandle_t h) {
+    return static_cast<Memory*>(h)->size;
+}
+int memMap(thandle_t, tdata_t*, toff_t*) {
+    return 0;
+}
+void memUnmap(thandle_t, tdata_t, toff_t) {}
+
+struct TiffCloser {
+    void operator()(TIFF* t) const { TIFFClose(t); }
+};
+using TiffPtr = std::unique_ptr<TIFF, TiffCloser>;
+
+TiffPtr openMemory(Memory& m, std::string& why) {
+    installHandlers();
+    tiffMessage.clear();
+    TIFF* t = TIFFClientOpen("memory", "rm", &m, memRead, memWrite, memSeek, memClose, memSize,
+                             memMap, memUnmap);
+    if (!t) why = tiffMessage.empty() ? "not a readable TIFF" : tiffMessage;
+    return TiffPtr(t);
+}
+
+struct Layout {
+    std::uint32_t width = 0, height = 0;
+    std::uint16_t bits = 1, samples = 1, photometric = 0, planar = 1, extraCount = 0;
+    std::uint16_t* extra = nullptr;
+    bool alpha = false, associated = false;
+};
+
+Layout readLayout(TIFF* t) {
+    Layout l;
+    TIFFGetField(t, TIFFTAG_IMAGEWIDTH, &l.width);
+    TIFFGetField(t, TIFFTAG_IMAGELENGTH, &l.height);
+    TIFFGetFieldDefaulted(t, TIFFTAG_BITSPERSAMPLE, &l.bits);
+    TIFFGetFieldDefaulted(t, TIFFTAG_SAMPLESPERPIXEL, &l.samples);
+    TIFFGetFieldDefaulted(t, TIFFTAG_PLANARCONFIG, &l.planar);
+    if (!TIFFGetField(t, TIFFTAG_PHOTOMETRIC, &l.photometric))
+        l.photometric = l.samples >= 3 ? PHOTOMETRIC_RGB : PHOTOMETRIC_MINISBLACK;
+    if (TIFFGetField(t, TIFFTAG_EXTRASAMPLES, &l.extraCount, &l.extra) && l.extraCount > 0) {
+        l.alpha = l.extra[0] == EXTRASAMPLE_ASSOCALPHA || l.extra[0] == EXTRASAMPLE_UNASSALPHA;
+        l.associated = l.extra[0] == EXTRASAMPLE_ASSOCALPHA;
+    }
+    return l;
+}
+
+std::vector<std::uint8_t> readIcc(TIFF* t) {
+    std::uint32_t length = 0;
+    void* data = nullptr;
+    if (TIFFGetField(t, TIFFTAG_ICCPROFILE, &length, &data) && data && length > 0)
+        return std::vector<std::uint8_t>(static_cast<std::uint8_t*>(data),
+                                         static_cast<std::uint8_t*>(data) + length);
+    return {};
+}
+
+// Contiguous RGB or grey in 8 or 16 bits, striped, with at most an alpha as extra sample:
+// read as they are, keeping the depth. Everything else goes through libtiff's RGBA reader.
+bool isDirectLayout(TIFF* t, const Layout& l) {
+    bool rgb = l.photometric == PHOTOMETRIC_RGB && l.samples == 3 + l.extraCount;
+    bool gray = l.photometric == PHOTOMETRIC_MINISBLACK && l.samples == 1 + l.extraCount;
+    std::uint16_t format = SAMPLEFORMAT_UINT;
+    TIFFGetFieldDefaulted(t, TIFFTAG_SAMPLEFORMAT, &format);
+    return (rgb || gray) && (l.bits == 8 || l.bits == 16) && l.planar == PLANARCONFIG_CONTIG &&
+           l.extraCount <= 1 && !TIFFIsTiled(t) && format == SAMPLEFORMAT_UINT;
+}
+
+}  // namespace
+
+bool tiffReadInfo(Bytes data, std::size_t size, ImageInfo& info, std::string& why) {
+    Memory m{data, size};
+    TiffPtr t = openMemory(m, why);
+    if (!t) return false;
+    Layout l = readLayout(t.get());
+    info.width = l.width;
+    info.height = l.height;
+    info.bitsPerComponent = isDirectLayout(t.get(), l) ? l.bits : 8;
+    info.hasAlpha = l.alpha;
+    info.model =
+        l.photometric == PHOTOMETRIC_SEPARATED ? ColorSpace::Model::CMYK
+        : (l.photometric == PHOTOMETRIC_MINISBLACK || l.photometric == PHOTOMETRIC_MINISWHITE)
+            ? ColorSpace::Model::Gray
+            : ColorSpace::Model::RGB;
+    info.icc = readIcc(t.get());
+    float xres = 0, yres = 0;
+    std::uint16_t unit = RESUNIT_INCH;
+    TIFFGetFieldDefaulted(t.get(), TIFFTAG_RESOLUTIONUNIT, &unit);
+    if (TIFFGetField(t.get(), TIFFTAG_XRESOLUTION, &xres) &&
+        TIFFGetField(t.get(), TIFFTAG_YRESOLUTION, &yres) && xres > 0 && yres > 0 &&
+        unit != RESUNIT_NONE) {
+        double scale = unit == RESUNIT_CENTIMETER ? 2.54 : 1.0;
+        info.properties[kCGImagePropertyDPIWidth] = xres * scale;
+        info.properties[kCGImagePropertyDPIHeight] = yres * scale;
+    }
+    return true;
+}
+
+std::optional<Bitmap> tiffDecode(Bytes data, std::size_t size, std::string& why) {
+    Memory m{data, size};
+    TiffPtr t = openMemory(m, why);
+    if (!t) return std::nullopt;
+    Layout l = readLayout(t.get());
+    if (l.width == 0 || l.height == 0) return why = "no image in the file", std::nullopt;
+    std::vector<std::uint8_t> icc = readIcc(t.get());
+    if (isDirectLayout(t.get(), l)) {
+        bool gray = l.photometric == PHOTOMETRIC_MINISBLACK;
+        PixelLayout layout{l.bits, gray ? 1 : 3,
+                           l.alpha
+                               ? (l.associated ? kCGImageAlphaPremultipliedLast : kCGImageAlphaLast)
+                           : l.extraCount ? kCGImageAlphaNoneSkipLast
+                           : gray         ? kCGImageAlphaNone
+                                          : kCGImageAlphaNoneSkipLast};
+        std::size_t stride = static_cast<std::size_t>(l.width) * layout.bytesPerPixel();
+        std::size_t scan = static_cast<std::size_t>(TIFFScanlineSize64(t.get()));
+        std::size_t fileSamples = static_cast<std::size_t>(l.width) * l.samples;
+        if (scan < fileSamples * (l.bits / 8)) return why = "bad scanline size", std::nullopt;
+        std::vector<std::uint8_t> pixels(stride * l.height);
+        std::vector<std::uint8_t> line(scan);
+        int bps = l.bits / 8;
+        for (std::uint32_t y = 0; y < l.height; ++y) {
+            if (TIFFReadScanline(t.get(), line.data(), y, 0) < 0)
+                return why = tiffMessage.empty() ? "damaged strip" : tiffMessage, std::nullopt;
+            std::uint8_t* out = pixels.data() + stride * y;
+            if (layout.samplesPerPixel() == l.samples) {
+                std::memcpy(out, line.data(), stride);
+            } else {  // RGB without a fourth sample: add the skip sample
+                for (std::uint32_t x = 0; x < l.width; ++x) {
+                    std::memcpy(out + x * 4 * bps, line.data() + x * 3 * bps, 3 * bps);
+                    std::memset(out + (x * 4 + 3) * bps, 0xFF, bps);
+                }
+            }
+        }
+        return Bitmap(
+            l.width, l.height, layout,
+            ColorSpace(gray ? ColorSpace::Model::Gray : ColorSpace::Model::RGB,
+                       l.photometric == PHOTOMETRIC_SEPARATED ? std::vector<std::uint8_t>{}
+                                                              : std::move(icc)),
+            std::move(pixels), stride);
+    }
+    // libtiff's general reader: every photometric and tiling, 8-bit RGBA with straight alpha.
+    std::vector<std::uint8_t> pixels(static_cast<std::size_t>(l.width) * l.height * 4);
+    char message[1024] = {0};
+    if (!TIFFRGBAImageOK(t.get(), message))
+        return why = std::string("unsupported layout: ") + message, std::nullopt;
+    if (!TIFFReadRGBAImageOriented(t.get(), l.width, l.height,
+                                   reinterpret_cast<std::uint32_t*>(pixels.data()),
+                                   ORIENTATION_TOPLEFT, 0))
+        return why = tiffMessage.empty() ? "damaged image data" : tiffMessage, std::nullopt;
+    PixelLayout layout{8, 3, l.alpha ? kCGImageAlphaLast : kCGImageAlphaNoneSkipLast};
+    bool keepProfile = l.photometric != PHOTOMETRIC_SEPARATED &&
+                       l.photometric != PHOTOMETRIC_MINISBLACK &&
+                       l.photometric != PHOTOMETRIC_MINISWHITE;
+    return Bitmap(l.width, l.height, layout,
+                  ColorSpace(ColorSpace::Model::RGB,
+                             keepProfile ? std::move(icc) : std::vector<std::uint8_t>{}),
+                  std::move(pixels));
+}
+
+bool tiffEncode(const Bitmap& image, const EncodeOptions& options, const std::string& path,
+                std::string& why) {
+    installHandlers();
+    tiffMessage.clear();
+    TiffPtr t(TIFFOpen(path.c_str(), "w"));
+    if (!t) return why = tiffMessage.empty() ? "cannot create the file" : tiffMessage, false;
+    bool gray = image.layout().colorComponents == 1;
+    bool alpha = options.keepAlpha && image.layout().hasAlpha();
+    int bits = image.bitsPerComponent() == 16 ? 16 : 8;
+    int samples = (gray ? 1 : 3) + (alpha ? 1 : 0);
+    TIFF* f = t.get();
+    TIFFSetField(f, TIFFTAG_IMAGEWIDTH, static_cast<std::uint32_t>(image.width()));
+    TIFFSetField(f, TIFFTAG_IMAGELENGTH, static_cast<std::uint32_t>(image.height()));
+    TIFFSetField(f, TIFFTAG_BITSPERSAMPLE, bits);
+    TIFFSetField(f, TIFFTAG_SAMPLESPERPIXEL, samples);
+    TIFFSetField(f, TIFFTAG_PHOTOMETRIC, gray ? PHOTOMETRIC_MINISBLACK : PHOTOMETRIC_RGB);
+    TIFFSetField(f, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
+    TIFFSetField(f, TIFFTAG_COMPRESSION, COMPRESSION_LZW);
+    TIFFSetField(f, TIFFTAG_PREDICTOR, PREDICTOR_HORIZONTAL);
+    TIFFSetField(f, TIFFTAG_ORIENTATION, ORIENTATION_TOPLEFT);
+    if (alpha) {
+        std::uint16_t extra = EXTRASAMPLE_UNASSALPHA;
+        TIFFSetField(f, TIFFTAG_EXTRASAMPLES, 1, &extra);
+    }
+    TIFFSetField(f, TIFFTAG_ROWSPERSTRIP, TIFFDefaultStripSize(f, 0));
+    const auto& icc = image.colorSpace().iccProfile();
+    if (!icc.empty())
+        TIFFSetField(f, TIFFTAG_ICCPROFILE, static_cast<std::uint32_t>(icc.size()), icc.data());
+    if (options.dpiX && options.dpiY) {
+        TIFFSetField(f, TIFFTAG_XRESOLUTION, static_cast<float>(*options.dpiX));
+        TIFFSetField(f, TIFFTAG_YRESOLUTION, static_cast<float>(*options.dpiY));
+        TIFFSetField(f, TIFFTAG_RESOLUTIONUNIT, RESUNIT_INCH);
+    }
+    std::size_t count = image.width() * static_cast<std::size_t>(samples);
+    std::vector<std::uint8_t> row8(bits == 8 ? count : 0);
+    std::vector<std::uint16_t> row16(bits == 16 ? count : 0);
+    for (std::size_t y = 0; y < image.height(); ++y) {
+        void* row;
+        if (bits == 16) {
+            unpackRow16(image, y, gray, alpha, row16.data());
+            row = row16.data();
+        } else {
+            unpackRow8(image, y, gray, alpha, row8.data());
+            row = row8.data();
+        }
+        if (TIFFWriteScanline(f, row, static_cast<std::uint32_t>(y), 0) < 0)
+            return why = tiffMessage.empty() ? "write failed" : tiffMessage, false;
+    }
+    if (!TIFFWriteDirectory(f))
+        return why = tiffMessage.empty() ? "write failed" : tiffMessage, false;
+    TIFF* raw = t.release();
+    TIFFFlush(raw);
+    TIFFClose(raw);
+    if (!tiffMessage.empty()) return why = tiffMessage, false;
+    return true;
+}
+
+}  // namespace platform::codecs
