@@ -18,12 +18,6 @@
 #include "platform/MediaTestSupport.h"
 #include "platform/PlaneScaling.h"
 
-// libx265's 10-bit encoder keeps a few small buffers of its frame filters after it is closed
-// (x265 3.5); they are not ours to free.
-extern "C" const char* __lsan_default_suppressions() {
-    return "leak:x265_10bit::\n";
-}
-
 namespace {
 
 using media_test::has;

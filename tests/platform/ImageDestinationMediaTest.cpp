@@ -20,12 +20,6 @@ using namespace platform;
 using testing_support::runCommand;
 using testing_support::TestHome;
 
-// x265 3.5 keeps about 1 KB per opened encoder that nothing frees (allocated in x265_encoder_open
-// under libheif); it is no fault of ours and would fail every leak-checked run with HEIC.
-extern "C" const char* __lsan_default_suppressions() {
-    return "leak:libx265.so\n";
-}
-
 namespace {
 
 // A test picture: a gradient with noise, in the given depth, with or without alpha.
