@@ -641,8 +641,8 @@ std::int64_t VRSettings::incrementedIndex() {
 
 bool VRSettings::isNewBuiltInTemplateTableVersion(const std::string& version) {
     _prepareSettings();
-    const std::string* stored = get(kBuiltInTableVersion).string();
-    return !stored || *stored != version;
+    PlistValue stored = get(kBuiltInTableVersion);
+    return !stored.string() || *stored.string() != version;
 }
 
 void VRSettings::setBuiltInTemplateTableVersion(const std::string& version) {
