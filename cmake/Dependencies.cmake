@@ -17,3 +17,8 @@ foreach(mod IN ITEMS libjpeg libpng libtiff-4 libheif exiv2 zimg lcms2 imagequan
     string(TOUPPER "${var}" var)
     pkg_check_modules(${var} QUIET IMPORTED_TARGET ${mod})
 endforeach()
+
+# Media services: FFmpeg for movies, zimg for plane scaling.
+target_link_libraries(unwarp_platform_deps INTERFACE
+    PkgConfig::LIBAVFORMAT PkgConfig::LIBAVCODEC PkgConfig::LIBAVUTIL PkgConfig::LIBSWSCALE
+    PkgConfig::ZIMG)
