@@ -1,0 +1,74 @@
+#include "model/VXHelperDevice.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "platform/Environment.h"
+#include "platform/Log.h"
+
+namespace {
+
+void collectLine(const std::string& line, void* context) {
+    static_cast<std::vector<std::string>*>(context)->push_back(line);
+}
+
+}  // namespace
+
+TEST(VXHelperDevice, ClassOfMachineNameByFirstMatchingPattern) {
+    const struct {
+        const char* machine;
+        unsigned expected;
+    } cases[] = {
+        // Patterns are anchored, case-sensitive and need the comma; "^iPod," wants the comma
+        // straight after the name, so a later iPod falls through to class 4.
+        {"iPhone1,1", 0},  {"iPhone4,1", 0}, {"iPad1,1", 0}, {"iPad2,7", 0},   {"iPod1,1", 0},
+        {"iPod5,1", 0},    {"iPhone5,2", 1}, {"iPad3,4", 1}, {"iPod6,1", 1},   {"iPhone6,1", 2},
+        {"iPhone7,2", 2},  {"iPad4,1", 2},   {"iPod7,1", 2}, {"iPhone8,1", 3}, {"iPhone9,4", 3},
+        {"iPad5,3", 3},    {"iPad6,11", 3},  {"iPod,", 3},   {"iPod9,1", 4},   {"iPhone10,1", 4},
+        {"iPhone1", 4},    {"iPad7,1", 4},   {"x86_64", 4},  {"aarch64", 4},   {"", 4},
+        {"xiPhone4,1", 4}, {"iphone4,1", 4},
+    };
+    for (const auto& c : cases) {
+        std::vector<std::string> lines;
+        platform::setLogSink(collectLine, &lines);
+        unsigned found = VXHelper::deviceClassForMachineName(c.machine);
+        platform::setLogSink(nullptr, nullptr);
+        EXPECT_EQ(found, c.expected) << c.machine;
+        // Only class 0 announces itself, with one line.
+        ASSERT_EQ(lines.size(), c.expected == 0 ? 1u : 0u) << c.machine;
+        if (c.expected == 0) {
+            EXPECT_NE(lines[0].find("SYS: using limited device functionality!!!"),
+                      std::string::npos);
+        }
+    }
+}
+
+TEST(VXHelperDevice, LimitsByClass) {
+    const struct {
+        unsigned deviceClass;
+        CGSize photo, video, livePhotoVideo;
+    } cases[] = {
+        {0, {4096, 4096}, {1920, 1080}, {960, 540}},  {1, {8192, 8192}, {1920, 1080}, {960, 540}},
+        {2, {8192, 8192}, {3840, 2160}, {1280, 720}}, {3, {8192, 8192}, {3840, 2160}, {1280, 720}},
+        {4, {8192, 8192}, {4096, 2160}, {1280, 720}},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(VXHelper::maxPhotoSize(c.deviceClass), c.photo) << c.deviceClass;
+        EXPECT_EQ(VXHelper::maxVideoSize(c.deviceClass), c.video) << c.deviceClass;
+        EXPECT_EQ(VXHelper::minLivePhotoVideoSize(c.deviceClass), c.livePhotoVideo)
+            << c.deviceClass;
+    }
+}
+
+TEST(VXHelperDevice, ThisMachineAndProgram) {
+    EXPECT_EQ(VXHelper::deviceMachineName(), platform::Environment::machineName());
+    EXPECT_EQ(VXHelper::deviceClass(),
+              VXHelper::deviceClassForMachineName(platform::Environment::machineName()));
+    EXPECT_EQ(VXHelper::maxVideoSize(), VXHelper::maxVideoSize(VXHelper::deviceClass()));
+    EXPECT_EQ(VXHelper::appFullName(), "Unwarp v" + platform::Environment::appVersion());
+    EXPECT_EQ(VXHelper::systemMessage(), "Machine name: " + platform::Environment::machineName() +
+                                             "\niOS: " + platform::Environment::systemVersion() +
+                                             "\nApp version: " + VXHelper::appVersion());
+}
