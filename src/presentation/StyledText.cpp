@@ -1,0 +1,89 @@
+#include "presentation/StyledText.h"
+
+#include <optional>
+
+using platform::PlistDictionary;
+using platform::PlistValue;
+
+namespace {
+
+struct OpeningTag {
+    std::size_t position;  // of "["
+    std::size_t length;    // of "[name]"
+    std::string name;
+};
+
+bool isWordCharacter(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
+}
+
+// The first match of "\[(\w+)\]" at or after `from`.
+std::optional<OpeningTag> findOpeningTag(const std::string& text, std::size_t from) {
+    for (std::size_t open = text.find('[', from); open != std::string::npos;
+         open = text.find('[', open + 1)) {
+        std::size_t end = open + 1;
+        while (end < text.size() && isWordCharacter(text[end])) ++end;
+        if (end > open + 1 && end < text.size() && text[end] == ']') {
+            return OpeningTag{open, end + 1 - open, text.substr(open + 1, end - open - 1)};
+        }
+    }
+    return std::nullopt;
+}
+
+void append(std::vector<VRTextRun>& runs, std::string text, const std::string& styleName,
+            const PlistDictionary& attributes) {
+    if (text.empty()) return;
+    if (!runs.empty() && runs.back().styleName == styleName &&
+        runs.back().attributes == attributes) {
+        runs.back().text += text;
+        return;
+    }
+    runs.push_back({std::move(text), styleName, attributes});
+}
+
+}  // namespace
+
+std::string VRAttributedString::string() const {
+    std::string text;
+    for (const VRTextRun& run : runs) text += run.text;
+    return text;
+}
+
+VRAttributedString attributedStringWithStyledText(const std::string& text,
+                                                  const PlistDictionary& styles) {
+    const PlistDictionary none;
+    std::vector<VRTextRun> runs;
+    std::size_t rest = 0;
+    while (rest < text.size()) {
+        std::optional<OpeningTag> tag = findOpeningTag(text, rest);
+        if (!tag) {
+            append(runs, text.substr(rest), "", none);
+            break;
+        }
+        const std::size_t contentStart = tag->position + tag->length;
+        const std::string closing = "[/" + tag->name + "]";
+        // Looking only behind the opening tag: a closing tag in front of it would give a run of
+        // negative length, which the texts never contain.
+        const std::size_t close = text.find(closing, contentStart);
+        auto style = styles.find(tag->name);
+        if (close != std::string::npos && style != styles.end()) {
+            append(runs, text.substr(rest, tag->position - rest), "", none);
+            const PlistDictionary* attributes = style->second.dictionary();
+            append(runs, text.substr(contentStart, close - contentStart), tag->name,
+                   attributes ? *attributes : none);
+            rest = close + closing.size();
+        } else {
+            append(runs, text.substr(rest, contentStart - rest), "", none);
+            rest = contentStart;
+        }
+    }
+
+    auto basic = styles.find(VRStyledTextBasicKey);
+    if (basic == styles.end() || !basic->second.isDictionary()) return {std::move(runs)};
+    VRAttributedString result;
+    for (VRTextRun& run : runs) {
+        for (const auto& [key, value] : *basic->second.dictionary()) run.attributes[key] = value;
+        append(result.runs, std::move(run.text), run.styleName, run.attributes);
+    }
+    return result;
+}

@@ -1,0 +1,657 @@
+#include "storage/VRSettings.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cinttypes>
+
+#include "model/VRSizeEntry.h"
+#include "model/VXHelperDevice.h"
+#include "platform/Environment.h"
+#include "platform/FileManager.h"
+#include "platform/Log.h"
+
+using platform::PlistArray;
+using platform::PlistDictionary;
+using platform::PlistValue;
+
+namespace {
+
+std::atomic<platform::UserDefaults*> gStore{nullptr};
+
+// Keys inside the settings dictionary.
+constexpr const char* kSettingsInit = "settingsInit";
+constexpr const char* kFix271215 = "settingsFix271215";
+constexpr const char* kFix281024b = "settingsFix281024b";
+constexpr const char* kSmartSizeUpdate = "settingsSmartSizeUpdate";
+constexpr const char* kImageSizes = "imageSizes";
+constexpr const char* kImageFormat = "imageFormat";
+constexpr const char* kImageOptions = "imageOptions";
+constexpr const char* kVideoSizes = "videoSizes";
+constexpr const char* kVideoFormat = "videoFormat";
+constexpr const char* kVideoOptions = "videoOptions";
+constexpr const char* kHomeScreenRequiredDisabled = "homeScreenRequiredDisabled";
+constexpr const char* kPixelSizeDisabled = "pixelSizeDisabled";
+constexpr const char* kAutoSaveDisabled = "autoSaveDisabled";
+constexpr const char* kAlbumsResultsDisabled = "albumsResultsDisabled";
+constexpr const char* kAlbumOriginalsDisabled = "albumOriginalsDisabled";
+constexpr const char* kNotifyExceedingMaxSizeDisabled = "notifyExceedingMaxSizeDisabled";
+constexpr const char* kCopyExifMetadataDisabled = "copyExifMetadataDisabled";
+constexpr const char* kCopyIptcMetadataDisabled = "copyIptcMetadataDisabled";
+constexpr const char* kCopyGpsMetadataDisabled = "copyGpsMetadataDisabled";
+constexpr const char* kCopyVideoGpsMetadataDisabled = "copyVideoGpsMetadataDisabled";
+constexpr const char* kOriginalFilenameSuffixActive = "originalFilenameSuffixActive";
+constexpr const char* kLivePhotoIndicatorEnabled = "livePhotoIndicatorEnabled";
+constexpr const char* kLivePhotoEnabled = "livePhotoEnabled";
+constexpr const char* kPhotoDPI = "photoDPI";
+constexpr const char* kPhotoDPIAuto = "photoDPIAuto";
+constexpr const char* kPhotoJPEGCompression = "photoJPEGCompression";
+constexpr const char* kVideoBitrate = "videoBitrate";
+constexpr const char* kVideoBitrateAuto = "videoBitrateAuto";
+constexpr const char* kVideoCodecType = "videoCodecType";
+constexpr const char* kExportFilenameType = "exportFilenameType";
+constexpr const char* kExportFilenameBasename = "exportFilenameBasename";
+constexpr const char* kColorThemeType = "colorThemeType";
+constexpr const char* kHomeScreenMode = "vr-unwarp-home-screen-mode";
+constexpr const char* kRecentAssetsIdentifiers = "recentAssetsIdentifiers";
+constexpr const char* kIncrementedIndex = "incrementedIndexKey";
+constexpr const char* kBuiltInTableVersion = "templateBuiltInTableVersionKey";
+constexpr const char* kTemplateList = "templateListKey";
+
+// Keys of one row of the legacy template list.
+constexpr const char* kTemplateIdentifier = "templateIdentifierKey";
+constexpr const char* kTemplateTitle = "templateTitleKey";
+constexpr const char* kTemplateDescription = "templateDescriptionKey";
+constexpr const char* kTemplateMediaTypes = "templateMediaTypesKey";
+constexpr const char* kTemplateBuiltIn = "templateBuiltInKey";
+constexpr const char* kTemplateAlwaysVisible = "templateAlwaysVisibleKey";
+
+constexpr const char* kDefaultExportBasename = "uwrp_img";
+constexpr const char* kTemplatesDirectory = "_cs-templates";
+
+// The accessors below run _prepareSettings first; the first run and the migrations work on
+// these unprepared forms so that they cannot re-enter themselves half-way.
+PlistValue get(const char* key) { return VRSettings::objectForKey(key); }
+void set(const PlistValue& value, const char* key) { VRSettings::setObject(value, key); }
+
+bool getBool(const char* key) {
+    VRSettings::_prepareSettings();
+    return get(key).boolValue();
+}
+void setBool(bool value, const char* key) {
+    VRSettings::_prepareSettings();
+    set(value, key);
+}
+bool getNegated(const char* key) { return !getBool(key); }
+void setNegated(bool value, const char* key) { setBool(!value, key); }
+
+std::int64_t getInteger(const char* key) {
+    VRSettings::_prepareSettings();
+    return get(key).integerValue();
+}
+void setInteger(std::int64_t value, const char* key) {
+    VRSettings::_prepareSettings();
+    set(value, key);
+}
+double getDouble(const char* key) {
+    VRSettings::_prepareSettings();
+    return get(key).doubleValue();
+}
+void setDouble(double value, const char* key) {
+    VRSettings::_prepareSettings();
+    set(value, key);
+}
+PlistArray getArray(const char* key) {
+    VRSettings::_prepareSettings();
+    PlistValue value = get(key);
+    if (const PlistArray* array = value.array()) return *array;
+    return {};
+}
+void setArray(const PlistArray& value, const char* key) {
+    VRSettings::_prepareSettings();
+    set(value, key);
+}
+
+PlistArray sizeList(std::initializer_list<CGSize> sizes) {
+    PlistArray list;
+    for (CGSize size : sizes) list.push_back(PlistArray{size.width, size.height});
+    return list;
+}
+
+PlistArray firstElement(const PlistArray& list) {
+    if (list.empty() || !list.front().isArray()) return {};
+    return *list.front().array();
+}
+
+CGSize sizeOfSizeArray(const PlistArray& sizeArray) {
+    if (sizeArray.size() < 2) return CGSizeZero;
+    return {sizeArray[0].doubleValue(), sizeArray[1].doubleValue()};
+}
+
+void resetImageSizesUnprepared() {
+    set(VRSettings::defaultImageSizes(VXHelper::deviceClass()), kImageSizes);
+}
+void resetVideoSizesUnprepared() {
+    set(VRSettings::defaultVideoSizes(VXHelper::deviceClass()), kVideoSizes);
+}
+PlistArray firstRunOptions() {
+    return PlistArray{static_cast<std::int64_t>(VRSizeOptionSmart),
+                      static_cast<std::int64_t>(VRSizeOptionStretch)};
+}
+void resetImageSettingsUnprepared() {
+    set(std::int64_t{0}, kImageFormat);
+    set(firstRunOptions(), kImageOptions);
+}
+void resetVideoSettingsUnprepared() {
+    set(std::int64_t{0}, kVideoFormat);
+    set(firstRunOptions(), kVideoOptions);
+}
+
+void writeFirstRunValues() {
+    set(std::int64_t{1}, kSettingsInit);
+    set(std::int64_t{1}, kFix271215);
+    resetImageSizesUnprepared();
+    resetImageSettingsUnprepared();
+    resetVideoSizesUnprepared();
+    resetVideoSettingsUnprepared();
+    // Each "...Disabled" key holds the negation of its accessor's first-run value.
+    set(true, kHomeScreenRequiredDisabled);
+    set(false, kPixelSizeDisabled);
+    set(true, kAutoSaveDisabled);
+    set(false, kAlbumsResultsDisabled);
+    set(false, kAlbumOriginalsDisabled);
+    set(false, kNotifyExceedingMaxSizeDisabled);
+    set(false, kCopyExifMetadataDisabled);
+    set(false, kCopyIptcMetadataDisabled);
+    set(false, kCopyGpsMetadataDisabled);
+    set(false, kCopyVideoGpsMetadataDisabled);
+    set(300.0, kPhotoDPI);
+    set(true, kPhotoDPIAuto);
+    set(85.0, kPhotoJPEGCompression);
+    set(10.0, kVideoBitrate);
+    set(true, kVideoBitrateAuto);
+    set(std::int64_t{0}, kExportFilenameType);
+    set(std::int64_t{0}, kColorThemeType);
+}
+
+bool isOption(const PlistValue& value, VRSizeOption option) {
+    return value.isNumber() && value.doubleValue() == static_cast<double>(option);
+}
+
+bool holdsOption(const PlistArray& options, VRSizeOption option) {
+    return std::any_of(options.begin(), options.end(),
+                       [&](const PlistValue& value) { return isOption(value, option); });
+}
+
+void removeSizeModeOptions(PlistArray& options) {
+    std::erase_if(options, [](const PlistValue& value) {
+        return isOption(value, VRSizeOptionNormal) || isOption(value, VRSizeOptionSmart) ||
+               isOption(value, VRSizeOptionTargetPortrait);
+    });
+}
+
+// Older versions kept "normal" (0) and "portrait target" (2) where Smart size (1) now decides.
+void updateSmartSizeOptions(const char* optionsKey, const char* sizesKey) {
+    PlistValue stored = get(optionsKey);
+    PlistArray options = stored.array() ? *stored.array() : PlistArray{};
+    bool normal = holdsOption(options, VRSizeOptionNormal);
+    bool portrait = holdsOption(options, VRSizeOptionTargetPortrait);
+    removeSizeModeOptions(options);
+    if (normal && portrait) {
+        options.push_back(static_cast<std::int64_t>(VRSizeOptionNormal));
+    } else if (!normal && !portrait) {
+        options.push_back(static_cast<std::int64_t>(VRSizeOptionNormal));
+        PlistValue sizes = get(sizesKey);
+        if (const PlistArray* list = sizes.array(); list && !list->empty()) {
+            PlistArray first = firstElement(*list);
+            if (auto entry = VRSizeEntry::sizeEntryWithSizeArray(first)) {
+                PlistArray turned = *list;
+                turned.front() = entry->sizeEntryRotated().sizeArray();
+                set(turned, sizesKey);
+            }
+        }
+    } else {
+        options.push_back(static_cast<std::int64_t>(VRSizeOptionSmart));
+        if (normal) options.push_back(static_cast<std::int64_t>(VRSizeOptionTargetPortrait));
+    }
+    set(options, optionsKey);
+}
+
+void runMigrations() {
+    // Each marker is set before its work, so a step interrupted half-way is never repeated.
+    if (get(kFix271215).isNull()) {
+        set(std::int64_t{1}, kFix271215);
+        resetVideoSizesUnprepared();
+    }
+    if (get(kFix281024b).isNull()) {
+        set(std::int64_t{1}, kFix281024b);
+        if (get(kPhotoDPI).doubleValue() < 0.001) {
+            set(300.0, kPhotoDPI);
+            set(true, kPhotoDPIAuto);
+        }
+        if (get(kVideoBitrate).doubleValue() < 0.001) {
+            set(10.0, kVideoBitrate);
+            set(true, kVideoBitrateAuto);
+        }
+    }
+    if (get(kSmartSizeUpdate).isNull()) {
+        set(std::int64_t{1}, kSmartSizeUpdate);
+        updateSmartSizeOptions(kImageOptions, kImageSizes);
+        updateSmartSizeOptions(kVideoOptions, kVideoSizes);
+    }
+}
+
+std::vector<std::string> stringsOf(const PlistValue& value) {
+    std::vector<std::string> strings;
+    if (const PlistArray* array = value.array()) {
+        for (const PlistValue& element : *array) {
+            if (const std::string* text = element.string()) strings.push_back(*text);
+        }
+    }
+    return strings;
+}
+
+VRSizeOptions optionsOf(const PlistArray& array) {
+    VRSizeOptions options;
+    for (const PlistValue& value : array) {
+        if (value.isNumber()) options.push_back(value.integerValue());
+    }
+    return options;
+}
+
+PlistArray arrayOfOptions(const VRSizeOptions& options) {
+    return PlistArray(options.begin(), options.end());
+}
+
+PlistArray arrayOfStrings(const std::vector<std::string>& strings) {
+    return PlistArray(strings.begin(), strings.end());
+}
+
+std::string stringOr(const PlistValue& value, const char* fallback) {
+    if (const std::string* text = value.string(); text && !text->empty()) return *text;
+    return fallback;
+}
+
+// An identifier names one folder directly under "_cs-templates"; anything that could reach
+// outside it is refused.
+bool isSafeIdentifier(const std::string& identifier) {
+    return !identifier.empty() && identifier != "." && identifier != ".." &&
+           identifier.find('/') == std::string::npos &&
+           identifier.find('\0') == std::string::npos;
+}
+
+}  // namespace
+
+void VRSettings::setUserDefaults(platform::UserDefaults* store) { gStore = store; }
+
+platform::UserDefaults& VRSettings::userDefaults() {
+    if (platform::UserDefaults* store = gStore.load()) return *store;
+    return platform::UserDefaults::standardUserDefaults();
+}
+
+void VRSettings::_checkSettingsInstalled() {
+    platform::UserDefaults& store = userDefaults();
+    if (!store.boolForKey(VRSettingsInstalledDefaultsKey)) {
+        store.setObject(true, VRSettingsInstalledDefaultsKey);
+    }
+    // Checked on every call, not only at installation: a value of another type under the key
+    // (an old or damaged file) would otherwise leave every setting unwritable.
+    if (!store.objectForKey(VRSettingsDefaultsKey).isDictionary()) {
+        store.setObject(PlistDictionary{}, VRSettingsDefaultsKey);
+    }
+}
+
+PlistValue VRSettings::objectForKey(const std::string& key) {
+    _checkSettingsInstalled();
+    PlistValue settings = userDefaults().objectForKey(VRSettingsDefaultsKey);
+    return settings[key];
+}
+
+void VRSettings::setObject(const PlistValue& value, const std::string& key) {
+    _checkSettingsInstalled();
+    platform::UserDefaults& store = userDefaults();
+    PlistValue settings = store.objectForKey(VRSettingsDefaultsKey);
+    PlistDictionary* dictionary = settings.mutableDictionary();
+    if (!dictionary) return;
+    if (value.isNull()) {
+        dictionary->erase(key);
+    } else {
+        (*dictionary)[key] = value;
+    }
+    store.setObject(std::move(settings), VRSettingsDefaultsKey);
+}
+
+void VRSettings::save() {
+    if (!userDefaults().synchronize()) {
+        platform::log("~~ settings could not be written; they stay in memory");
+    }
+}
+
+void VRSettings::_prepareSettings() {
+    if (get(kSettingsInit).integerValue() == 0) {
+        writeFirstRunValues();
+    } else {
+        runMigrations();
+    }
+}
+
+PlistArray VRSettings::defaultImageSizes(unsigned deviceClass) {
+    bool limited = deviceClass == 0;
+    return sizeList({{1200, 600},
+                     limited ? CGSize{3264, 2448} : CGSize{4341, 2448},
+                     limited ? CGSize{1224, 1632} : CGSize{5363, 3024},
+                     {3840, 2160},
+                     {1920, 1080},
+                     {1024, 768},
+                     {640, 640},
+                     {1242, 2208},
+                     {750, 1334},
+                     {640, 1136}});
+}
+
+PlistArray VRSettings::defaultVideoSizes(unsigned deviceClass) {
+    bool limited = deviceClass == 0;
+    return sizeList({limited ? CGSize{1920, 1080} : CGSize{3840, 2160},
+                     limited ? CGSize{1440, 1080} : CGSize{1920, 1080},
+                     {1280, 720},
+                     {720, 405},
+                     {720, 576},
+                     {768, 576},
+                     {640, 480},
+                     {640, 360},
+                     {320, 240},
+                     {320, 180}});
+}
+
+PlistArray VRSettings::imageSizes() { return getArray(kImageSizes); }
+void VRSettings::setImageSizes(const PlistArray& sizes) { setArray(sizes, kImageSizes); }
+void VRSettings::resetImageSizes() {
+    _prepareSettings();
+    resetImageSizesUnprepared();
+}
+PlistArray VRSettings::imageSizeArray() { return firstElement(imageSizes()); }
+CGSize VRSettings::imageSize() { return sizeOfSizeArray(imageSizeArray()); }
+std::int64_t VRSettings::imageFormat() { return getInteger(kImageFormat); }
+void VRSettings::setImageFormat(std::int64_t formatType) { setInteger(formatType, kImageFormat); }
+VRSizeOptions VRSettings::imageOptions() { return optionsOf(getArray(kImageOptions)); }
+void VRSettings::setImageOptions(const VRSizeOptions& options) {
+    setArray(arrayOfOptions(options), kImageOptions);
+}
+void VRSettings::resetImageSettings() {
+    _prepareSettings();
+    resetImageSettingsUnprepared();
+}
+
+PlistArray VRSettings::videoSizes() { return getArray(kVideoSizes); }
+void VRSettings::setVideoSizes(const PlistArray& sizes) { setArray(sizes, kVideoSizes); }
+void VRSettings::resetVideoSizes() {
+    _prepareSettings();
+    resetVideoSizesUnprepared();
+}
+PlistArray VRSettings::videoSizeArray() { return firstElement(videoSizes()); }
+CGSize VRSettings::videoSize() { return sizeOfSizeArray(videoSizeArray()); }
+std::int64_t VRSettings::videoFormat() { return getInteger(kVideoFormat); }
+void VRSettings::setVideoFormat(std::int64_t formatType) { setInteger(formatType, kVideoFormat); }
+VRSizeOptions VRSettings::videoOptions() { return optionsOf(getArray(kVideoOptions)); }
+void VRSettings::setVideoOptions(const VRSizeOptions& options) {
+    setArray(arrayOfOptions(options), kVideoOptions);
+}
+void VRSettings::resetVideoSettings() {
+    _prepareSettings();
+    resetVideoSettingsUnprepared();
+}
+
+void VRSettings::saveData(const PlistArray& sizes, std::int64_t formatType,
+                          const VRSizeOptions& options, std::int64_t mediaType) {
+    if (mediaType == 2) {
+        setVideoSizes(sizes);
+        setVideoFormat(formatType);
+        setVideoOptions(options);
+    } else if (mediaType == 1) {
+        setImageSizes(sizes);
+        setImageFormat(formatType);
+        setImageOptions(options);
+    }
+}
+
+bool VRSettings::homeScreenChoiceRequired() { return getNegated(kHomeScreenRequiredDisabled); }
+void VRSettings::setHomeScreenChoiceRequired(bool required) {
+    setNegated(required, kHomeScreenRequiredDisabled);
+}
+bool VRSettings::isPixelSizeEnabled() { return getNegated(kPixelSizeDisabled); }
+void VRSettings::setPixelSizeEnabled(bool enabled) { setNegated(enabled, kPixelSizeDisabled); }
+bool VRSettings::isAutoSaveEnabled() { return getNegated(kAutoSaveDisabled); }
+void VRSettings::setAutoSaveEnabled(bool enabled) { setNegated(enabled, kAutoSaveDisabled); }
+bool VRSettings::areAlbumsForResultsEnabled() { return getNegated(kAlbumsResultsDisabled); }
+void VRSettings::setAlbumsForResultsEnabled(bool enabled) {
+    setNegated(enabled, kAlbumsResultsDisabled);
+}
+bool VRSettings::isAlbumForOriginalsEnabled() { return getNegated(kAlbumOriginalsDisabled); }
+void VRSettings::setAlbumForOriginalsEnabled(bool enabled) {
+    setNegated(enabled, kAlbumOriginalsDisabled);
+}
+bool VRSettings::isNotifyExceedingMaxSizeEnabled() {
+    return getNegated(kNotifyExceedingMaxSizeDisabled);
+}
+void VRSettings::setNotifyExceedingMaxSizeEnabled(bool enabled) {
+    setNegated(enabled, kNotifyExceedingMaxSizeDisabled);
+}
+bool VRSettings::shouldCopyExifMetadata() { return getNegated(kCopyExifMetadataDisabled); }
+void VRSettings::setCopyExifMetadata(bool copy) { setNegated(copy, kCopyExifMetadataDisabled); }
+bool VRSettings::shouldCopyIptcMetadata() { return getNegated(kCopyIptcMetadataDisabled); }
+void VRSettings::setCopyIptcMetadata(bool copy) { setNegated(copy, kCopyIptcMetadataDisabled); }
+bool VRSettings::shouldCopyGpsMetadata() { return getNegated(kCopyGpsMetadataDisabled); }
+void VRSettings::setCopyGpsMetadata(bool copy) { setNegated(copy, kCopyGpsMetadataDisabled); }
+bool VRSettings::shouldCopyVideoGpsMetadata() {
+    return getNegated(kCopyVideoGpsMetadataDisabled);
+}
+void VRSettings::setCopyVideoGpsMetadata(bool copy) {
+    setNegated(copy, kCopyVideoGpsMetadataDisabled);
+}
+bool VRSettings::isOriginalFilenameSuffixEnabled() {
+    return getBool(kOriginalFilenameSuffixActive);
+}
+void VRSettings::setOriginalFilenameSuffixEnabled(bool enabled) {
+    setBool(enabled, kOriginalFilenameSuffixActive);
+}
+bool VRSettings::isLivePhotoIndicatorEnabled() { return getBool(kLivePhotoIndicatorEnabled); }
+void VRSettings::setLivePhotoIndicatorEnabled(bool enabled) {
+    setBool(enabled, kLivePhotoIndicatorEnabled);
+}
+bool VRSettings::isLivePhotoEnabled() { return getBool(kLivePhotoEnabled); }
+void VRSettings::setLivePhotoEnabled(bool enabled) { setBool(enabled, kLivePhotoEnabled); }
+
+double VRSettings::photoDPI() { return getDouble(kPhotoDPI); }
+void VRSettings::setPhotoDPI(double dpi) { setDouble(dpi, kPhotoDPI); }
+bool VRSettings::isPhotoDPIAuto() { return getBool(kPhotoDPIAuto); }
+void VRSettings::setPhotoDPIAuto(bool automatic) { setBool(automatic, kPhotoDPIAuto); }
+double VRSettings::photoJPEGCompression() { return getDouble(kPhotoJPEGCompression); }
+void VRSettings::setPhotoJPEGCompression(double percent) {
+    setDouble(percent, kPhotoJPEGCompression);
+}
+double VRSettings::videoBitrate() { return getDouble(kVideoBitrate); }
+void VRSettings::setVideoBitrate(double megabits) { setDouble(megabits, kVideoBitrate); }
+bool VRSettings::isVideoBitrateAuto() { return getBool(kVideoBitrateAuto); }
+void VRSettings::setVideoBitrateAuto(bool automatic) { setBool(automatic, kVideoBitrateAuto); }
+std::int64_t VRSettings::codecType() { return getInteger(kVideoCodecType); }
+void VRSettings::setCodecType(std::int64_t codecType) { setInteger(codecType, kVideoCodecType); }
+std::int64_t VRSettings::exportFilenameType() { return getInteger(kExportFilenameType); }
+void VRSettings::setExportFilenameType(std::int64_t type) {
+    setInteger(type, kExportFilenameType);
+}
+std::string VRSettings::exportFilenameBasename() {
+    _prepareSettings();
+    return stringOr(get(kExportFilenameBasename), kDefaultExportBasename);
+}
+void VRSettings::setExportFilenameBasename(const std::string& baseName) {
+    _prepareSettings();
+    set(baseName, kExportFilenameBasename);
+}
+std::int64_t VRSettings::colorThemeType() { return getInteger(kColorThemeType); }
+void VRSettings::setColorThemeType(std::int64_t type) { setInteger(type, kColorThemeType); }
+std::int64_t VRSettings::homeScreenMode() { return getInteger(kHomeScreenMode); }
+void VRSettings::setHomeScreenMode(std::int64_t mode) { setInteger(mode, kHomeScreenMode); }
+bool VRSettings::isHomeScreenModeUnknown() {
+    _prepareSettings();
+    return get(kHomeScreenMode).isNull();
+}
+
+std::vector<std::string> VRSettings::recentAssetsIdentifiers() {
+    _prepareSettings();
+    return stringsOf(get(kRecentAssetsIdentifiers));
+}
+
+void VRSettings::setRecentAssetsIdentifiers(const std::vector<std::string>& identifiers) {
+    _prepareSettings();
+    set(arrayOfStrings(identifiers), kRecentAssetsIdentifiers);
+}
+
+void VRSettings::addRecentAssetsIdentifiers(const std::vector<std::string>& identifiers) {
+    std::vector<std::string> current = recentAssetsIdentifiers();
+    for (const std::string& identifier : identifiers) {
+        if (std::find(current.begin(), current.end(), identifier) == current.end()) {
+            current.push_back(identifier);
+        }
+    }
+    set(arrayOfStrings(current), kRecentAssetsIdentifiers);
+}
+
+void VRSettings::removeRecentAssetsIdentifiers(const std::vector<std::string>& identifiers) {
+    std::vector<std::string> current = recentAssetsIdentifiers();
+    std::erase_if(current, [&](const std::string& identifier) {
+        return std::find(identifiers.begin(), identifiers.end(), identifier) != identifiers.end();
+    });
+    set(arrayOfStrings(current), kRecentAssetsIdentifiers);
+}
+
+void VRSettings::removeAllRecentAssetsIdentifiers() {
+    _prepareSettings();
+    set(PlistValue(), kRecentAssetsIdentifiers);
+}
+
+std::int64_t VRSettings::incrementedIndex() {
+    _prepareSettings();
+    PlistValue stored = get(kIncrementedIndex);
+    std::int64_t index = stored.isNull() ? 0 : stored.integerValue() + 1;
+    set(index, kIncrementedIndex);
+    platform::logf("~~ incremented index %" PRId64, index);
+    return index;
+}
+
+bool VRSettings::isNewBuiltInTemplateTableVersion(const std::string& version) {
+    _prepareSettings();
+    const std::string* stored = get(kBuiltInTableVersion).string();
+    return !stored || *stored != version;
+}
+
+void VRSettings::setBuiltInTemplateTableVersion(const std::string& version) {
+    _prepareSettings();
+    set(version, kBuiltInTableVersion);
+}
+
+void VRSettings::_parseTemplateDictionary(
+    const PlistValue& row, const std::function<void(const VRLegacyTemplateInfo&)>& block) {
+    VRLegacyTemplateInfo info;
+    if (!row.isDictionary()) {
+        info.title = "<Template removed>";
+        info.templateDescription = "<Template data was removed>";
+        block(info);
+        return;
+    }
+    info.identifier = stringOr(row[kTemplateIdentifier], "-");
+    info.title = stringOr(row[kTemplateTitle], "Unnamed");
+    info.templateDescription = stringOr(row[kTemplateDescription], "No description");
+    if (const PlistArray* mediaTypes = row[kTemplateMediaTypes].array()) {
+        for (const PlistValue& mediaType : *mediaTypes) {
+            if (mediaType.isNumber()) info.mediaTypes.push_back(mediaType.integerValue());
+        }
+    }
+    info.builtIn = row[kTemplateBuiltIn].boolValue();
+    info.alwaysVisible = row[kTemplateAlwaysVisible].boolValue();
+    block(info);
+}
+
+void VRSettings::enumerateTemplateList(const TemplateListBlock& block) {
+    PlistArray list = getArray(kTemplateList);
+    for (std::size_t index = 0; index < list.size(); ++index) {
+        bool stop = false;
+        _parseTemplateDictionary(list[index], [&](const VRLegacyTemplateInfo& info) {
+            block(info, index, stop);
+        });
+        if (stop) break;
+    }
+}
+
+void VRSettings::parseTemplateAtIndex(
+    std::size_t index, const std::function<void(const VRLegacyTemplateInfo&)>& info) {
+    PlistArray list = getArray(kTemplateList);
+    if (index >= list.size()) return;
+    _parseTemplateDictionary(list[index], info);
+}
+
+void VRSettings::addTemplateToList(const VRLegacyTemplateInfo& info) {
+    PlistArray list = getArray(kTemplateList);
+    PlistArray mediaTypes(info.mediaTypes.begin(), info.mediaTypes.end());
+    list.push_back(PlistDictionary{
+        {kTemplateIdentifier, info.identifier.empty() ? "-" : info.identifier},
+        {kTemplateTitle, info.title.empty() ? "Unnamed" : info.title},
+        {kTemplateDescription,
+         info.templateDescription.empty() ? "No description" : info.templateDescription},
+        {kTemplateMediaTypes, mediaTypes},
+        {kTemplateBuiltIn, info.builtIn},
+        {kTemplateAlwaysVisible, info.alwaysVisible},
+    });
+    set(list, kTemplateList);
+}
+
+void VRSettings::eraseOldTemplateList(
+    const std::function<void(const VRLegacyTemplateInfo&)>& block) {
+    PlistArray list = getArray(kTemplateList);
+    // The list goes first: a block that fails half-way must not bring the rows back next time.
+    set(PlistValue(), kTemplateList);
+    for (const PlistValue& row : list) {
+        _parseTemplateDictionary(row, [&](const VRLegacyTemplateInfo& info) {
+            if (!info.builtIn) block(info);
+        });
+    }
+}
+
+std::string VRSettings::templateDirectoryWithIdentifier(const std::string& identifier) {
+    if (!isSafeIdentifier(identifier)) return {};
+    return platform::Environment::documentsDirectory() + "/" + kTemplatesDirectory + "/" +
+           identifier;
+}
+
+std::string VRSettings::templateDataPathWithIdentifier(const std::string& identifier) {
+    std::string directory = templateDirectoryWithIdentifier(identifier);
+    return directory.empty() ? directory : directory + "/template-data";
+}
+
+std::string VRSettings::templateImagePathWithIdentifier(const std::string& identifier) {
+    std::string directory = templateDirectoryWithIdentifier(identifier);
+    return directory.empty() ? directory : directory + "/template-image-data";
+}
+
+void VRSettings::removeTemplateDirWithIdentifier(const std::string& identifier) {
+    std::string directory = templateDirectoryWithIdentifier(identifier);
+    if (directory.empty() || !platform::FileManager::fileExistsAtPath(directory)) return;
+    platform::ErrorRef error;
+    if (!platform::FileManager::removeItemAtPath(directory, &error)) {
+        platform::log("~~ failed to remove template folder: " + error->description());
+    }
+}
+
+bool VRSettings::copyTemplateImageDataToTemplateWithIdentifier(
+    const std::string& identifier, const std::string& sourceIdentifier) {
+    std::string source = templateImagePathWithIdentifier(sourceIdentifier);
+    std::string target = templateImagePathWithIdentifier(identifier);
+    if (source.empty() || target.empty() || !platform::FileManager::fileExistsAtPath(source)) {
+        return false;
+    }
+    std::string directory = templateDirectoryWithIdentifier(identifier);
+    if (!platform::FileManager::fileExistsAtPath(directory)) {
+        if (!platform::FileManager::createDirectoryAtPath(directory, true)) return false;
+        platform::FileManager::setExcludedFromBackup(directory);
+    }
+    platform::FileManager::removeItemAtPath(target);
+    return platform::FileManager::copyItemAtPath(source, target);
+}

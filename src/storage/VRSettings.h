@@ -1,0 +1,170 @@
+// The program's persistent settings: one property-list dictionary under "com.vorela.settings" in
+// the user defaults, with first-run values and the one-time migrations of older data. Read by
+// almost every subsystem; written on the main thread (no lock: each write replaces the whole
+// dictionary, so readers on other threads see whole dictionaries).
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "model/VRSizeOption.h"
+#include "platform/Geometry.h"
+#include "platform/PlistValue.h"
+#include "platform/UserDefaults.h"
+
+// Keys of the user defaults.
+inline constexpr const char* VRSettingsDefaultsKey = "com.vorela.settings";
+inline constexpr const char* VRSettingsInstalledDefaultsKey = "com.vorela.settingsInstalled";
+
+// One row of the legacy template list, as handed to the enumeration blocks.
+struct VRLegacyTemplateInfo {
+    std::string identifier;
+    std::string title;
+    std::string templateDescription;
+    std::vector<std::int64_t> mediaTypes;
+    bool builtIn = false;
+    bool alwaysVisible = false;
+};
+
+class VRSettings {
+  public:
+    // Every operation acts on this store: the standard user defaults unless a test or tool
+    // sets another one (null restores the standard store). The store must outlive its use.
+    static void setUserDefaults(platform::UserDefaults* store);
+    static platform::UserDefaults& userDefaults();
+
+    // The two primitives on the dictionary; both check the installation first. A null value
+    // removes the key. Nothing is written when the stored dictionary is absent.
+    static platform::PlistValue objectForKey(const std::string& key);
+    static void setObject(const platform::PlistValue& value, const std::string& key);
+    static void save();
+
+    static void _checkSettingsInstalled();
+    // First run: the first-run values; later runs: the migrations, each once through its marker.
+    static void _prepareSettings();
+
+    // Sizes and media settings. Size lists are arrays of size arrays, the first one current.
+    static platform::PlistArray imageSizes();
+    static void setImageSizes(const platform::PlistArray& sizes);
+    static void resetImageSizes();
+    static platform::PlistArray imageSizeArray();  // the first element; empty when none
+    static CGSize imageSize();                     // its first two numbers; zero when none
+    static std::int64_t imageFormat();
+    static void setImageFormat(std::int64_t formatType);
+    static VRSizeOptions imageOptions();
+    static void setImageOptions(const VRSizeOptions& options);
+    static void resetImageSettings();
+
+    static platform::PlistArray videoSizes();
+    static void setVideoSizes(const platform::PlistArray& sizes);
+    static void resetVideoSizes();
+    static platform::PlistArray videoSizeArray();
+    static CGSize videoSize();
+    static std::int64_t videoFormat();
+    static void setVideoFormat(std::int64_t formatType);
+    static VRSizeOptions videoOptions();
+    static void setVideoOptions(const VRSizeOptions& options);
+    static void resetVideoSettings();
+
+    // The global size choice of the size editor: sizes, format type and options for media
+    // type 1 (photo) or 2 (video); any other media type changes nothing.
+    static void saveData(const platform::PlistArray& sizes, std::int64_t formatType,
+                         const VRSizeOptions& options, std::int64_t mediaType);
+
+    // The recent-size lists the first run writes, by device class (class 0 has smaller ones).
+    static platform::PlistArray defaultImageSizes(unsigned deviceClass);
+    static platform::PlistArray defaultVideoSizes(unsigned deviceClass);
+
+    // Boolean options; a key ending in "Disabled" stores the negation of its accessor.
+    static bool homeScreenChoiceRequired();
+    static void setHomeScreenChoiceRequired(bool required);
+    static bool isPixelSizeEnabled();
+    static void setPixelSizeEnabled(bool enabled);
+    static bool isAutoSaveEnabled();
+    static void setAutoSaveEnabled(bool enabled);
+    static bool areAlbumsForResultsEnabled();
+    static void setAlbumsForResultsEnabled(bool enabled);
+    static bool isAlbumForOriginalsEnabled();
+    static void setAlbumForOriginalsEnabled(bool enabled);
+    static bool isNotifyExceedingMaxSizeEnabled();
+    static void setNotifyExceedingMaxSizeEnabled(bool enabled);
+    static bool shouldCopyExifMetadata();
+    static void setCopyExifMetadata(bool copy);
+    static bool shouldCopyIptcMetadata();
+    static void setCopyIptcMetadata(bool copy);
+    static bool shouldCopyGpsMetadata();
+    static void setCopyGpsMetadata(bool copy);
+    static bool shouldCopyVideoGpsMetadata();
+    static void setCopyVideoGpsMetadata(bool copy);
+    static bool isOriginalFilenameSuffixEnabled();
+    static void setOriginalFilenameSuffixEnabled(bool enabled);
+    static bool isLivePhotoIndicatorEnabled();
+    static void setLivePhotoIndicatorEnabled(bool enabled);
+    static bool isLivePhotoEnabled();
+    static void setLivePhotoEnabled(bool enabled);
+
+    // Values.
+    static double photoDPI();
+    static void setPhotoDPI(double dpi);
+    static bool isPhotoDPIAuto();
+    static void setPhotoDPIAuto(bool automatic);
+    static double photoJPEGCompression();  // percent, 0 to 100
+    static void setPhotoJPEGCompression(double percent);
+    static double videoBitrate();  // megabits per second
+    static void setVideoBitrate(double megabits);
+    static bool isVideoBitrateAuto();
+    static void setVideoBitrateAuto(bool automatic);
+    static std::int64_t codecType();  // VRCodecType: 0 same as source, 1 H.264, 2 HEVC
+    static void setCodecType(std::int64_t codecType);
+    static std::int64_t exportFilenameType();  // 0 original names, 1 ask when sharing
+    static void setExportFilenameType(std::int64_t type);
+    static std::string exportFilenameBasename();  // "uwrp_img" while none is stored
+    static void setExportFilenameBasename(const std::string& baseName);
+    static std::int64_t colorThemeType();  // 0 follow the system, 1 light, 2 dark
+    static void setColorThemeType(std::int64_t type);
+    static std::int64_t homeScreenMode();
+    static void setHomeScreenMode(std::int64_t mode);
+    static bool isHomeScreenModeUnknown();
+
+    // Identifiers of the assets of the last run; kept in order without repeats on adding.
+    static std::vector<std::string> recentAssetsIdentifiers();
+    static void setRecentAssetsIdentifiers(const std::vector<std::string>& identifiers);
+    static void addRecentAssetsIdentifiers(const std::vector<std::string>& identifiers);
+    static void removeRecentAssetsIdentifiers(const std::vector<std::string>& identifiers);
+    static void removeAllRecentAssetsIdentifiers();
+
+    // 0 on the first call, then one more on each call; logs "~~ incremented index N".
+    static std::int64_t incrementedIndex();
+
+    // Legacy template list (older versions kept the user's templates here).
+    static bool isNewBuiltInTemplateTableVersion(const std::string& version);
+    static void setBuiltInTemplateTableVersion(const std::string& version);
+    using TemplateListBlock =
+        std::function<void(const VRLegacyTemplateInfo& info, std::size_t index, bool& stop)>;
+    static void enumerateTemplateList(const TemplateListBlock& block);
+    // Hands row `index` to the block; an index beyond the list gives nothing. A row that is not
+    // a dictionary gives "<Template removed>", "<Template data was removed>", no media types.
+    static void parseTemplateAtIndex(std::size_t index,
+                                     const std::function<void(const VRLegacyTemplateInfo&)>& info);
+    static void _parseTemplateDictionary(
+        const platform::PlistValue& row,
+        const std::function<void(const VRLegacyTemplateInfo&)>& block);
+    // Appends a row as the older versions wrote it: an empty identifier becomes "-", an empty
+    // title "Unnamed", an empty description "No description".
+    static void addTemplateToList(const VRLegacyTemplateInfo& info);
+    // Removes the list, first handing the user's rows to the block in list order. Built-in rows
+    // are skipped (the catalogue has them now); removed rows are handed on with an empty
+    // identifier, so that the caller can tell them apart.
+    static void eraseOldTemplateList(const std::function<void(const VRLegacyTemplateInfo&)>& block);
+
+    // Template bodies: documents/_cs-templates/IDENTIFIER/template-data and template-image-data.
+    static std::string templateDirectoryWithIdentifier(const std::string& identifier);
+    static std::string templateDataPathWithIdentifier(const std::string& identifier);
+    static std::string templateImagePathWithIdentifier(const std::string& identifier);
+    static void removeTemplateDirWithIdentifier(const std::string& identifier);
+    static bool copyTemplateImageDataToTemplateWithIdentifier(const std::string& identifier,
+                                                              const std::string& sourceIdentifier);
+};
