@@ -36,24 +36,28 @@ class Operation : public std::enable_shared_from_this<Operation> {
     bool isExecuting() const { return _executing; }
     bool isFinished() const { return _finished; }
 
+    // Read when the queue picks its next operation, so it may change while waiting.
     void setQueuePriority(OperationQueuePriority priority) { _priority = priority; }
     OperationQueuePriority queuePriority() const { return _priority; }
     // Runs after main() on the thread that ran it.
     void setCompletionBlock(DispatchBlock block);
-    // Blocks until the operation has finished (and its completion block has run).
+    // Blocks until the operation has finished (and its completion block has run). Waiting
+    // from the main thread for an operation of the main operation queue never returns.
     void waitUntilFinished();
 
-    // The queue calls this; it runs main() unless cancelled, then the completion block.
+    // The queue calls this; it runs main() unless cancelled, then the completion block, then
+    // marks the operation finished. Only the first call does anything.
     void start();
 
   protected:
     virtual void main() = 0;
 
   private:
+    std::atomic<bool> _started{false};
     std::atomic<bool> _cancelled{false};
     std::atomic<bool> _executing{false};
     std::atomic<bool> _finished{false};
-    OperationQueuePriority _priority = OperationQueuePriority::normal;
+    std::atomic<OperationQueuePriority> _priority{OperationQueuePriority::normal};
     std::mutex _mutex;
     std::condition_variable _finishedCondition;
     DispatchBlock _completion;
@@ -77,7 +81,9 @@ class OperationQueue {
     static constexpr std::int64_t NSOperationQueueDefaultMaxConcurrentOperationCount = -1;
 
     OperationQueue();
-    ~OperationQueue();  // waits for the running operations
+    // Cancels the operations that have not started (their completion blocks still run) and
+    // waits for the running ones.
+    ~OperationQueue();
     OperationQueue(const OperationQueue&) = delete;
     OperationQueue& operator=(const OperationQueue&) = delete;
 
@@ -86,7 +92,9 @@ class OperationQueue {
 
     void setName(std::string name);
     std::string name() const;
-    // -1 lets the queue choose (the number of cores); 1 makes it serial.
+    // -1 (or any negative count) lets the queue choose (the number of cores); 1 makes it
+    // serial; 0 holds every operation back until the count is raised. The main operation
+    // queue stays at 1.
     void setMaxConcurrentOperationCount(std::int64_t count);
     std::int64_t maxConcurrentOperationCount() const;
     void setQualityOfService(DispatchQoS qos);
@@ -94,8 +102,11 @@ class OperationQueue {
     // Ready operations start in order of priority, then of addition.
     void addOperation(std::shared_ptr<Operation> operation);
     std::shared_ptr<BlockOperation> addOperationWithBlock(DispatchBlock block);
+    // Cancels the waiting and the running operations; the running ones see isCancelled.
     void cancelAllOperations();
+    // On the main thread, for the main operation queue, this runs the main queue meanwhile.
     void waitUntilAllOperationsAreFinished();
+    // Operations added and not yet finished.
     std::size_t operationCount() const;
 
   private:

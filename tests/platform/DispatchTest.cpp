@@ -1,0 +1,399 @@
+#include "platform/Dispatch.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/Signal.h"
+
+using platform::DispatchQoS;
+using platform::DispatchQueue;
+using platform::MainRunLoop;
+using testing_support::Occupancy;
+using testing_support::Signal;
+using namespace std::chrono_literals;
+
+namespace {
+
+std::shared_ptr<DispatchQueue> makeConcurrent(const char* label) {
+    return DispatchQueue::create(label, DispatchQueue::Attributes::concurrent);
+}
+
+}  // namespace
+
+TEST(DispatchQueue, SerialQueueRunsOneBlockAtATimeInSubmissionOrder) {
+    auto queue = DispatchQueue::create("serial");
+    EXPECT_EQ(queue->label(), "serial");
+    EXPECT_FALSE(queue->isConcurrent());
+
+    Occupancy occupancy;
+    std::vector<int> order;  // unguarded: only the queue touches it
+    bool currentInside = true;
+    for (int i = 0; i < 300; ++i) {
+        auto block = [&, i] {
+            Occupancy::Scope scope(occupancy);
+            currentInside = currentInside && queue->isCurrent();
+            order.push_back(i);
+        };
+        // Mix every kind of submission: on a serial queue they all keep one order.
+        switch (i % 4) {
+            case 0:
+                queue->async(block);
+                break;
+            case 1:
+                queue->asyncBarrier(block);
+                break;
+            case 2:
+                if (i % 20 == 2) {
+                    queue->sync(block);
+                } else {
+                    queue->async(block);
+                }
+                break;
+            default:
+                if (i % 20 == 3) {
+                    queue->syncBarrier(block);
+                } else {
+                    queue->async(block);
+                }
+        }
+    }
+    queue->sync([] {});
+
+    std::vector<int> expected(300);
+    for (int i = 0; i < 300; ++i) expected[i] = i;
+    EXPECT_EQ(order, expected);
+    EXPECT_EQ(occupancy.peak(), 1);
+    EXPECT_TRUE(currentInside);
+    EXPECT_FALSE(queue->isCurrent());
+}
+
+TEST(DispatchQueue, BarrierRunsAloneWhileReadersOverlapAroundIt) {
+    auto queue = makeConcurrent("readers-writers");
+    EXPECT_TRUE(queue->isConcurrent());
+    Occupancy readers;
+    Signal readersIn, laterSubmitted, laterStarted;
+    int shared = 0;  // written only by barriers; the thread sanitizer reports any overlap
+    bool overlapped[2] = {false, false};
+    int insideWhenBarrierStarted = -1;
+    bool laterReaderStartedDuringBarrier = true;
+    int seenByLater[2] = {-1, -1};
+
+    for (int i = 0; i < 2; ++i) {
+        queue->async([&, i] {
+            Occupancy::Scope scope(readers);
+            readersIn.notify();
+            // Both readers can only get here together if the queue runs them side by side.
+            overlapped[i] = readersIn.waitFor(2);
+            EXPECT_EQ(shared, 0);
+        });
+    }
+    queue->asyncBarrier([&] {
+        insideWhenBarrierStarted = readers.inside();
+        laterSubmitted.waitFor();
+        // A reader submitted after the barrier must not start while it runs.
+        laterReaderStartedDuringBarrier = laterStarted.waitFor(1, 50ms);
+        shared = 1;
+    });
+    for (int i = 0; i < 2; ++i) {
+        queue->async([&, i] {
+            laterStarted.notify();
+            seenByLater[i] = shared;
+        });
+    }
+    laterSubmitted.notify();
+    queue->syncBarrier([] {});
+
+    EXPECT_TRUE(overlapped[0]);
+    EXPECT_TRUE(overlapped[1]);
+    EXPECT_EQ(insideWhenBarrierStarted, 0);
+    EXPECT_FALSE(laterReaderStartedDuringBarrier);
+    EXPECT_EQ(seenByLater[0], 1);
+    EXPECT_EQ(seenByLater[1], 1);
+}
+
+TEST(DispatchQueue, ReadersSeeExactlyTheWritesSubmittedBeforeThem) {
+    auto queue = makeConcurrent("rounds");
+    int value = 0;
+    std::mutex seenMutex;
+    std::vector<std::pair<int, int>> seen;  // (round, value read)
+    constexpr int kRounds = 20;
+    for (int round = 0; round < kRounds; ++round) {
+        for (int reader = 0; reader < 3; ++reader) {
+            queue->async([&, round] {
+                int read = value;
+                std::lock_guard lock(seenMutex);
+                seen.emplace_back(round, read);
+            });
+        }
+        if (round % 2 == 0) {
+            queue->asyncBarrier([&] { ++value; });
+        } else {
+            queue->syncBarrier([&] { ++value; });
+        }
+    }
+    int finalValue = -1;
+    queue->sync([&] { finalValue = value; });
+
+    EXPECT_EQ(finalValue, kRounds);
+    ASSERT_EQ(seen.size(), 3u * kRounds);
+    for (const auto& [round, read] : seen) EXPECT_EQ(read, round) << "reader of round " << round;
+}
+
+TEST(DispatchQueue, SyncAcrossAndWithinQueuesDoesNotDeadlock) {
+    auto serialA = DispatchQueue::create("a");
+    auto serialB = DispatchQueue::create("b");
+    auto concurrent = makeConcurrent("c");
+
+    // A block of A waits with sync for B, which is busy; the sync runs after B's earlier block.
+    Signal releaseB, done;
+    std::vector<std::string> order;
+    std::mutex orderMutex;
+    auto note = [&](const char* what) {
+        std::lock_guard lock(orderMutex);
+        order.emplace_back(what);
+    };
+    bool bothCurrent = false;
+    serialB->async([&] {
+        releaseB.waitFor();
+        note("b-async");
+    });
+    serialA->async([&] {
+        serialB->sync([&] {
+            note("b-sync");
+            bothCurrent = serialA->isCurrent() && serialB->isCurrent();
+        });
+        done.notify();
+    });
+    releaseB.notify();
+    ASSERT_TRUE(done.waitFor(1));
+    EXPECT_EQ(order, (std::vector<std::string>{"b-async", "b-sync"}));
+    EXPECT_TRUE(bothCurrent);
+
+    // Nested calls on a concurrent queue from inside its own blocks, with a barrier waiting
+    // behind the outer block, and a barrier nesting a barrier and a read.
+    Signal nestedDone;
+    int nestedSteps = 0;
+    concurrent->async([&] {
+        concurrent->sync([&] { ++nestedSteps; });
+        nestedDone.notify();
+    });
+    concurrent->asyncBarrier([&] {
+        concurrent->syncBarrier([&] { ++nestedSteps; });
+        concurrent->sync([&] { ++nestedSteps; });
+        nestedDone.notify();
+    });
+    ASSERT_TRUE(nestedDone.waitFor(2));
+    EXPECT_EQ(nestedSteps, 3);
+
+    // Many callers at once taking turns on one serial queue through sync.
+    auto shared = DispatchQueue::create("turns");
+    int counter = 0;  // unguarded: the queue is the lock
+    Signal callers;
+    for (int i = 0; i < 12; ++i) {
+        DispatchQueue::global().async([&] {
+            for (int k = 0; k < 20; ++k) shared->sync([&] { ++counter; });
+            shared->async([&] { ++counter; });
+            callers.notify();
+        });
+    }
+    ASSERT_TRUE(callers.waitFor(12));
+    shared->sync([] {});
+    EXPECT_EQ(counter, 12 * 21);
+}
+
+TEST(DispatchQueue, BlockedBlocksDoNotStarveThePool) {
+    // Every block waits until all of them are running, which needs more threads than cores.
+    constexpr int kBlocks = 16;
+    auto queue = makeConcurrent("wide");
+    Signal arrived, finished;
+    std::atomic<int> sawEveryone{0};
+    for (int i = 0; i < kBlocks; ++i) {
+        queue->async([&] {
+            arrived.notify();
+            if (arrived.waitFor(kBlocks)) ++sawEveryone;
+            finished.notify();
+        });
+    }
+    ASSERT_TRUE(finished.waitFor(kBlocks));
+    EXPECT_EQ(sawEveryone.load(), kBlocks);
+}
+
+TEST(DispatchQueue, AfterRunsBlocksByDueTimeAndNotEarly) {
+    auto queue = DispatchQueue::create("timers");
+    const auto start = std::chrono::steady_clock::now();
+    struct Fired {
+        std::string name;
+        std::chrono::milliseconds elapsed;
+    };
+    std::vector<Fired> fired;  // only the serial queue touches it
+    Signal all;
+    auto record = [&](std::string name) {
+        return [&, name] {
+            fired.push_back({name, std::chrono::duration_cast<std::chrono::milliseconds>(
+                                       std::chrono::steady_clock::now() - start)});
+            all.notify();
+        };
+    };
+    queue->after(60ms, record("late"));
+    queue->after(20ms, record("early"));
+    queue->after(0ms, record("now"));
+    queue->after(20ms, record("early-second"));
+    DispatchQueue::global(DispatchQoS::utility).after(10ms, [&] { all.notify(); });
+    ASSERT_TRUE(all.waitFor(5));
+    queue->sync([] {});
+
+    struct Expected {
+        const char* name;
+        std::chrono::milliseconds atLeast;
+    } expected[] = {{"now", 0ms}, {"early", 20ms}, {"early-second", 20ms}, {"late", 60ms}};
+    ASSERT_EQ(fired.size(), std::size(expected));
+    for (std::size_t i = 0; i < fired.size(); ++i) {
+        EXPECT_EQ(fired[i].name, expected[i].name);
+        EXPECT_GE(fired[i].elapsed, expected[i].atLeast) << fired[i].name;
+    }
+}
+
+TEST(DispatchQueue, DestroyingAQueueDropsBlocksThatHaveNotStarted) {
+    for (auto attributes :
+         {DispatchQueue::Attributes::serial, DispatchQueue::Attributes::concurrent}) {
+        auto queue = DispatchQueue::create("doomed", attributes);
+        Signal running, release, firstDone, dropped;
+        queue->asyncBarrier([&] {
+            running.notify();
+            release.waitFor();
+            firstDone.notify();
+        });
+        ASSERT_TRUE(running.waitFor());
+        queue->async([&] { dropped.notify(); });
+        queue->asyncBarrier([&] { dropped.notify(); });
+        queue->after(5ms, [&] { dropped.notify(); });
+        queue.reset();
+        release.notify();
+        EXPECT_TRUE(firstDone.waitFor()) << "the running block finishes";
+        EXPECT_FALSE(dropped.waitFor(1, 60ms));
+    }
+}
+
+TEST(DispatchQueue, GlobalQueuesRunBlocksAndTreatBarriersAsPlainBlocks) {
+    for (auto qos : {DispatchQoS::background, DispatchQoS::utility, DispatchQoS::defaultQoS,
+                     DispatchQoS::userInitiated, DispatchQoS::userInteractive}) {
+        auto& queue = DispatchQueue::global(qos);
+        EXPECT_TRUE(queue.isConcurrent());
+        EXPECT_EQ(&queue, &DispatchQueue::global(qos));
+        Signal plainRunning, barrierRan;
+        Signal release;
+        queue.async([&] {
+            plainRunning.notify();
+            release.waitFor();
+        });
+        ASSERT_TRUE(plainRunning.waitFor());
+        // Holding back on a process-wide queue would stall unrelated work.
+        queue.asyncBarrier([&] { barrierRan.notify(); });
+        EXPECT_TRUE(barrierRan.waitFor());
+        release.notify();
+    }
+}
+
+TEST(MainRunLoop, BlocksFromOtherThreadsRunOnTheMainThread) {
+    EXPECT_TRUE(MainRunLoop::isMainThread());
+    EXPECT_TRUE(DispatchQueue::main().isCurrent());
+    const auto mainId = std::this_thread::get_id();
+
+    std::atomic<bool> workerIsMain{true};
+    std::atomic<int> delivered{0};
+    bool allOnMain = true;  // touched only on the main thread
+    std::atomic<bool> syncReturned{false};
+    DispatchQueue::global().async([&] {
+        workerIsMain = MainRunLoop::isMainThread() || DispatchQueue::main().isCurrent();
+        DispatchQueue::main().async([&] {
+            allOnMain = allOnMain && std::this_thread::get_id() == mainId;
+            ++delivered;
+        });
+        // A worker waiting on the main queue while the main thread runs its loop.
+        DispatchQueue::main().sync([&] {
+            allOnMain = allOnMain && MainRunLoop::isMainThread();
+            ++delivered;
+        });
+        syncReturned = true;
+        DispatchQueue::main().after(10ms, [&] {
+            allOnMain = allOnMain && MainRunLoop::isMainThread();
+            ++delivered;
+        });
+    });
+    EXPECT_TRUE(MainRunLoop::runUntil([&] { return delivered == 3; }, testing_support::kPatience));
+    EXPECT_TRUE(syncReturned);
+    EXPECT_FALSE(workerIsMain);
+    EXPECT_TRUE(allOnMain);
+
+    // sync on the main queue from the main thread runs at once.
+    bool ranAtOnce = false;
+    DispatchQueue::main().sync([&] { ranAtOnce = true; });
+    EXPECT_TRUE(ranAtOnce);
+}
+
+TEST(MainRunLoop, RunUntilDrainAndStop) {
+    // A predicate that never holds returns false after the timeout, not before.
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_FALSE(MainRunLoop::runUntil([] { return false; }, 30ms));
+    EXPECT_GE(std::chrono::steady_clock::now() - start, 30ms);
+
+    // A predicate made true by another thread, with no main-queue block, is still noticed.
+    std::atomic<bool> flag{false};
+    DispatchQueue::global().async([&] { flag = true; });
+    EXPECT_TRUE(MainRunLoop::runUntil([&] { return flag.load(); }, testing_support::kPatience));
+
+    // drain runs only what was queued when it was called.
+    std::vector<int> ran;
+    auto& main = DispatchQueue::main();
+    main.async([&] { ran.push_back(1); });
+    main.async([&] {
+        ran.push_back(2);
+        main.async([&] { ran.push_back(4); });
+    });
+    main.async([&] { ran.push_back(3); });
+    EXPECT_EQ(MainRunLoop::drain(), 3);
+    EXPECT_EQ(ran, (std::vector<int>{1, 2, 3}));
+    EXPECT_EQ(MainRunLoop::drain(), 1);
+    EXPECT_EQ(MainRunLoop::drain(), 0);
+    EXPECT_EQ(ran, (std::vector<int>{1, 2, 3, 4}));
+
+    // stop from a main-queue block ends run; a stop issued before run is not lost.
+    int blocksBeforeStop = 0;
+    main.async([&] { ++blocksBeforeStop; });
+    main.async([&] { MainRunLoop::stop(); });
+    MainRunLoop::run();
+    EXPECT_EQ(blocksBeforeStop, 1);
+
+    Signal stopped;
+    std::thread other([&] {
+        MainRunLoop::stop();
+        stopped.notify();
+    });
+    ASSERT_TRUE(stopped.waitFor());
+    other.join();
+    MainRunLoop::run();  // returns at once
+    EXPECT_EQ(MainRunLoop::drain(), 0);
+}
+
+TEST(MainRunLoop, RefusesToRunFromAnotherThread) {
+    // The first thread to drive the loop becomes the main thread; make sure that is this one.
+    MainRunLoop::drain();
+    EXPECT_TRUE(MainRunLoop::isMainThread());
+    bool ran = false;
+    DispatchQueue::main().async([&] { ran = true; });
+    int drained = -1;
+    bool otherIsMain = true;
+    std::thread other([&] {
+        drained = MainRunLoop::drain();
+        otherIsMain = MainRunLoop::isMainThread();
+    });
+    other.join();
+    EXPECT_EQ(drained, 0);
+    EXPECT_FALSE(otherIsMain);
+    EXPECT_FALSE(ran);
+    EXPECT_EQ(MainRunLoop::drain(), 1);
+    EXPECT_TRUE(ran);
+}
