@@ -1,23 +1,8 @@
 #include "templates/VRTemplateListSection.h"
 
-#include <cstdio>
-#include <random>
+#include "platform/UUID.h"
 
 namespace {
-
-// A random (version 4) UUID in its upper-case text form.
-std::string newUUIDString() {
-    static thread_local std::mt19937_64 generator{std::random_device{}()};
-    std::uint64_t hi = generator(), lo = generator();
-    hi = (hi & 0xFFFFFFFFFFFF0FFFull) | 0x0000000000004000ull;
-    lo = (lo & 0x3FFFFFFFFFFFFFFFull) | 0x8000000000000000ull;
-    char text[37];
-    std::snprintf(text, sizeof text, "%08X-%04X-%04X-%04X-%012llX", static_cast<unsigned>(hi >> 32),
-                  static_cast<unsigned>((hi >> 16) & 0xFFFF), static_cast<unsigned>(hi & 0xFFFF),
-                  static_cast<unsigned>(lo >> 48),
-                  static_cast<unsigned long long>(lo & 0xFFFFFFFFFFFFull));
-    return text;
-}
 
 std::string trimmed(const std::string& text) {
     const char* blanks = " \t\n\r\f\v";
@@ -45,7 +30,7 @@ VRTemplateListSection::VRTemplateListSection(std::string title, std::string subt
       _subtitle(std::move(subtitle)),
       _config(config),
       _items(std::move(items)),
-      _identifier(newUUIDString()) {}
+      _identifier(platform::UUIDString()) {}
 
 void VRTemplateListSection::search(const std::string& query) {
     auto needle = trimmed(query);
