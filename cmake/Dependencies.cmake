@@ -17,3 +17,6 @@ foreach(mod IN ITEMS libjpeg libpng libtiff-4 libheif exiv2 zimg lcms2 imagequan
     string(TOUPPER "${var}" var)
     pkg_check_modules(${var} QUIET IMPORTED_TARGET ${mod})
 endforeach()
+
+# The platform layer asks libheif which encoders exist (the image writers it offers).
+target_link_libraries(unwarp_platform_deps INTERFACE PkgConfig::LIBHEIF)

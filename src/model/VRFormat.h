@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <ostream>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "model/VRFormatMediaType.h"
@@ -34,10 +35,16 @@ class VRFormat {
     VRFormat(std::uint64_t type, std::uint64_t mediaType, float compression);
     // Media type 1 unless the type says otherwise.
     VRFormat(std::uint64_t type, float compression);
+    // An integer second argument would silently become a compression.
+    template <class T, std::enable_if_t<std::is_integral_v<T>, int> = 0>
+    VRFormat(std::uint64_t, T) = delete;
 
     static VRFormat formatWithType(std::uint64_t type, float compression);
+    template <class T, std::enable_if_t<std::is_integral_v<T>, int> = 0>
+    static VRFormat formatWithType(std::uint64_t, T) = delete;
     // Compression 0.85 for JPEG and HEIC, 1.0 for every other type.
-    static VRFormat formatWithType(std::uint64_t type, std::uint64_t mediaType);
+    static VRFormat formatWithTypeMediaType(std::uint64_t type, std::uint64_t mediaType);
+    // The same with media type 1.
     static VRFormat formatWithType(std::uint64_t type);
 
     // Recognition; each result has its type's default compression. Unknown gives Auto (0).
@@ -50,7 +57,10 @@ class VRFormat {
     // Cached on first use: Auto, PNG, JPEG, MOV, M4V, MP4; then, on a device class other than
     // 0, TIFF and HEIC where the platform has a writer for them.
     static const std::vector<VRFormat>& availableFormats();
+    // The formats of that media type, Auto always kept.
     static std::vector<VRFormat> availableFormatsWithMediaType(std::uint64_t mediaType);
+    static std::vector<VRFormat> availableFormatsWithMediaType(std::uint64_t mediaType,
+                                                               const std::vector<VRFormat>& from);
     // The list for a given device class and set of image writers (type identifiers).
     static std::vector<VRFormat> availableFormats(unsigned deviceClass,
                                                   const std::vector<std::string>& imageWriters);

@@ -26,8 +26,8 @@ struct VRDeviceLimits {
     CGSize maxPhotoSize;
     CGSize maxVideoSize;
     CGSize minLivePhotoVideoSize;
-    // The limits of a device class (0 to 4).
-    static VRDeviceLimits limitsForDeviceClass(unsigned deviceClass);
+    // This machine's limits, by its device class (VXHelper::maxPhotoSize() and the others).
+    static VRDeviceLimits currentDevice();
 };
 
 struct VRResolveRequest {
@@ -56,8 +56,8 @@ struct VRResolveRequest {
     std::string sourcePath;
     std::optional<VRColor> defaultPhotoColor;
     std::optional<VRColor> defaultVideoColor;
-    // Absent: this device's limits (VXHelper::maxPhotoSize() and the others).
-    std::optional<VRDeviceLimits> limits;
+    // The stages pass VRDeviceLimits::currentDevice().
+    VRDeviceLimits limits;
 };
 
 // Over the limit: the asset fails with VRError code 5 whose user info offers the correction.
