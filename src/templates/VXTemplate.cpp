@@ -3,7 +3,7 @@
 VXTemplateRef VXTemplate::tutorialTemplate() {
     auto tpl = create();
     tpl->setSizeEntry(VRSizeEntry::sizeEntryWithWidth(800, 480, VRSizeTypePixels),
-                      VRFormat::formatWithType(VRFormatTypeAuto, VRFormatMediaTypePhoto),
+                      VRFormat::formatWithTypeMediaType(VRFormatTypeAuto, VRFormatMediaTypePhoto),
                       VRSizeOptions{VRSizeOptionStretch, VRSizeOptionNormal},
                       VRFormatMediaTypePhoto);
     return tpl;
@@ -18,7 +18,7 @@ VXTemplateRef VXTemplate::newTemplate() const {
 VXTemplateRef VXTemplate::pairedTemplate() const {
     auto tpl = copy();
     tpl->setSizeEntry(sizeEntryForMediaType(VRFormatMediaTypePhoto),
-                      VRFormat::formatWithType(VRFormatTypeAuto, VRFormatMediaTypeVideo),
+                      VRFormat::formatWithTypeMediaType(VRFormatTypeAuto, VRFormatMediaTypeVideo),
                       optionsForMediaType(VRFormatMediaTypePhoto), VRFormatMediaTypeVideo);
     return tpl;
 }
@@ -87,7 +87,7 @@ std::optional<VRSizeOptions> VXTemplate::optionsForMediaType(std::uint64_t media
 VRFormat VXTemplate::formatForMediaType(std::uint64_t mediaType) const {
     auto format = lookup(_formatDictionary, mediaType);
     if (format && format->mediaType() == mediaType) return *format;
-    return VRFormat::formatWithType(VRFormatTypeAuto, mediaType);
+    return VRFormat::formatWithTypeMediaType(VRFormatTypeAuto, mediaType);
 }
 
 void VXTemplate::resetDataForMediaType(std::uint64_t mediaType) {
