@@ -60,8 +60,8 @@ std::optional<VRSizeEntry> parseSizeEntry(const std::string& input, std::string*
     std::string first, second;
     if (splitAt(text, ':', &first, &second)) {
         VRSizeEntryType type = VRSizeTypeRatioDown;
-        for (auto [suffix, suffixType] : {std::pair{"up", VRSizeTypeRatioUp},
-                                          std::pair{"down", VRSizeTypeRatioDown}}) {
+        for (auto [suffix, suffixType] :
+             {std::pair{"up", VRSizeTypeRatioUp}, std::pair{"down", VRSizeTypeRatioDown}}) {
             std::string word(suffix);
             if (second.size() > word.size() && second.ends_with(word)) {
                 second.resize(second.size() - word.size());
@@ -75,9 +75,8 @@ std::optional<VRSizeEntry> parseSizeEntry(const std::string& input, std::string*
         return VRSizeEntry::sizeEntryWithWidth(*width, *height, type);
     }
     if (!splitAt(text, 'x', &first, &second)) {
-        return fail<VRSizeEntry>(problem,
-                                 "a size is WxH, W%xH% or W:H (e.g. 1200x600, 133%x100%, 16:9): " +
-                                     input);
+        return fail<VRSizeEntry>(
+            problem, "a size is WxH, W%xH% or W:H (e.g. 1200x600, 133%x100%, 16:9): " + input);
     }
     const bool percent = first.ends_with('%') || second.ends_with('%');
     if (percent) {
@@ -125,10 +124,9 @@ std::optional<VRFormat> parseFormat(const std::string& input, std::uint64_t medi
             continue;
         }
         if (format.mediaType() != mediaType) {
-            return fail<VRFormat>(problem, format.name() + " is not a " +
-                                               (mediaType == VRFormatMediaTypeVideo ? "video"
-                                                                                    : "photo") +
-                                               " format");
+            return fail<VRFormat>(
+                problem, format.name() + " is not a " +
+                             (mediaType == VRFormatMediaTypeVideo ? "video" : "photo") + " format");
         }
         return format;
     }
