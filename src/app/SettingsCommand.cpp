@@ -148,20 +148,18 @@ Setting sizesSetting(std::string key, std::function<PlistArray()> get,
             }};
 }
 
-std::string integersText(const PlistArray& values) {
+std::string integersText(const VRSizeOptions& values) {
     std::string text = "[";
-    for (const auto& value : values) {
-        text += (text.size() > 1 ? ", " : "") + std::to_string(value.integerValue());
-    }
+    for (auto value : values) text += (text.size() > 1 ? ", " : "") + std::to_string(value);
     return text + "]";
 }
 
-Setting optionsSetting(std::string key, std::function<PlistArray()> get,
-                       std::function<void(const PlistArray&)> set) {
+Setting optionsSetting(std::string key, std::function<VRSizeOptions()> get,
+                       std::function<void(const VRSizeOptions&)> set) {
     std::string accessor = key;
     return {std::move(key), std::move(accessor), [get] { return integersText(get()); },
             [set](const std::string& text, std::string* problem) {
-                PlistArray options;
+                VRSizeOptions options;
                 for (const auto& part : split(text)) {
                     auto value = parseInteger(part);
                     if (!value || *value < VRSizeOptionNormal || *value > VRSizeOptionStretch) {

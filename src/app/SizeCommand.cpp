@@ -7,6 +7,7 @@
 #include "app/TemplateArguments.h"
 #include "model/VRAdjustAssetState.h"
 #include "model/VRSizeResolver.h"
+#include "model/VXHelperDevice.h"
 #include "model/VXHelperText.h"
 #include "templates/TemplateManager.h"
 
@@ -40,6 +41,10 @@ class SizeCommand : public app::Command {
         command->add_option("--source", _source, "The asset's size, WxH in pixels")->required();
         command->add_flag("--rotated", _rotated,
                           "The asset was turned by a quarter in the adjust view");
+        command
+            ->add_option("--device-class", _deviceClass,
+                         "Use the limits of device class 0 to 4 instead of this machine's")
+            ->check(CLI::Range(0, 4));
         command->add_flag("--json", _json, "Print JSON instead of text");
         return command;
     }
@@ -63,6 +68,13 @@ class SizeCommand : public app::Command {
         request.options = tpl->optionsForMediaType(*mediaType).value_or(VRSizeOptions{});
         request.format = tpl->formatForMediaType(*mediaType);
         request.sourceSize = *source;
+        if (_deviceClass) {
+            request.limits = {VXHelper::maxPhotoSize(*_deviceClass),
+                              VXHelper::maxVideoSize(*_deviceClass),
+                              VXHelper::minLivePhotoVideoSize(*_deviceClass)};
+        } else {
+            request.limits = VRDeviceLimits::currentDevice();
+        }
         if (_rotated) {
             auto state = std::make_shared<VRAdjustAssetState>();
             state->setOrientation(VROrientation::orientationWithFlipedX(false, false, 1));
@@ -114,6 +126,7 @@ class SizeCommand : public app::Command {
     }
 
     std::string _key, _media, _source;
+    std::optional<unsigned> _deviceClass;
     bool _rotated = false, _json = false;
 };
 

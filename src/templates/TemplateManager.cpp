@@ -161,7 +161,7 @@ void TemplateManager::_writeItems(const std::vector<VRTemplateListItem>& items,
 }
 
 void TemplateManager::_writeCollection() {
-    _queue().async([keys = _userCollection, path = _collectionURL] {
+    _queue().asyncBarrier([keys = _userCollection, path = _collectionURL] {
         VXHelper::saveData(VRTemplateListCoding::encodeStrings(keys), path);
     });
 }
