@@ -157,6 +157,10 @@ AttributedText stringForEditingPreviewWithAbsoluteSize(CGSize absoluteSize, CGSi
                        std::string(" ") + kSeparator + " ");
 }
 
+std::string stringForAdjustPreviewWithAbsoluteSize(CGSize absoluteSize, bool smart) {
+    return std::string(smart ? "Smart" : "Normal") + " size " + stringFromSize(absoluteSize);
+}
+
 std::string stringFromDataLength(std::uint64_t length) {
     constexpr double kKiB = 1024.0, kMiB = kKiB * 1024, kGiB = kMiB * 1024;
     if (length <= 512) return std::to_string(length) + "b";

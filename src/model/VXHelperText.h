@@ -41,6 +41,8 @@ AttributedText stringFromImageUTI(const std::string& typeIdentifier, CGSize pixe
 // separators. The warp factor is the larger ratio over the smaller, 1 when either is 0.
 AttributedText stringForEditingPreviewWithAbsoluteSize(CGSize absoluteSize, CGSize originalSize,
                                                        bool detailed);
+// "Smart size 1200 x 600" or "Normal size ...": the adjust screen's line, before styling.
+std::string stringForAdjustPreviewWithAbsoluteSize(CGSize absoluteSize, bool smart);
 // "512b", "0.5Kb", "10Kb", "1.2Mb", "3Gb" by binary units.
 std::string stringFromDataLength(std::uint64_t length);
 

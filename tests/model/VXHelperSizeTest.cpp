@@ -115,6 +115,7 @@ TEST(VXHelperSize, SafeSizeAndLimitedSize) {
         {{9000, 5000}, {8192, 8192}, {8192, 8192 / 1.8}},
         {{3000, 9000}, {4096, 2160}, {720, 2160}},
         {{8192, 8192}, {8192, 8192}, {8192, 8192}},
+        {{4096, 4096}, {4096, 2160}, {4096, 4096}},  // sides at the limit pass as they are
     };
     for (const auto& c : limitCases) {
         const CGSize got = limitedSize(c.size, c.max);

@@ -20,6 +20,8 @@ TEST(VXHelperText, NumbersAndSizes) {
     EXPECT_EQ(stringFromSize({0, 1080}), "Auto x 1080");
     EXPECT_EQ(stringFromSize({0, 1080}, false), "0 x 1080");
     EXPECT_EQ(stringFromSize({1279.5, 0.2}, true), "1280 x 0");  // 0.2 is not Auto
+    EXPECT_EQ(stringForAdjustPreviewWithAbsoluteSize({1200, 0}, true), "Smart size 1200 x Auto");
+    EXPECT_EQ(stringForAdjustPreviewWithAbsoluteSize({1200, 600}, false), "Normal size 1200 x 600");
 }
 
 TEST(VXHelperText, SizeEntryForms) {
