@@ -68,13 +68,9 @@ class SizeCommand : public app::Command {
         request.options = tpl->optionsForMediaType(*mediaType).value_or(VRSizeOptions{});
         request.format = tpl->formatForMediaType(*mediaType);
         request.sourceSize = *source;
-        if (_deviceClass) {
-            request.limits = {VXHelper::maxPhotoSize(*_deviceClass),
-                              VXHelper::maxVideoSize(*_deviceClass),
-                              VXHelper::minLivePhotoVideoSize(*_deviceClass)};
-        } else {
-            request.limits = VRDeviceLimits::currentDevice();
-        }
+        const unsigned deviceClass = _deviceClass.value_or(VXHelper::deviceClass());
+        request.limits = {VXHelper::maxPhotoSize(deviceClass), VXHelper::maxVideoSize(deviceClass),
+                          VXHelper::minLivePhotoVideoSize(deviceClass)};
         if (_rotated) {
             auto state = std::make_shared<VRAdjustAssetState>();
             state->setOrientation(VROrientation::orientationWithFlipedX(false, false, 1));
