@@ -156,7 +156,9 @@ std::optional<std::vector<VRTemplateListItem>> TemplateManager::_readItems(
 
 void TemplateManager::_writeItems(const std::vector<VRTemplateListItem>& items,
                                   const std::string& path) {
-    _queue().async(
+    // Writes are barriers so that they land in the order they were made: a later list must
+    // never be overwritten by an earlier one still in flight.
+    _queue().asyncBarrier(
         [items, path] { VXHelper::saveData(VRTemplateListCoding::encodeItems(items), path); });
 }
 
