@@ -68,12 +68,31 @@ bool fsyncDirectory(const std::string& directory) {
     return ::fsync(fd) == 0;
 }
 
+// umask can only be read by setting it, which races with other threads creating files, so it
+// is read from /proc when the kernel shows it there, and only once.
+mode_t processUmask() {
+    static const mode_t mask = [] {
+        if (FILE* status = std::fopen("/proc/self/status", "re")) {
+            char line[256];
+            unsigned value = 0;
+            bool found = false;
+            while (!found && std::fgets(line, sizeof line, status)) {
+                found = std::sscanf(line, "Umask: %o", &value) == 1;
+            }
+            std::fclose(status);
+            if (found) return static_cast<mode_t>(value);
+        }
+        mode_t previous = ::umask(022);
+        ::umask(previous);
+        return previous;
+    }();
+    return mask;
+}
+
 mode_t newFileMode(const std::string& path) {
     struct stat existing {};
     if (::stat(path.c_str(), &existing) == 0) return existing.st_mode & 07777;
-    mode_t mask = ::umask(0);
-    ::umask(mask);
-    return 0666 & ~mask;
+    return 0666 & ~processUmask();
 }
 
 bool makeOneDirectory(const std::string& path, bool existingIsFine, ErrorRef* error) {
