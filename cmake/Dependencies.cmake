@@ -20,3 +20,7 @@ endforeach()
 
 # The platform layer asks libheif which encoders exist (the image writers it offers).
 target_link_libraries(unwarp_platform_deps INTERFACE PkgConfig::LIBHEIF)
+# Media services: FFmpeg for movies, zimg for plane scaling.
+target_link_libraries(unwarp_platform_deps INTERFACE
+    PkgConfig::LIBAVFORMAT PkgConfig::LIBAVCODEC PkgConfig::LIBAVUTIL PkgConfig::LIBSWSCALE
+    PkgConfig::ZIMG)

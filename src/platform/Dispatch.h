@@ -53,7 +53,8 @@ class DispatchQueue {
     // order. A delay of zero or less submits at once.
     virtual void after(std::chrono::milliseconds delay, DispatchBlock block) = 0;
 
-    // True when the calling thread is running a block of this queue (for assertions).
+    // True when the calling thread is running a block of this queue (for assertions); for the
+    // main queue, true on the main thread.
     virtual bool isCurrent() const = 0;
 };
 

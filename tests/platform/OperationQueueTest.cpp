@@ -107,11 +107,13 @@ TEST(OperationQueue, WidthBoundsHowManyOperationsRunAtOnce) {
         std::atomic<int> overlapped{0};
         const int total = 3 * c.expectedWidth;
         for (int i = 0; i < total; ++i) {
-            queue.addOperationWithBlock([&, width = c.expectedWidth] {
+            queue.addOperationWithBlock([&, width = c.expectedWidth, total] {
                 Occupancy::Scope scope(occupancy);
                 arrived.notify();
                 // The first `width` operations can only pass together.
                 if (arrived.waitFor(width)) ++overlapped;
+                // Linger, so that a queue running more than `width` would show it in the peak.
+                arrived.waitFor(total, 20ms);
             });
         }
         queue.waitUntilAllOperationsAreFinished();
@@ -242,50 +244,29 @@ TEST(OperationQueue, DestroyingTheQueueWaitsForRunningAndCancelsWaiting) {
     EXPECT_EQ(journal.entries(), (std::vector<std::string>{"waiting done"}));
 }
 
-TEST(OperationQueue, MainQueueRunsOperationsOnTheMainThreadByPriority) {
+TEST(OperationQueue, MainQueueStaysSerialAndRunsOnTheMainThread) {
     MainRunLoop::drain();  // this thread drives the main queue
     auto& queue = OperationQueue::mainQueue();
-    EXPECT_EQ(&queue, &OperationQueue::mainQueue());
     queue.setMaxConcurrentOperationCount(4);
     EXPECT_EQ(queue.maxConcurrentOperationCount(), 1);
 
-    std::vector<std::string> order;  // main thread only
-    bool onMain = true;
-    auto add = [&](const char* name, OperationQueuePriority priority) {
-        auto operation = BlockOperation::blockOperationWithBlock([&, name] {
-            onMain = onMain && MainRunLoop::isMainThread();
-            order.push_back(name);
+    // Operations added from workers still run on the main thread, one at a time;
+    // waitUntilAllOperationsAreFinished on the main thread runs the loop meanwhile.
+    Occupancy occupancy;
+    std::atomic<int> offMain{0};
+    Signal added;
+    for (int i = 0; i < 4; ++i) {
+        platform::DispatchQueue::global().async([&] {
+            queue.addOperationWithBlock([&] {
+                Occupancy::Scope scope(occupancy);
+                if (!MainRunLoop::isMainThread()) ++offMain;
+            });
+            added.notify();
         });
-        operation->setQueuePriority(priority);
-        operation->setCompletionBlock([&, name] {
-            onMain = onMain && MainRunLoop::isMainThread();
-            order.push_back(std::string(name) + " done");
-        });
-        queue.addOperation(operation);
-        return operation;
-    };
-    // Nothing runs until the main thread runs its loop; the first one is already handed over.
-    add("first", OperationQueuePriority::veryLow);
-    add("low", OperationQueuePriority::low);
-    add("high", OperationQueuePriority::high);
-    auto cancelled = add("cancelled", OperationQueuePriority::veryHigh);
-    cancelled->cancel();
-    EXPECT_TRUE(order.empty());
-
-    // Operations added from a worker land on the main thread as well.
-    Signal addedFromWorker;
-    platform::DispatchQueue::global().async([&] {
-        queue.addOperationWithBlock([&] {
-            onMain = onMain && MainRunLoop::isMainThread();
-            order.push_back("from worker");
-        });
-        addedFromWorker.notify();
-    });
-    ASSERT_TRUE(addedFromWorker.waitFor());
+    }
+    ASSERT_TRUE(added.waitFor(4));
     queue.waitUntilAllOperationsAreFinished();
-
-    EXPECT_EQ(order, (std::vector<std::string>{"first", "first done", "cancelled done", "high",
-                                               "high done", "from worker", "low", "low done"}));
-    EXPECT_TRUE(onMain);
     EXPECT_EQ(queue.operationCount(), 0u);
+    EXPECT_EQ(offMain.load(), 0);
+    EXPECT_EQ(occupancy.peak(), 1);
 }

@@ -1,0 +1,69 @@
+// One track of a movie being written: either a video input that encodes frames by its output
+// settings, or a passthrough input (no output settings, a source format hint) that stores
+// compressed samples unchanged. The video track providers feed them from their request blocks.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/AVMetadataItem.h"
+#include "platform/CMFormatDescription.h"
+#include "platform/CMSampleBuffer.h"
+#include "platform/Dispatch.h"
+#include "platform/Geometry.h"
+#include "platform/PlistValue.h"
+
+class AVAssetWriterInput {
+  public:
+    struct Impl;
+
+    // Video output settings (AVVideoSettings.h): AVVideoCodecKey (H.264 through libx264,
+    // HEVC through libx265 with Main 10 for 10-bit frames, ProRes 4444 for alpha, JPEG),
+    // AVVideoWidthKey, AVVideoHeightKey, AVVideoColorPropertiesKey and
+    // AVVideoCompressionPropertiesKey (average bit rate, profile, expected frame rate, key frame
+    // interval, pixel aspect, quality, encoder preset). No settings: passthrough, which needs
+    // the source format hint to be added to a writer.
+    static std::shared_ptr<AVAssetWriterInput> assetWriterInputWithMediaType(
+        const std::string& mediaType, std::optional<platform::PlistDictionary> outputSettings,
+        CMFormatDescriptionRef sourceFormatHint = nullptr);
+    ~AVAssetWriterInput();
+
+    const std::string& mediaType() const;
+    const std::optional<platform::PlistDictionary>& outputSettings() const;
+    const CMFormatDescriptionRef& sourceFormatHint() const;
+
+    void setExpectsMediaDataInRealTime(bool value);
+    bool expectsMediaDataInRealTime() const;
+    // Written as the track's display matrix. Set before the writer starts.
+    void setTransform(CGAffineTransform transform);
+    CGAffineTransform transform() const;
+    // Track-level items; those with a name in the container are written.
+    void setMetadata(std::vector<AVMetadataItem> items);
+    const std::vector<AVMetadataItem>& metadata() const;
+
+    // True while the writer is writing and the input can take a sample without waiting. Once
+    // the writer has failed it stays true, so that a request loop appends once more, sees the
+    // append fail and ends.
+    bool isReadyForMoreMediaData() const;
+    // Calls `block` on `queue` whenever the input is ready, until markAsFinished or until the
+    // writer ends. The block is expected to append while isReadyForMoreMediaData holds.
+    void requestMediaDataWhenReadyOnQueue(std::shared_ptr<platform::DispatchQueue> queue,
+                                          std::function<void()> block);
+    // A compressed sample (passthrough) or a sample holding an image buffer (video input).
+    // False when the writer is not writing, the input is finished, or the sample is refused.
+    bool appendSampleBuffer(const CMSampleBufferRef& sample);
+    // No more samples; a video input drains its encoder.
+    void markAsFinished();
+
+    Impl& impl() { return *_impl; }
+    const Impl& impl() const { return *_impl; }
+
+  private:
+    AVAssetWriterInput();
+    std::unique_ptr<Impl> _impl;
+};
+
+using AVAssetWriterInputRef = std::shared_ptr<AVAssetWriterInput>;

@@ -1,0 +1,41 @@
+#include "platform/OutputSettingsPresets.h"
+
+#include "platform/AVVideoSettings.h"
+
+// Bit rates are for 30 frames per second and are rescaled by the assistant. H.264 uses
+// libx264's default speed; HEVC a faster one, as libx265 at its default is several times slower
+// than libx264 for a similar result at these rates.
+const std::vector<OutputSettingsPreset>& outputSettingsPresets() {
+    static const std::vector<OutputSettingsPreset> presets = {
+        {AVOutputSettingsPreset640x480, AVVideoCodecTypeH264, AVVideoProfileLevelH264HighAutoLevel,
+         AVVideoProfileLevelH264HighAutoLevel, 640, 480, 1'500'000, "medium", "", 2.0},
+        {AVOutputSettingsPreset960x540, AVVideoCodecTypeH264, AVVideoProfileLevelH264HighAutoLevel,
+         AVVideoProfileLevelH264HighAutoLevel, 960, 540, 3'000'000, "medium", "", 2.0},
+        {AVOutputSettingsPreset1280x720, AVVideoCodecTypeH264, AVVideoProfileLevelH264HighAutoLevel,
+         AVVideoProfileLevelH264HighAutoLevel, 1280, 720, 5'000'000, "medium", "", 2.0},
+        {AVOutputSettingsPreset1920x1080, AVVideoCodecTypeH264,
+         AVVideoProfileLevelH264HighAutoLevel, AVVideoProfileLevelH264HighAutoLevel, 1920, 1080,
+         10'000'000, "medium", "", 2.0},
+        {AVOutputSettingsPreset3840x2160, AVVideoCodecTypeH264,
+         AVVideoProfileLevelH264HighAutoLevel, AVVideoProfileLevelH264HighAutoLevel, 3840, 2160,
+         35'000'000, "medium", "", 2.0},
+        {AVOutputSettingsPresetHEVC1920x1080, AVVideoCodecTypeHEVC,
+         kVTProfileLevel_HEVC_Main_AutoLevel, kVTProfileLevel_HEVC_Main10_AutoLevel, 1920, 1080,
+         6'000'000, "fast", "", 2.0},
+        {AVOutputSettingsPresetHEVC3840x2160, AVVideoCodecTypeHEVC,
+         kVTProfileLevel_HEVC_Main_AutoLevel, kVTProfileLevel_HEVC_Main10_AutoLevel, 3840, 2160,
+         20'000'000, "fast", "", 2.0},
+        {AVOutputSettingsPresetHEVC1920x1080WithAlpha, AVVideoCodecTypeAppleProRes4444, "", "",
+         1920, 1080, 0, "", "", 1.0},
+        {AVOutputSettingsPresetHEVC3840x2160WithAlpha, AVVideoCodecTypeAppleProRes4444, "", "",
+         3840, 2160, 0, "", "", 1.0},
+    };
+    return presets;
+}
+
+const OutputSettingsPreset* outputSettingsPresetNamed(const std::string& name) {
+    for (const OutputSettingsPreset& preset : outputSettingsPresets()) {
+        if (name == preset.name) return &preset;
+    }
+    return nullptr;
+}

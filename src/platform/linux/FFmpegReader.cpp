@@ -1,0 +1,661 @@
+// AVAssetReader on libavformat/libavcodec. Each track output opens the file on its own and
+// discards every other stream, so the caller may drain the tracks one after the other. A video
+// output decodes on its own thread (with FFmpeg's frame threads) a few frames ahead.
+#include <algorithm>
+#include <condition_variable>
+#include <cstring>
+#include <deque>
+#include <mutex>
+#include <thread>
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libavutil/pixdesc.h>
+#include <libswscale/swscale.h>
+}
+
+#include "platform/AVAssetReader.h"
+#include "platform/AVError.h"
+#include "platform/AVMediaFormat.h"
+#include "platform/AVVideoSettings.h"
+#include "platform/Log.h"
+#include "platform/linux/FFmpegSupport.h"
+
+using platform::ErrorRef;
+using platform::PlistDictionary;
+
+namespace {
+
+constexpr std::size_t kFramesAhead = 3;
+
+const OSType kSixCodes[] = {kCVPixelFormatType_32BGRA,
+                            kCVPixelFormatType_420YpCbCr8BiPlanarFullRange,
+                            kCVPixelFormatType_420YpCbCr8BiPlanarVideoRange,
+                            kCVPixelFormatType_420YpCbCr10BiPlanarFullRange,
+                            kCVPixelFormatType_420YpCbCr10BiPlanarVideoRange,
+                            kCVPixelFormatType_64ARGB};
+
+bool isSixCode(OSType code) {
+    return std::find(std::begin(kSixCodes), std::end(kSixCodes), code) != std::end(kSixCodes);
+}
+
+// The codes asked for; empty for compressed output. `valid` false for unusable settings.
+std::vector<OSType> requestedCodes(const std::optional<PlistDictionary>& settings, bool* valid) {
+    *valid = true;
+    std::vector<OSType> codes;
+    if (!settings) return codes;
+    auto it = settings->find(kCVPixelBufferPixelFormatTypeKey);
+    if (it == settings->end()) {
+        *valid = false;
+        return codes;
+    }
+    auto take = [&](const platform::PlistValue& v) {
+        if (!v.isNumber() || !isSixCode(static_cast<OSType>(v.integerValue()))) {
+            *valid = false;
+            return;
+        }
+        codes.push_back(static_cast<OSType>(v.integerValue()));
+    };
+    if (const auto* list = it->second.array()) {
+        for (const auto& v : *list) take(v);
+    } else {
+        take(it->second);
+    }
+    if (codes.empty()) *valid = false;
+    return codes;
+}
+
+bool contains(const std::vector<OSType>& codes, OSType code) {
+    return std::find(codes.begin(), codes.end(), code) != codes.end();
+}
+
+// The code a source of this pixel format and range is delivered in.
+OSType chooseCode(const std::vector<OSType>& requested, int pixelFormat, bool fullRange) {
+    OSType native = ffmpeg_support::nativeCodeOf(pixelFormat, fullRange);
+    if (native && contains(requested, native)) return native;
+    const AVPixFmtDescriptor* desc = av_pix_fmt_desc_get(static_cast<AVPixelFormat>(pixelFormat));
+    bool alpha = desc && (desc->flags & AV_PIX_FMT_FLAG_ALPHA);
+    bool deep = desc && desc->comp[0].depth > 8;
+    std::vector<OSType> preference;
+    if (alpha) {
+        preference =
+            deep ? std::vector<OSType>{kCVPixelFormatType_64ARGB, kCVPixelFormatType_32BGRA}
+                 : std::vector<OSType>{kCVPixelFormatType_32BGRA, kCVPixelFormatType_64ARGB};
+    }
+    OSType deepFull = kCVPixelFormatType_420YpCbCr10BiPlanarFullRange;
+    OSType deepVideo = kCVPixelFormatType_420YpCbCr10BiPlanarVideoRange;
+    OSType eightFull = kCVPixelFormatType_420YpCbCr8BiPlanarFullRange;
+    OSType eightVideo = kCVPixelFormatType_420YpCbCr8BiPlanarVideoRange;
+    if (deep) {
+        for (OSType c : fullRange ? std::vector<OSType>{deepFull, deepVideo}
+                                  : std::vector<OSType>{deepVideo, deepFull}) {
+            preference.push_back(c);
+        }
+    }
+    for (OSType c : fullRange ? std::vector<OSType>{eightFull, eightVideo}
+                              : std::vector<OSType>{eightVideo, eightFull}) {
+        preference.push_back(c);
+    }
+    for (OSType c : preference) {
+        if (contains(requested, c)) return c;
+    }
+    return requested.front();
+}
+
+AVPixelFormat swsTargetOf(OSType code) {
+    switch (code) {
+        case kCVPixelFormatType_32BGRA:
+            return AV_PIX_FMT_BGRA;
+        case kCVPixelFormatType_64ARGB:
+            return AV_PIX_FMT_RGBA64LE;
+        case kCVPixelFormatType_420YpCbCr10BiPlanarFullRange:
+        case kCVPixelFormatType_420YpCbCr10BiPlanarVideoRange:
+            return AV_PIX_FMT_P010LE;
+        default:
+            return AV_PIX_FMT_NV12;
+    }
+}
+
+bool isFullRangeCode(OSType code) {
+    return code == kCVPixelFormatType_420YpCbCr8BiPlanarFullRange ||
+           code == kCVPixelFormatType_420YpCbCr10BiPlanarFullRange ||
+           code == kCVPixelFormatType_32BGRA || code == kCVPixelFormatType_64ARGB;
+}
+
+void interleave8(const AVFrame* f, const CVPixelBuffer& dst) {
+    const auto& y = dst.plane(0);
+    for (std::size_t r = 0; r < y.height; ++r) {
+        std::memcpy(y.data + r * y.rowBytes, f->data[0] + r * f->linesize[0], y.width);
+    }
+    const auto& c = dst.plane(1);
+    for (std::size_t r = 0; r < c.height; ++r) {
+        const uint8_t* u = f->data[1] + r * f->linesize[1];
+        const uint8_t* v = f->data[2] + r * f->linesize[2];
+        uint8_t* out = c.data + r * c.rowBytes;
+        for (std::size_t x = 0; x < c.width; ++x) {
+            out[2 * x] = u[x];
+            out[2 * x + 1] = v[x];
+        }
+    }
+}
+
+void interleave10(const AVFrame* f, const CVPixelBuffer& dst) {
+    const auto& y = dst.plane(0);
+    for (std::size_t r = 0; r < y.height; ++r) {
+        const auto* in = reinterpret_cast<const uint16_t*>(f->data[0] + r * f->linesize[0]);
+        auto* out = reinterpret_cast<uint16_t*>(y.data + r * y.rowBytes);
+        for (std::size_t x = 0; x < y.width; ++x) out[x] = static_cast<uint16_t>(in[x] << 6);
+    }
+    const auto& c = dst.plane(1);
+    for (std::size_t r = 0; r < c.height; ++r) {
+        const auto* u = reinterpret_cast<const uint16_t*>(f->data[1] + r * f->linesize[1]);
+        const auto* v = reinterpret_cast<const uint16_t*>(f->data[2] + r * f->linesize[2]);
+        auto* out = reinterpret_cast<uint16_t*>(c.data + r * c.rowBytes);
+        for (std::size_t x = 0; x < c.width; ++x) {
+            out[2 * x] = static_cast<uint16_t>(u[x] << 6);
+            out[2 * x + 1] = static_cast<uint16_t>(v[x] << 6);
+        }
+    }
+}
+
+// RGBA 16-bit (either byte order) to A, R, G, B in machine order.
+void reorderRGBA64(const uint8_t* data, int linesize, bool bigEndian, const CVPixelBuffer& dst) {
+    const auto& p = dst.plane(0);
+    for (std::size_t r = 0; r < p.height; ++r) {
+        const auto* in = reinterpret_cast<const uint16_t*>(data + r * linesize);
+        auto* out = reinterpret_cast<uint16_t*>(p.data + r * p.rowBytes);
+        for (std::size_t x = 0; x < p.width; ++x) {
+            uint16_t s[4];
+            for (int k = 0; k < 4; ++k) {
+                uint16_t v = in[4 * x + k];
+                s[k] = bigEndian ? static_cast<uint16_t>((v >> 8) | (v << 8)) : v;
+            }
+            out[4 * x] = s[3];
+            out[4 * x + 1] = s[0];
+            out[4 * x + 2] = s[1];
+            out[4 * x + 3] = s[2];
+        }
+    }
+}
+
+}  // namespace
+
+// What the reader and its outputs share: status, error and the count of ended outputs.
+struct ReaderShared {
+    std::mutex mutex;
+    AVAssetReaderStatus status = AVAssetReaderStatusUnknown;
+    ErrorRef error;
+    std::size_t outputs = 0;
+    std::size_t ended = 0;
+
+    bool reading() {
+        std::lock_guard<std::mutex> lock(mutex);
+        return status == AVAssetReaderStatusReading;
+    }
+    void fail(ErrorRef e) {
+        std::lock_guard<std::mutex> lock(mutex);
+        if (status != AVAssetReaderStatusReading) return;
+        status = AVAssetReaderStatusFailed;
+        error = std::move(e);
+    }
+    void outputEnded() {
+        std::lock_guard<std::mutex> lock(mutex);
+        if (++ended >= outputs && status == AVAssetReaderStatusReading) {
+            status = AVAssetReaderStatusCompleted;
+        }
+    }
+};
+
+struct AVAssetReaderTrackOutput::Impl {
+    AVAssetTrackRef track;
+    std::optional<PlistDictionary> settings;
+    std::vector<OSType> requested;
+    bool settingsValid = true;
+    bool attached = false;
+    std::shared_ptr<ReaderShared> shared;
+
+    AVFormatContext* input = nullptr;
+    int streamIndex = -1;
+    AVRational timeBase{1, 1};
+    CMFormatDescriptionRef format;
+    bool endedReported = false;
+
+    // Decoding.
+    AVCodecContext* decoder = nullptr;
+    OSType code = 0;
+    SwsContext* sws = nullptr;
+    std::shared_ptr<CVPixelBufferPool> pool;
+    AVFrame* scratch = nullptr;
+    std::thread thread;
+    // Held while a compressed read uses the demuxer, so that a cancel does not close it under
+    // the reader.
+    std::mutex ioMutex;
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::deque<CMSampleBufferRef> frames;
+    bool stopRequested = false;
+    bool decodingDone = false;
+
+    ~Impl() { stop(); }
+
+    bool decodes() const { return settings.has_value(); }
+
+    bool start(const std::string& path, ErrorRef* error);
+    void stop();
+    CMSampleBufferRef nextCompressed();
+    CMSampleBufferRef nextDecoded();
+    void decodeLoop();
+    bool deliver(AVFrame* frame, ErrorRef* error);
+    CVPixelBufferRef convert(AVFrame* frame, ErrorRef* error);
+    void reportEnd() {
+        if (!endedReported) {
+            endedReported = true;
+            shared->outputEnded();
+        }
+    }
+};
+
+bool AVAssetReaderTrackOutput::Impl::start(const std::string& path, ErrorRef* error) {
+    input = ffmpeg_support::openInput(path, false, error);
+    if (!input) return false;
+    std::vector<std::int32_t> ids = ffmpeg_support::trackIDsOf(input);
+    for (unsigned i = 0; i < input->nb_streams; ++i) {
+        if (ids[i] == track->trackID()) {
+            streamIndex = static_cast<int>(i);
+        } else {
+            input->streams[i]->discard = AVDISCARD_ALL;
+        }
+    }
+    if (streamIndex < 0) {
+        *error = platform::avError(AVErrorNoSourceTrack, "The track is not in the file");
+        return false;
+    }
+    AVStream* st = input->streams[streamIndex];
+    timeBase = st->time_base;
+    format = ffmpeg_support::formatDescriptionOf(input, st);
+    if (!decodes()) return true;
+
+    const AVCodec* codec = avcodec_find_decoder(st->codecpar->codec_id);
+    if (!codec) {
+        *error =
+            platform::avError(AVErrorDecoderNotFound, std::string("No decoder for ") +
+                                                          avcodec_get_name(st->codecpar->codec_id));
+        return false;
+    }
+    decoder = avcodec_alloc_context3(codec);
+    scratch = av_frame_alloc();
+    if (!decoder || !scratch || avcodec_parameters_to_context(decoder, st->codecpar) < 0) {
+        *error = platform::avError(AVErrorUnknown, "Out of memory");
+        return false;
+    }
+    decoder->pkt_timebase = st->time_base;
+    decoder->thread_count = 0;
+    decoder->thread_type = FF_THREAD_FRAME | FF_THREAD_SLICE;
+    int ret = avcodec_open2(decoder, codec, nullptr);
+    if (ret < 0) {
+        *error = platform::avError(AVErrorDecodeFailed,
+                                   "The decoder could not open: " + ffmpeg_support::errorText(ret));
+        return false;
+    }
+    thread = std::thread([this] { decodeLoop(); });
+    return true;
+}
+
+void AVAssetReaderTrackOutput::Impl::stop() {
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        stopRequested = true;
+    }
+    changed.notify_all();
+    if (thread.joinable()) thread.join();
+    std::lock_guard<std::mutex> io(ioMutex);
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        frames.clear();
+    }
+    sws_freeContext(sws);
+    sws = nullptr;
+    av_frame_free(&scratch);
+    avcodec_free_context(&decoder);
+    ffmpeg_support::closeInput(&input);
+}
+
+CMSampleBufferRef AVAssetReaderTrackOutput::Impl::nextCompressed() {
+    std::lock_guard<std::mutex> io(ioMutex);
+    if (!input) return nullptr;
+    AVPacket* packet = av_packet_alloc();
+    if (!packet) return nullptr;
+    for (;;) {
+        int ret = av_read_frame(input, packet);
+        if (ret == AVERROR_EOF) {
+            av_packet_free(&packet);
+            reportEnd();
+            return nullptr;
+        }
+        if (ret < 0) {
+            av_packet_free(&packet);
+            shared->fail(
+                platform::avError(AVErrorFileFailedToParse,
+                                  "Reading a sample failed: " + ffmpeg_support::errorText(ret)));
+            return nullptr;
+        }
+        if (packet->stream_index == streamIndex) break;
+        av_packet_unref(packet);
+    }
+    auto backing = std::make_shared<CMSampleBuffer::Backing>();
+    backing->packet = packet;
+    using ffmpeg_support::timeFromStream;
+    return CMSampleBuffer::sampleWithBacking(
+        backing, packet->data, static_cast<std::size_t>(packet->size),
+        timeFromStream(packet->pts, timeBase.num, timeBase.den),
+        timeFromStream(packet->dts, timeBase.num, timeBase.den),
+        timeFromStream(packet->duration, timeBase.num, timeBase.den),
+        (packet->flags & AV_PKT_FLAG_KEY) != 0, format);
+}
+
+CMSampleBufferRef AVAssetReaderTrackOutput::Impl::nextDecoded() {
+    std::unique_lock<std::mutex> lock(mutex);
+    changed.wait(lock, [this] { return !frames.empty() || decodingDone || stopRequested; });
+    if (frames.empty()) {
+        lock.unlock();
+        if (decodingDone && shared->reading()) reportEnd();
+        return nullptr;
+    }
+    CMSampleBufferRef sample = std::move(frames.front());
+    frames.pop_front();
+    lock.unlock();
+    changed.notify_all();
+    return sample;
+}
+
+CVPixelBufferRef AVAssetReaderTrackOutput::Impl::convert(AVFrame* f, ErrorRef* error) {
+    const bool fullRange = f->color_range == AVCOL_RANGE_JPEG || f->format == AV_PIX_FMT_YUVJ420P;
+    const OSType native = ffmpeg_support::nativeCodeOf(f->format, fullRange);
+    // The first frame says what the decoder gives; the header alone often does not.
+    if (code == 0) code = chooseCode(requested, f->format, fullRange);
+    const auto w = static_cast<std::size_t>(f->width), h = static_cast<std::size_t>(f->height);
+    if (native == code && (f->format == AV_PIX_FMT_NV12 || f->format == AV_PIX_FMT_P010LE ||
+                           f->format == AV_PIX_FMT_BGRA)) {
+        // The decoder's own memory, kept alive by a reference to its frame.
+        std::shared_ptr<AVFrame> owner(av_frame_clone(f), [](AVFrame* p) { av_frame_free(&p); });
+        if (!owner) return nullptr;
+        std::vector<CVPixelBuffer::Plane> planes;
+        if (f->format == AV_PIX_FMT_BGRA) {
+            planes.push_back({f->data[0], w, h, static_cast<std::size_t>(f->linesize[0])});
+        } else {
+            planes.push_back({f->data[0], w, h, static_cast<std::size_t>(f->linesize[0])});
+            planes.push_back(
+                {f->data[1], (w + 1) / 2, (h + 1) / 2, static_cast<std::size_t>(f->linesize[1])});
+        }
+        return CVPixelBuffer::createWithPlanes(code, w, h, std::move(planes), owner);
+    }
+    if (!pool || pool->width() != w || pool->height() != h) {
+        pool = CVPixelBufferPool::create(code, w, h);
+        if (!pool) {
+            *error = platform::avError(AVErrorDecodeFailed,
+                                       "Frames of " + std::to_string(w) + "x" + std::to_string(h) +
+                                           " exceed the limit of 16384 pixels on a side");
+            return nullptr;
+        }
+    }
+    CVPixelBufferRef out;
+    if (pool->createPixelBuffer(&out) != kCVReturnSuccess) return nullptr;
+    if (native == code && (f->format == AV_PIX_FMT_YUV420P || f->format == AV_PIX_FMT_YUVJ420P)) {
+        interleave8(f, *out);
+        return out;
+    }
+    if (native == code && f->format == AV_PIX_FMT_YUV420P10LE) {
+        interleave10(f, *out);
+        return out;
+    }
+    if (native == code && (f->format == AV_PIX_FMT_RGBA64LE || f->format == AV_PIX_FMT_RGBA64BE)) {
+        reorderRGBA64(f->data[0], f->linesize[0], f->format == AV_PIX_FMT_RGBA64BE, *out);
+        return out;
+    }
+    // Outside the table: converted as the platform's decoder would, to the code chosen.
+    AVPixelFormat target = swsTargetOf(code);
+    sws = sws_getCachedContext(
+        sws, f->width, f->height, static_cast<AVPixelFormat>(f->format), f->width, f->height,
+        target, SWS_BICUBIC | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INT, nullptr, nullptr, nullptr);
+    if (!sws) {
+        *error = platform::avError(AVErrorDecodeFailed, "No conversion from the frame format");
+        return nullptr;
+    }
+    int space = f->colorspace == AVCOL_SPC_UNSPECIFIED ? SWS_CS_ITU709 : f->colorspace;
+    if (space > SWS_CS_BT2020) space = SWS_CS_ITU709;
+    sws_setColorspaceDetails(sws, sws_getCoefficients(space), fullRange ? 1 : 0,
+                             sws_getCoefficients(space), isFullRangeCode(code) ? 1 : 0, 0, 1 << 16,
+                             1 << 16);
+    if (target == AV_PIX_FMT_RGBA64LE) {
+        av_frame_unref(scratch);
+        scratch->format = target;
+        scratch->width = f->width;
+        scratch->height = f->height;
+        if (av_frame_get_buffer(scratch, 0) < 0) return nullptr;
+        sws_scale(sws, f->data, f->linesize, 0, f->height, scratch->data, scratch->linesize);
+        reorderRGBA64(scratch->data[0], scratch->linesize[0], false, *out);
+        return out;
+    }
+    uint8_t* dst[4] = {static_cast<uint8_t*>(out->baseAddressOfPlane(0)),
+                       static_cast<uint8_t*>(out->baseAddressOfPlane(1)), nullptr, nullptr};
+    int strides[4] = {static_cast<int>(out->bytesPerRowOfPlane(0)),
+                      static_cast<int>(out->bytesPerRowOfPlane(1)), 0, 0};
+    if (!out->isPlanar()) {
+        dst[0] = static_cast<uint8_t*>(out->baseAddress());
+        strides[0] = static_cast<int>(out->bytesPerRow());
+    }
+    sws_scale(sws, f->data, f->linesize, 0, f->height, dst, strides);
+    return out;
+}
+
+bool AVAssetReaderTrackOutput::Impl::deliver(AVFrame* frame, ErrorRef* error) {
+    CVPixelBufferRef buffer = convert(frame, error);
+    if (!buffer) {
+        if (!*error) *error = platform::avError(AVErrorDecodeFailed, "A frame could not be made");
+        return false;
+    }
+    buffer->setColorAttachments(ffmpeg_support::primariesName(frame->color_primaries),
+                                ffmpeg_support::transferName(frame->color_trc),
+                                ffmpeg_support::matrixName(frame->colorspace));
+    using ffmpeg_support::timeFromStream;
+    CMSampleBufferRef sample = CMSampleBuffer::sampleWithImageBuffer(
+        buffer, timeFromStream(frame->best_effort_timestamp, timeBase.num, timeBase.den),
+        timeFromStream(frame->pkt_duration, timeBase.num, timeBase.den),
+        CMVideoFormatDescriptionCreateForImageBuffer(buffer));
+    std::unique_lock<std::mutex> lock(mutex);
+    changed.wait(lock, [this] { return frames.size() < kFramesAhead || stopRequested; });
+    if (stopRequested) return false;
+    frames.push_back(std::move(sample));
+    lock.unlock();
+    changed.notify_all();
+    return true;
+}
+
+void AVAssetReaderTrackOutput::Impl::decodeLoop() {
+    AVPacket* packet = av_packet_alloc();
+    AVFrame* frame = av_frame_alloc();
+    ErrorRef error;
+    bool draining = false;
+    int decodeErrors = 0;
+    while (packet && frame) {
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            if (stopRequested) break;
+        }
+        if (!draining) {
+            int ret = av_read_frame(input, packet);
+            if (ret == AVERROR_EOF) {
+                draining = true;
+                avcodec_send_packet(decoder, nullptr);
+            } else if (ret < 0) {
+                error =
+                    platform::avError(AVErrorFileFailedToParse,
+                                      "Reading a frame failed: " + ffmpeg_support::errorText(ret));
+                break;
+            } else {
+                if (packet->stream_index == streamIndex) {
+                    // A damaged packet is concealed by the decoder as far as it can; the track
+                    // goes on.
+                    if (avcodec_send_packet(decoder, packet) < 0) ++decodeErrors;
+                }
+                av_packet_unref(packet);
+            }
+        }
+        int ret;
+        while ((ret = avcodec_receive_frame(decoder, frame)) >= 0) {
+            bool ok = deliver(frame, &error);
+            av_frame_unref(frame);
+            if (!ok) break;
+        }
+        if (error) break;
+        if (ret == AVERROR_EOF) break;
+        if (ret < 0 && ret != AVERROR(EAGAIN)) ++decodeErrors;
+        if (draining && ret == AVERROR(EAGAIN)) break;
+    }
+    if (decodeErrors > 0) {
+        platform::logf("~~ reader: %d damaged samples in track %d", decodeErrors, track->trackID());
+    }
+    if (error) shared->fail(error);
+    av_frame_free(&frame);
+    av_packet_free(&packet);
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        decodingDone = true;
+    }
+    changed.notify_all();
+}
+
+AVAssetReaderTrackOutput::AVAssetReaderTrackOutput(std::unique_ptr<Impl> impl)
+    : _impl(std::move(impl)) {}
+AVAssetReaderTrackOutput::~AVAssetReaderTrackOutput() = default;
+
+std::shared_ptr<AVAssetReaderTrackOutput> AVAssetReaderTrackOutput::assetReaderTrackOutputWithTrack(
+    AVAssetTrackRef track, std::optional<PlistDictionary> outputSettings) {
+    auto impl = std::make_unique<Impl>();
+    impl->track = std::move(track);
+    impl->settings = std::move(outputSettings);
+    impl->requested = requestedCodes(impl->settings, &impl->settingsValid);
+    if (impl->settings && (!impl->track || impl->track->mediaType() != AVMediaTypeVideo)) {
+        impl->settingsValid = false;
+    }
+    if (!impl->track) impl->settingsValid = false;
+    return std::shared_ptr<AVAssetReaderTrackOutput>(new AVAssetReaderTrackOutput(std::move(impl)));
+}
+
+const AVAssetTrackRef& AVAssetReaderTrackOutput::track() const {
+    return _impl->track;
+}
+const std::optional<PlistDictionary>& AVAssetReaderTrackOutput::outputSettings() const {
+    return _impl->settings;
+}
+const std::string& AVAssetReaderTrackOutput::mediaType() const {
+    static const std::string none;
+    return _impl->track ? _impl->track->mediaType() : none;
+}
+
+CMSampleBufferRef AVAssetReaderTrackOutput::copyNextSampleBuffer() {
+    if (!_impl->shared || !_impl->shared->reading()) return nullptr;
+    return _impl->decodes() ? _impl->nextDecoded() : _impl->nextCompressed();
+}
+
+struct AVAssetReader::Impl {
+    AVAssetRef asset;
+    std::vector<std::shared_ptr<AVAssetReaderTrackOutput>> outputs;
+    std::shared_ptr<ReaderShared> shared = std::make_shared<ReaderShared>();
+    std::vector<CMPersistentTrackID> trackIDs;
+
+    ~Impl() {
+        for (auto& output : outputs) output->impl().stop();
+    }
+};
+
+AVAssetReader::AVAssetReader() : _impl(std::make_unique<Impl>()) {}
+AVAssetReader::~AVAssetReader() = default;
+
+std::shared_ptr<AVAssetReader> AVAssetReader::assetReaderWithAsset(AVAssetRef asset,
+                                                                   ErrorRef* error) {
+    if (!asset) {
+        if (error) *error = platform::avError(AVErrorUnknown, "No asset");
+        return nullptr;
+    }
+    auto tracks = asset->loadTracks();
+    if (!tracks) {
+        if (error) *error = tracks.error();
+        return nullptr;
+    }
+    auto reader = std::shared_ptr<AVAssetReader>(new AVAssetReader());
+    reader->_impl->asset = std::move(asset);
+    for (const auto& t : tracks.value()) reader->_impl->trackIDs.push_back(t->trackID());
+    return reader;
+}
+
+const AVAssetRef& AVAssetReader::asset() const {
+    return _impl->asset;
+}
+
+std::vector<AVAssetReaderOutputRef> AVAssetReader::outputs() const {
+    return {_impl->outputs.begin(), _impl->outputs.end()};
+}
+
+bool AVAssetReader::canAddOutput(const AVAssetReaderOutputRef& output) const {
+    auto trackOutput = std::dynamic_pointer_cast<AVAssetReaderTrackOutput>(output);
+    if (!trackOutput || _impl->shared->status != AVAssetReaderStatusUnknown) return false;
+    Impl& impl = *_impl;
+    AVAssetReaderTrackOutput::Impl& o = trackOutput->impl();
+    if (o.attached || !o.settingsValid) return false;
+    return std::find(impl.trackIDs.begin(), impl.trackIDs.end(), o.track->trackID()) !=
+           impl.trackIDs.end();
+}
+
+void AVAssetReader::addOutput(const AVAssetReaderOutputRef& output) {
+    if (!canAddOutput(output)) return;
+    auto trackOutput = std::static_pointer_cast<AVAssetReaderTrackOutput>(output);
+    trackOutput->impl().attached = true;
+    trackOutput->impl().shared = _impl->shared;
+    _impl->outputs.push_back(std::move(trackOutput));
+}
+
+bool AVAssetReader::startReading() {
+    ReaderShared& shared = *_impl->shared;
+    {
+        std::lock_guard<std::mutex> lock(shared.mutex);
+        if (shared.status != AVAssetReaderStatusUnknown) return false;
+        shared.status = AVAssetReaderStatusReading;
+        shared.outputs = _impl->outputs.size();
+    }
+    for (auto& output : _impl->outputs) {
+        ErrorRef error;
+        if (!output->impl().start(_impl->asset->URL(), &error)) {
+            shared.fail(error);
+            for (auto& o : _impl->outputs) o->impl().stop();
+            return false;
+        }
+    }
+    if (_impl->outputs.empty()) {
+        std::lock_guard<std::mutex> lock(shared.mutex);
+        shared.status = AVAssetReaderStatusCompleted;
+    }
+    return true;
+}
+
+void AVAssetReader::cancelReading() {
+    {
+        std::lock_guard<std::mutex> lock(_impl->shared->mutex);
+        if (_impl->shared->status == AVAssetReaderStatusReading ||
+            _impl->shared->status == AVAssetReaderStatusUnknown) {
+            _impl->shared->status = AVAssetReaderStatusCancelled;
+        }
+    }
+    for (auto& output : _impl->outputs) output->impl().stop();
+}
+
+AVAssetReaderStatus AVAssetReader::status() const {
+    std::lock_guard<std::mutex> lock(_impl->shared->mutex);
+    return _impl->shared->status;
+}
+
+ErrorRef AVAssetReader::error() const {
+    std::lock_guard<std::mutex> lock(_impl->shared->mutex);
+    return _impl->shared->error;
+}
