@@ -7,7 +7,9 @@
 
 namespace {
 
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
+bool isDigit(char c) {
+    return c >= '0' && c <= '9';
+}
 
 // Two decimals at most, without trailing zeros, as the field shows a stored value.
 std::string textOfBitrate(double megabits) {

@@ -1,5 +1,6 @@
 #include "presentation/StyledText.h"
 
+#include <map>
 #include <optional>
 
 using platform::PlistDictionary;
@@ -53,6 +54,9 @@ VRAttributedString attributedStringWithStyledText(const std::string& text,
                                                   const PlistDictionary& styles) {
     const PlistDictionary none;
     std::vector<VRTextRun> runs;
+    // Where a closing tag was last found missing: it stays missing behind that point, which
+    // keeps texts with many unclosed tags linear.
+    std::map<std::string, std::size_t> closingAbsentFrom;
     std::size_t rest = 0;
     while (rest < text.size()) {
         std::optional<OpeningTag> tag = findOpeningTag(text, rest);
@@ -64,9 +68,15 @@ VRAttributedString attributedStringWithStyledText(const std::string& text,
         const std::string closing = "[/" + tag->name + "]";
         // Looking only behind the opening tag: a closing tag in front of it would give a run of
         // negative length, which the texts never contain.
-        const std::size_t close = text.find(closing, contentStart);
         auto style = styles.find(tag->name);
-        if (close != std::string::npos && style != styles.end()) {
+        std::size_t close = std::string::npos;
+        auto absent = closingAbsentFrom.find(tag->name);
+        if (style != styles.end() &&
+            (absent == closingAbsentFrom.end() || contentStart < absent->second)) {
+            close = text.find(closing, contentStart);
+            if (close == std::string::npos) closingAbsentFrom[tag->name] = contentStart;
+        }
+        if (close != std::string::npos) {
             append(runs, text.substr(rest, tag->position - rest), "", none);
             const PlistDictionary* attributes = style->second.dictionary();
             append(runs, text.substr(contentStart, close - contentStart), tag->name,

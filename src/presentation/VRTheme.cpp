@@ -56,8 +56,7 @@ constexpr ThemeRow kThemeTable[] = {
     {VRThemeColor::windowPlaceholderColor, "windowPlaceholderColor", gray(200), rgb(66, 67, 66)},
     {VRThemeColor::inputBackColor, "inputBackColor", rgb(202, 80, 80), rgb(61, 63, 61)},
     {VRThemeColor::placeholderColor, "placeholderColor", gray(255, 0.3), gray(255, 0.3)},
-    {VRThemeColor::keyboardBorderColor, "keyboardBorderColor", rgb(255, 158, 158),
-     rgb(81, 83, 81)},
+    {VRThemeColor::keyboardBorderColor, "keyboardBorderColor", rgb(255, 158, 158), rgb(81, 83, 81)},
     {VRThemeColor::infoColor, "infoColor", rgb(150, 160, 150), rgb(150, 155, 150)},
     {VRThemeColor::controlSelectedColor, "controlSelectedColor", gray(0, 0.2), gray(0, 0.2)},
     {VRThemeColor::tutorialCoverColor, "tutorialCoverColor", gray(0, 0.3), gray(0, 0.5)},
@@ -69,8 +68,7 @@ constexpr ThemeRow kThemeTable[] = {
     {VRThemeColor::summaryEditButtonColor, "summaryEditButtonColor", rgb(196, 61, 61),
      rgb(40, 41, 42)},
     {VRThemeColor::logoColor, "logoColor", rgb(196, 61, 61), rgb(196, 61, 61)},
-    {VRThemeColor::logoSelectedColor, "logoSelectedColor", rgb(213, 119, 119),
-     rgb(213, 119, 119)},
+    {VRThemeColor::logoSelectedColor, "logoSelectedColor", rgb(213, 119, 119), rgb(213, 119, 119)},
 };
 constexpr bool tableFollowsEnumeration() {
     for (std::size_t i = 0; i < std::size(kThemeTable); ++i) {
@@ -80,7 +78,9 @@ constexpr bool tableFollowsEnumeration() {
 }
 static_assert(tableFollowsEnumeration(), "one row per role, in the order of VRThemeColor");
 
-const ThemeRow& rowOf(VRThemeColor role) { return kThemeTable[static_cast<std::size_t>(role)]; }
+const ThemeRow& rowOf(VRThemeColor role) {
+    return kThemeTable[static_cast<std::size_t>(role)];
+}
 
 struct ThemeState {
     std::mutex mutex;
@@ -97,7 +97,9 @@ ThemeState& state() {
 
 }  // namespace
 
-const char* nameOfThemeColor(VRThemeColor role) { return rowOf(role).name; }
+const char* nameOfThemeColor(VRThemeColor role) {
+    return rowOf(role).name;
+}
 
 std::optional<VRThemeColor> themeColorWithName(const std::string& name) {
     for (const ThemeRow& row : kThemeTable) {

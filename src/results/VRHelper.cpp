@@ -14,11 +14,17 @@ struct ResultStemParts {
     std::optional<std::uint64_t> number;
 };
 
-bool isLineTerminator(char c) { return c == '\n' || c == '\r'; }
+bool isLineTerminator(char c) {
+    return c == '\n' || c == '\r';
+}
 
-bool isSeparatorChar(char c) { return c == '-' || std::strchr(" \t\n\v\f\r", c) != nullptr; }
+bool isSeparatorChar(char c) {
+    return c == '-' || std::strchr(" \t\n\v\f\r", c) != nullptr;
+}
 
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
+bool isDigit(char c) {
+    return c >= '0' && c <= '9';
+}
 
 // Leading zeros are dropped; more than 2^63-1 is no number, as the platform's parse gives up.
 std::optional<std::uint64_t> parseDecimal(const std::string& digits) {

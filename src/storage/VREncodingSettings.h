@@ -5,7 +5,7 @@
 #include <cstdint>
 
 struct VREncodingJobSettings {
-    std::uint64_t bitrate = 0;  // bits per second; 0 lets the track provider choose
+    std::uint64_t bitrate = 0;   // bits per second; 0 lets the track provider choose
     std::int64_t codecType = 0;  // VRCodecType
     float jpegCompression = 0;   // 0 to 1
     friend bool operator==(const VREncodingJobSettings&, const VREncodingJobSettings&) = default;

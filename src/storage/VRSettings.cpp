@@ -6,6 +6,7 @@
 
 #include "model/VRSizeEntry.h"
 #include "model/VXHelperDevice.h"
+#include "model/VXHelperSize.h"
 #include "platform/Environment.h"
 #include "platform/FileManager.h"
 #include "platform/Log.h"
@@ -73,8 +74,12 @@ constexpr const char* kTemplatesDirectory = "_cs-templates";
 
 // The accessors below run _prepareSettings first; the first run and the migrations work on
 // these unprepared forms so that they cannot re-enter themselves half-way.
-PlistValue get(const char* key) { return VRSettings::objectForKey(key); }
-void set(const PlistValue& value, const char* key) { VRSettings::setObject(value, key); }
+PlistValue get(const char* key) {
+    return VRSettings::objectForKey(key);
+}
+void set(const PlistValue& value, const char* key) {
+    VRSettings::setObject(value, key);
+}
 
 bool getBool(const char* key) {
     VRSettings::_prepareSettings();
@@ -84,8 +89,12 @@ void setBool(bool value, const char* key) {
     VRSettings::_prepareSettings();
     set(value, key);
 }
-bool getNegated(const char* key) { return !getBool(key); }
-void setNegated(bool value, const char* key) { setBool(!value, key); }
+bool getNegated(const char* key) {
+    return !getBool(key);
+}
+void setNegated(bool value, const char* key) {
+    setBool(!value, key);
+}
 
 std::int64_t getInteger(const char* key) {
     VRSettings::_prepareSettings();
@@ -116,7 +125,7 @@ void setArray(const PlistArray& value, const char* key) {
 
 PlistArray sizeList(std::initializer_list<CGSize> sizes) {
     PlistArray list;
-    for (CGSize size : sizes) list.push_back(PlistArray{size.width, size.height});
+    for (CGSize size : sizes) list.emplace_back(VXHelper::sizeArrayWithSize(size));
     return list;
 }
 
@@ -200,9 +209,9 @@ void updateSmartSizeOptions(const char* optionsKey, const char* sizesKey) {
     bool portrait = holdsOption(options, VRSizeOptionTargetPortrait);
     removeSizeModeOptions(options);
     if (normal && portrait) {
-        options.push_back(static_cast<std::int64_t>(VRSizeOptionNormal));
+        options.emplace_back(static_cast<std::int64_t>(VRSizeOptionNormal));
     } else if (!normal && !portrait) {
-        options.push_back(static_cast<std::int64_t>(VRSizeOptionNormal));
+        options.emplace_back(static_cast<std::int64_t>(VRSizeOptionNormal));
         PlistValue sizes = get(sizesKey);
         if (const PlistArray* list = sizes.array(); list && !list->empty()) {
             PlistArray first = firstElement(*list);
@@ -213,8 +222,8 @@ void updateSmartSizeOptions(const char* optionsKey, const char* sizesKey) {
             }
         }
     } else {
-        options.push_back(static_cast<std::int64_t>(VRSizeOptionSmart));
-        if (normal) options.push_back(static_cast<std::int64_t>(VRSizeOptionTargetPortrait));
+        options.emplace_back(static_cast<std::int64_t>(VRSizeOptionSmart));
+        if (normal) options.emplace_back(static_cast<std::int64_t>(VRSizeOptionTargetPortrait));
     }
     set(options, optionsKey);
 }
@@ -278,13 +287,14 @@ std::string stringOr(const PlistValue& value, const char* fallback) {
 // outside it is refused.
 bool isSafeIdentifier(const std::string& identifier) {
     return !identifier.empty() && identifier != "." && identifier != ".." &&
-           identifier.find('/') == std::string::npos &&
-           identifier.find('\0') == std::string::npos;
+           identifier.find('/') == std::string::npos && identifier.find('\0') == std::string::npos;
 }
 
 }  // namespace
 
-void VRSettings::setUserDefaults(platform::UserDefaults* store) { gStore = store; }
+void VRSettings::setUserDefaults(platform::UserDefaults* store) {
+    gStore = store;
+}
 
 platform::UserDefaults& VRSettings::userDefaults() {
     if (platform::UserDefaults* store = gStore.load()) return *store;
@@ -365,17 +375,31 @@ PlistArray VRSettings::defaultVideoSizes(unsigned deviceClass) {
                      {320, 180}});
 }
 
-PlistArray VRSettings::imageSizes() { return getArray(kImageSizes); }
-void VRSettings::setImageSizes(const PlistArray& sizes) { setArray(sizes, kImageSizes); }
+PlistArray VRSettings::imageSizes() {
+    return getArray(kImageSizes);
+}
+void VRSettings::setImageSizes(const PlistArray& sizes) {
+    setArray(sizes, kImageSizes);
+}
 void VRSettings::resetImageSizes() {
     _prepareSettings();
     resetImageSizesUnprepared();
 }
-PlistArray VRSettings::imageSizeArray() { return firstElement(imageSizes()); }
-CGSize VRSettings::imageSize() { return sizeOfSizeArray(imageSizeArray()); }
-std::int64_t VRSettings::imageFormat() { return getInteger(kImageFormat); }
-void VRSettings::setImageFormat(std::int64_t formatType) { setInteger(formatType, kImageFormat); }
-VRSizeOptions VRSettings::imageOptions() { return optionsOf(getArray(kImageOptions)); }
+PlistArray VRSettings::imageSizeArray() {
+    return firstElement(imageSizes());
+}
+CGSize VRSettings::imageSize() {
+    return sizeOfSizeArray(imageSizeArray());
+}
+std::int64_t VRSettings::imageFormat() {
+    return getInteger(kImageFormat);
+}
+void VRSettings::setImageFormat(std::int64_t formatType) {
+    setInteger(formatType, kImageFormat);
+}
+VRSizeOptions VRSettings::imageOptions() {
+    return optionsOf(getArray(kImageOptions));
+}
 void VRSettings::setImageOptions(const VRSizeOptions& options) {
     setArray(arrayOfOptions(options), kImageOptions);
 }
@@ -384,17 +408,31 @@ void VRSettings::resetImageSettings() {
     resetImageSettingsUnprepared();
 }
 
-PlistArray VRSettings::videoSizes() { return getArray(kVideoSizes); }
-void VRSettings::setVideoSizes(const PlistArray& sizes) { setArray(sizes, kVideoSizes); }
+PlistArray VRSettings::videoSizes() {
+    return getArray(kVideoSizes);
+}
+void VRSettings::setVideoSizes(const PlistArray& sizes) {
+    setArray(sizes, kVideoSizes);
+}
 void VRSettings::resetVideoSizes() {
     _prepareSettings();
     resetVideoSizesUnprepared();
 }
-PlistArray VRSettings::videoSizeArray() { return firstElement(videoSizes()); }
-CGSize VRSettings::videoSize() { return sizeOfSizeArray(videoSizeArray()); }
-std::int64_t VRSettings::videoFormat() { return getInteger(kVideoFormat); }
-void VRSettings::setVideoFormat(std::int64_t formatType) { setInteger(formatType, kVideoFormat); }
-VRSizeOptions VRSettings::videoOptions() { return optionsOf(getArray(kVideoOptions)); }
+PlistArray VRSettings::videoSizeArray() {
+    return firstElement(videoSizes());
+}
+CGSize VRSettings::videoSize() {
+    return sizeOfSizeArray(videoSizeArray());
+}
+std::int64_t VRSettings::videoFormat() {
+    return getInteger(kVideoFormat);
+}
+void VRSettings::setVideoFormat(std::int64_t formatType) {
+    setInteger(formatType, kVideoFormat);
+}
+VRSizeOptions VRSettings::videoOptions() {
+    return optionsOf(getArray(kVideoOptions));
+}
 void VRSettings::setVideoOptions(const VRSizeOptions& options) {
     setArray(arrayOfOptions(options), kVideoOptions);
 }
@@ -416,19 +454,33 @@ void VRSettings::saveData(const PlistArray& sizes, std::int64_t formatType,
     }
 }
 
-bool VRSettings::homeScreenChoiceRequired() { return getNegated(kHomeScreenRequiredDisabled); }
+bool VRSettings::homeScreenChoiceRequired() {
+    return getNegated(kHomeScreenRequiredDisabled);
+}
 void VRSettings::setHomeScreenChoiceRequired(bool required) {
     setNegated(required, kHomeScreenRequiredDisabled);
 }
-bool VRSettings::isPixelSizeEnabled() { return getNegated(kPixelSizeDisabled); }
-void VRSettings::setPixelSizeEnabled(bool enabled) { setNegated(enabled, kPixelSizeDisabled); }
-bool VRSettings::isAutoSaveEnabled() { return getNegated(kAutoSaveDisabled); }
-void VRSettings::setAutoSaveEnabled(bool enabled) { setNegated(enabled, kAutoSaveDisabled); }
-bool VRSettings::areAlbumsForResultsEnabled() { return getNegated(kAlbumsResultsDisabled); }
+bool VRSettings::isPixelSizeEnabled() {
+    return getNegated(kPixelSizeDisabled);
+}
+void VRSettings::setPixelSizeEnabled(bool enabled) {
+    setNegated(enabled, kPixelSizeDisabled);
+}
+bool VRSettings::isAutoSaveEnabled() {
+    return getNegated(kAutoSaveDisabled);
+}
+void VRSettings::setAutoSaveEnabled(bool enabled) {
+    setNegated(enabled, kAutoSaveDisabled);
+}
+bool VRSettings::areAlbumsForResultsEnabled() {
+    return getNegated(kAlbumsResultsDisabled);
+}
 void VRSettings::setAlbumsForResultsEnabled(bool enabled) {
     setNegated(enabled, kAlbumsResultsDisabled);
 }
-bool VRSettings::isAlbumForOriginalsEnabled() { return getNegated(kAlbumOriginalsDisabled); }
+bool VRSettings::isAlbumForOriginalsEnabled() {
+    return getNegated(kAlbumOriginalsDisabled);
+}
 void VRSettings::setAlbumForOriginalsEnabled(bool enabled) {
     setNegated(enabled, kAlbumOriginalsDisabled);
 }
@@ -438,12 +490,24 @@ bool VRSettings::isNotifyExceedingMaxSizeEnabled() {
 void VRSettings::setNotifyExceedingMaxSizeEnabled(bool enabled) {
     setNegated(enabled, kNotifyExceedingMaxSizeDisabled);
 }
-bool VRSettings::shouldCopyExifMetadata() { return getNegated(kCopyExifMetadataDisabled); }
-void VRSettings::setCopyExifMetadata(bool copy) { setNegated(copy, kCopyExifMetadataDisabled); }
-bool VRSettings::shouldCopyIptcMetadata() { return getNegated(kCopyIptcMetadataDisabled); }
-void VRSettings::setCopyIptcMetadata(bool copy) { setNegated(copy, kCopyIptcMetadataDisabled); }
-bool VRSettings::shouldCopyGpsMetadata() { return getNegated(kCopyGpsMetadataDisabled); }
-void VRSettings::setCopyGpsMetadata(bool copy) { setNegated(copy, kCopyGpsMetadataDisabled); }
+bool VRSettings::shouldCopyExifMetadata() {
+    return getNegated(kCopyExifMetadataDisabled);
+}
+void VRSettings::setCopyExifMetadata(bool copy) {
+    setNegated(copy, kCopyExifMetadataDisabled);
+}
+bool VRSettings::shouldCopyIptcMetadata() {
+    return getNegated(kCopyIptcMetadataDisabled);
+}
+void VRSettings::setCopyIptcMetadata(bool copy) {
+    setNegated(copy, kCopyIptcMetadataDisabled);
+}
+bool VRSettings::shouldCopyGpsMetadata() {
+    return getNegated(kCopyGpsMetadataDisabled);
+}
+void VRSettings::setCopyGpsMetadata(bool copy) {
+    setNegated(copy, kCopyGpsMetadataDisabled);
+}
 bool VRSettings::shouldCopyVideoGpsMetadata() {
     return getNegated(kCopyVideoGpsMetadataDisabled);
 }
@@ -456,28 +520,58 @@ bool VRSettings::isOriginalFilenameSuffixEnabled() {
 void VRSettings::setOriginalFilenameSuffixEnabled(bool enabled) {
     setBool(enabled, kOriginalFilenameSuffixActive);
 }
-bool VRSettings::isLivePhotoIndicatorEnabled() { return getBool(kLivePhotoIndicatorEnabled); }
+bool VRSettings::isLivePhotoIndicatorEnabled() {
+    return getBool(kLivePhotoIndicatorEnabled);
+}
 void VRSettings::setLivePhotoIndicatorEnabled(bool enabled) {
     setBool(enabled, kLivePhotoIndicatorEnabled);
 }
-bool VRSettings::isLivePhotoEnabled() { return getBool(kLivePhotoEnabled); }
-void VRSettings::setLivePhotoEnabled(bool enabled) { setBool(enabled, kLivePhotoEnabled); }
+bool VRSettings::isLivePhotoEnabled() {
+    return getBool(kLivePhotoEnabled);
+}
+void VRSettings::setLivePhotoEnabled(bool enabled) {
+    setBool(enabled, kLivePhotoEnabled);
+}
 
-double VRSettings::photoDPI() { return getDouble(kPhotoDPI); }
-void VRSettings::setPhotoDPI(double dpi) { setDouble(dpi, kPhotoDPI); }
-bool VRSettings::isPhotoDPIAuto() { return getBool(kPhotoDPIAuto); }
-void VRSettings::setPhotoDPIAuto(bool automatic) { setBool(automatic, kPhotoDPIAuto); }
-double VRSettings::photoJPEGCompression() { return getDouble(kPhotoJPEGCompression); }
+double VRSettings::photoDPI() {
+    return getDouble(kPhotoDPI);
+}
+void VRSettings::setPhotoDPI(double dpi) {
+    setDouble(dpi, kPhotoDPI);
+}
+bool VRSettings::isPhotoDPIAuto() {
+    return getBool(kPhotoDPIAuto);
+}
+void VRSettings::setPhotoDPIAuto(bool automatic) {
+    setBool(automatic, kPhotoDPIAuto);
+}
+double VRSettings::photoJPEGCompression() {
+    return getDouble(kPhotoJPEGCompression);
+}
 void VRSettings::setPhotoJPEGCompression(double percent) {
     setDouble(percent, kPhotoJPEGCompression);
 }
-double VRSettings::videoBitrate() { return getDouble(kVideoBitrate); }
-void VRSettings::setVideoBitrate(double megabits) { setDouble(megabits, kVideoBitrate); }
-bool VRSettings::isVideoBitrateAuto() { return getBool(kVideoBitrateAuto); }
-void VRSettings::setVideoBitrateAuto(bool automatic) { setBool(automatic, kVideoBitrateAuto); }
-std::int64_t VRSettings::codecType() { return getInteger(kVideoCodecType); }
-void VRSettings::setCodecType(std::int64_t codecType) { setInteger(codecType, kVideoCodecType); }
-std::int64_t VRSettings::exportFilenameType() { return getInteger(kExportFilenameType); }
+double VRSettings::videoBitrate() {
+    return getDouble(kVideoBitrate);
+}
+void VRSettings::setVideoBitrate(double megabits) {
+    setDouble(megabits, kVideoBitrate);
+}
+bool VRSettings::isVideoBitrateAuto() {
+    return getBool(kVideoBitrateAuto);
+}
+void VRSettings::setVideoBitrateAuto(bool automatic) {
+    setBool(automatic, kVideoBitrateAuto);
+}
+std::int64_t VRSettings::codecType() {
+    return getInteger(kVideoCodecType);
+}
+void VRSettings::setCodecType(std::int64_t codecType) {
+    setInteger(codecType, kVideoCodecType);
+}
+std::int64_t VRSettings::exportFilenameType() {
+    return getInteger(kExportFilenameType);
+}
 void VRSettings::setExportFilenameType(std::int64_t type) {
     setInteger(type, kExportFilenameType);
 }
@@ -489,10 +583,18 @@ void VRSettings::setExportFilenameBasename(const std::string& baseName) {
     _prepareSettings();
     set(baseName, kExportFilenameBasename);
 }
-std::int64_t VRSettings::colorThemeType() { return getInteger(kColorThemeType); }
-void VRSettings::setColorThemeType(std::int64_t type) { setInteger(type, kColorThemeType); }
-std::int64_t VRSettings::homeScreenMode() { return getInteger(kHomeScreenMode); }
-void VRSettings::setHomeScreenMode(std::int64_t mode) { setInteger(mode, kHomeScreenMode); }
+std::int64_t VRSettings::colorThemeType() {
+    return getInteger(kColorThemeType);
+}
+void VRSettings::setColorThemeType(std::int64_t type) {
+    setInteger(type, kColorThemeType);
+}
+std::int64_t VRSettings::homeScreenMode() {
+    return getInteger(kHomeScreenMode);
+}
+void VRSettings::setHomeScreenMode(std::int64_t mode) {
+    setInteger(mode, kHomeScreenMode);
+}
 bool VRSettings::isHomeScreenModeUnknown() {
     _prepareSettings();
     return get(kHomeScreenMode).isNull();
@@ -542,8 +644,8 @@ std::int64_t VRSettings::incrementedIndex() {
 
 bool VRSettings::isNewBuiltInTemplateTableVersion(const std::string& version) {
     _prepareSettings();
-    const std::string* stored = get(kBuiltInTableVersion).string();
-    return !stored || *stored != version;
+    PlistValue stored = get(kBuiltInTableVersion);
+    return !stored.string() || *stored.string() != version;
 }
 
 void VRSettings::setBuiltInTemplateTableVersion(const std::string& version) {
@@ -577,9 +679,8 @@ void VRSettings::enumerateTemplateList(const TemplateListBlock& block) {
     PlistArray list = getArray(kTemplateList);
     for (std::size_t index = 0; index < list.size(); ++index) {
         bool stop = false;
-        _parseTemplateDictionary(list[index], [&](const VRLegacyTemplateInfo& info) {
-            block(info, index, stop);
-        });
+        _parseTemplateDictionary(
+            list[index], [&](const VRLegacyTemplateInfo& info) { block(info, index, stop); });
         if (stop) break;
     }
 }

@@ -8,8 +8,7 @@
 #include "model/VRColor.h"
 
 inline constexpr const char* VRSettings2SummaryNoteHiddenKey = "vr-defaults-summary-note-hidden";
-inline constexpr const char* VRSettings2AdvancedNoteHiddenKey =
-    "vr-defaults-advanced-note-hidden";
+inline constexpr const char* VRSettings2AdvancedNoteHiddenKey = "vr-defaults-advanced-note-hidden";
 inline constexpr const char* VRSettings2VideoColorKey = "vr-defaults-video-color";
 inline constexpr const char* VRSettings2PhotoColorKey = "vr-defaults-photo-color";
 inline constexpr const char* VRSettings2PrivateAccessWarnedKey =

@@ -6,10 +6,8 @@ using platform::PlistDictionary;
 using platform::PlistValue;
 
 PlistValue VRUserDefaultsCoder::encodeColor(const VRColor& color) {
-    return PlistDictionary{{"red", color.red},
-                           {"green", color.green},
-                           {"blue", color.blue},
-                           {"alpha", color.alpha}};
+    return PlistDictionary{
+        {"red", color.red}, {"green", color.green}, {"blue", color.blue}, {"alpha", color.alpha}};
 }
 
 std::optional<VRColor> VRUserDefaultsCoder::decodeColor(const PlistValue& value) {
