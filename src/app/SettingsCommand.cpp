@@ -137,7 +137,7 @@ Setting sizesSetting(std::string key, std::function<PlistArray()> get,
                 for (const auto& part : split(text)) {
                     auto size = app::parseSourceSize(part, problem);
                     if (!size) return false;
-                    sizes.push_back(VXHelper::sizeArrayWithSize(*size));
+                    sizes.emplace_back(VXHelper::sizeArrayWithSize(*size));
                 }
                 if (sizes.empty() || sizes.size() > 10) {
                     *problem = "expected 1 to 10 sizes, WxH separated by commas";
@@ -314,14 +314,15 @@ std::vector<Setting> settingsTable() {
         stringSetting(
             "templateBuiltInTableVersionKey", "templateBuiltInTableVersion",
             [] {
-                const std::string* text =
-                    VRSettings::objectForKey("templateBuiltInTableVersionKey").string();
+                const PlistValue value = VRSettings::objectForKey("templateBuiltInTableVersionKey");
+                const std::string* text = value.string();
                 return text ? *text : std::string("absent");
             },
             S::setBuiltInTemplateTableVersion),
         readOnly("templateListKey", "templateList",
                  [] {
-                     const PlistArray* list = VRSettings::objectForKey("templateListKey").array();
+                     const PlistValue value = VRSettings::objectForKey("templateListKey");
+                     const PlistArray* list = value.array();
                      return list ? std::to_string(list->size()) + " legacy rows"
                                  : std::string("absent");
                  }),
