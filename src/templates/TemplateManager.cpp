@@ -54,8 +54,10 @@ std::optional<std::size_t> indexOf(const std::vector<VRTemplateListItem>& items,
 }  // namespace
 
 TemplateManager& TemplateManager::shared() {
-    static TemplateManager manager;
-    return manager;
+    // Lives for the whole process: destroying it at exit would wait on a queue whose
+    // thread-local state is already gone. Callers wait for their writes before exiting.
+    static TemplateManager* manager = new TemplateManager();
+    return *manager;
 }
 
 TemplateManager::TemplateManager()

@@ -25,6 +25,7 @@ class TemplateManager {
         VRTemplateListSectionRef section;
     };
 
+    // Made on first use and never destroyed; call waitForPendingWrites() before exiting.
     static TemplateManager& shared();
 
     // A manager on the current documents directory; the program uses shared(), tests make

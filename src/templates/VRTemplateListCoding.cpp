@@ -87,7 +87,9 @@ ImageSource decodeImageSource(const json& value, const char* what) {
     if (!value.is_object() || value.size() != 1) {
         throw DecodeFailure{std::string(what) + " is not one enumeration case"};
     }
-    const auto& [name, payload] = *value.items().begin();
+    const auto entry = value.begin();
+    const std::string& name = entry.key();
+    const json& payload = entry.value();
     if (!payload.is_object()) throw DecodeFailure{std::string(what) + " has no payload object"};
     if (name == "bundle") return ImageSource::bundle(decodeString(member(payload, "_0"), what));
     if (name == "empty") return ImageSource::empty();
