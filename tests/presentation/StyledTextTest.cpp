@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 
 using platform::PlistDictionary;
 
@@ -65,13 +64,12 @@ TEST(StyledText, BasicAttributesCoverEverythingAndWin) {
     EXPECT_TRUE(plain.runs[0].attributes.empty());
 }
 
-TEST(StyledText, LongTextsWithManyUnclosedTagsStayFast) {
+// A quadratic parser would take minutes here; the suite's time limit catches it, not a clock.
+TEST(StyledText, LongTextsWithManyUnclosedTagsStayLinear) {
     std::string text;
     for (int i = 0; i < 20000; ++i) text += "[red]x[/red][y][b]";
-    auto started = std::chrono::steady_clock::now();
     VRAttributedString result =
         attributedStringWithStyledText(text, {{"red", kRed}, {"b", PlistDictionary{}}});
-    EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(2));
     ASSERT_EQ(result.runs.size(), 40000u);
     EXPECT_EQ(result.runs[1].text, "[y][b]");
     EXPECT_EQ(result.string().size(), 20000u * 7);
