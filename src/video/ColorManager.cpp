@@ -37,9 +37,9 @@ bool ColorManager::areColorPropertiesAccepted(const platform::PlistValue& proper
                                                          AVVideoTransferFunction_ITU_R_2100_HLG};
     static const std::array<const char*, 2> matricesH264 = {AVVideoYCbCrMatrix_ITU_R_709_2,
                                                             AVVideoYCbCrMatrix_ITU_R_601_4};
-    static const std::array<const char*, 3> matrices = {
-        AVVideoYCbCrMatrix_ITU_R_709_2, AVVideoYCbCrMatrix_ITU_R_601_4,
-        AVVideoYCbCrMatrix_ITU_R_2020};
+    static const std::array<const char*, 3> matrices = {AVVideoYCbCrMatrix_ITU_R_709_2,
+                                                        AVVideoYCbCrMatrix_ITU_R_601_4,
+                                                        AVVideoYCbCrMatrix_ITU_R_2020};
     if (!properties.isDictionary()) return false;
     const bool matrixAccepted = codec == AVVideoCodecTypeH264
                                     ? holds(properties, AVVideoYCbCrMatrixKey, matricesH264)

@@ -24,15 +24,15 @@ std::any LegacyManager::videoResizeWithVideoAsset(
     options.metadataOptions = VRVideoMetadataOptions{copyLocation};
 
     auto resizer = VRVideoResizer2::resizerWithAsset(std::move(asset), identifier, options);
-    resizer->resize(std::move(progressionOnInternalThread),
-                    [completion = std::move(completionOnInternalThread)](
-                        const std::optional<std::string>& url, VRVideoResizeStatus status,
-                        const platform::ErrorRef& error) {
-                        if (!completion) return;
-                        const bool finished = status == VRVideoResizeStatus::finished;
-                        completion(finished ? url : std::nullopt,
-                                   static_cast<std::int64_t>(status), error);
-                    });
+    resizer->resize(
+        std::move(progressionOnInternalThread),
+        [completion = std::move(completionOnInternalThread)](const std::optional<std::string>& url,
+                                                             VRVideoResizeStatus status,
+                                                             const platform::ErrorRef& error) {
+            if (!completion) return;
+            const bool finished = status == VRVideoResizeStatus::finished;
+            completion(finished ? url : std::nullopt, static_cast<std::int64_t>(status), error);
+        });
     return resizer;
 }
 

@@ -20,9 +20,9 @@ class LegacyManager {
     LegacyManager() = delete;
 
     // Called on the job's own thread; the URL is present only with status 3 (finished).
-    using VideoCompletion = std::function<void(const std::optional<std::string>& url,
-                                               std::int64_t status,
-                                               const platform::ErrorRef& error)>;
+    using VideoCompletion =
+        std::function<void(const std::optional<std::string>& url, std::int64_t status,
+                           const platform::ErrorRef& error)>;
 
     // Starts a VRVideoResizer2 with options built from the arguments: `frame` is the
     // displacement and the encoded size, `arrangement` 0 stretch, 1 fill, 2 fit, `bitrate` in

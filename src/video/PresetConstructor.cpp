@@ -119,16 +119,17 @@ float PresetConstructor::bitrate(std::int64_t requested, const PlistDictionary& 
     return static_cast<float>(outputArea * 5.0);
 }
 
-PlistDictionary PresetConstructor::encoderSettings(const VRVideoResizeOptions& options,
-                                                   const AVAssetTrack& track,
-                                                   const CMFormatDescriptionRef& sourceFormat) const {
+PlistDictionary PresetConstructor::encoderSettings(
+    const VRVideoResizeOptions& options, const AVAssetTrack& track,
+    const CMFormatDescriptionRef& sourceFormat) const {
     PlistDictionary settings = presetSettings(track, sourceFormat).value_or(PlistDictionary{});
     PlistDictionary compression;
     if (const PlistDictionary* given = settings[AVVideoCompressionPropertiesKey].dictionary()) {
         compression = *given;
     }
     if (const std::string* codec = settings[AVVideoCodecKey].string()) {
-        if (!ColorManager::areColorPropertiesAccepted(settings[AVVideoColorPropertiesKey], *codec)) {
+        if (!ColorManager::areColorPropertiesAccepted(settings[AVVideoColorPropertiesKey],
+                                                      *codec)) {
             settings[AVVideoColorPropertiesKey] = ColorManager::defaultColorProperties();
         }
         if (*codec == AVVideoCodecTypeJPEG) {

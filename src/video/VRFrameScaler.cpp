@@ -142,8 +142,8 @@ class FrameLoop {
         }
         if (created != kCVReturnSuccess || !destination) return false;
         // The reader and the pool are set up for one format; another one cannot be drawn.
-        if (!source ||
-            CVPixelBufferGetPixelFormatType(source) != CVPixelBufferGetPixelFormatType(destination)) {
+        if (!source || CVPixelBufferGetPixelFormatType(source) !=
+                           CVPixelBufferGetPixelFormatType(destination)) {
             return false;
         }
         source->lockBaseAddress(1);
@@ -170,7 +170,8 @@ class FrameLoop {
             if (!_argb) _argb = VRFrameScaler::nonPlanarFillColor(_a.fillColor, F::form);
             F::fillARGB(&d, *_argb);
         }
-        VRFrameScaler::placeViews(s, d, _a.arrangement, false, _a.x, _a.y, 4 * sizeof(typename F::Sample));
+        VRFrameScaler::placeViews(s, d, _a.arrangement, false, _a.x, _a.y,
+                                  4 * sizeof(typename F::Sample));
         if (!_sizedNonPlanar) {
             _temp.reserveFor(F::scaleARGB, s, d);
             _sizedNonPlanar = true;
@@ -314,8 +315,8 @@ std::array<std::uint16_t, 4> VRFrameScaler::nonPlanarFillColor(const std::option
 }
 
 void VRFrameScaler::placeViews(vImage_Buffer& source, vImage_Buffer& destination,
-                               VRImageArrangement arrangement, bool lumaPlane, double dx,
-                               double dy, std::size_t bytesPerPixel) {
+                               VRImageArrangement arrangement, bool lumaPlane, double dx, double dy,
+                               std::size_t bytesPerPixel) {
     const bool fill = arrangement == VRImageArrangement::fill;
     if (!fill && arrangement != VRImageArrangement::fit) return;
 

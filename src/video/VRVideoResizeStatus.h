@@ -14,10 +14,14 @@ enum class VRVideoResizeStatus : std::int64_t {
 
 inline std::ostream& operator<<(std::ostream& out, VRVideoResizeStatus status) {
     switch (status) {
-        case VRVideoResizeStatus::failed: return out << "failed";
-        case VRVideoResizeStatus::cancelled: return out << "cancelled";
-        case VRVideoResizeStatus::finished: return out << "finished";
-        case VRVideoResizeStatus::trackNotFound: return out << "trackNotFound";
+        case VRVideoResizeStatus::failed:
+            return out << "failed";
+        case VRVideoResizeStatus::cancelled:
+            return out << "cancelled";
+        case VRVideoResizeStatus::finished:
+            return out << "finished";
+        case VRVideoResizeStatus::trackNotFound:
+            return out << "trackNotFound";
     }
     return out << "VRVideoResizeStatus(" << static_cast<std::int64_t>(status) << ")";
 }

@@ -56,13 +56,17 @@ std::pair<VRVideoResizeStatus, platform::ErrorRef> ResizeError::outcome() const 
         case Case::nilWriter:
         case Case::readingError:
         case Case::writingError:
-        case Case::writerFailed: return {VRVideoResizeStatus::failed, error};
-        case Case::cancelled: return {VRVideoResizeStatus::cancelled, nullptr};
-        case Case::trackNotFound: return {VRVideoResizeStatus::trackNotFound, nullptr};
+        case Case::writerFailed:
+            return {VRVideoResizeStatus::failed, error};
+        case Case::cancelled:
+            return {VRVideoResizeStatus::cancelled, nullptr};
+        case Case::trackNotFound:
+            return {VRVideoResizeStatus::trackNotFound, nullptr};
         case Case::unknownError:
         case Case::invalidReaderOutput:
         case Case::invalidWriterInput:
-        case Case::outputBusy: break;
+        case Case::outputBusy:
+            break;
     }
     return {VRVideoResizeStatus::failed, nullptr};
 }
@@ -79,8 +83,8 @@ struct VRVideoResizer2::Job {
 VRVideoResizer2::VRVideoResizer2(AVAssetRef asset, std::string identifier,
                                  VRVideoResizeOptions options)
     : _asset(std::move(asset)), _identifier(std::move(identifier)), _options(options) {
-    std::string directory =
-        FileManager::stringByAppendingPathComponent(VXHelper::documentDirectory(), "_vrtempvideodir");
+    std::string directory = FileManager::stringByAppendingPathComponent(
+        VXHelper::documentDirectory(), "_vrtempvideodir");
     _outputURL = FileManager::stringByAppendingPathComponent(directory, _identifier) + "." +
                  _options.fileFormat.extension();
 }
@@ -133,8 +137,8 @@ void VRVideoResizer2::_run(const Completion& completion) {
     }
     if (job.reader) job.reader->cancelReading();
     FileManager::removeItemAtPath(_outputURL);
-    auto [status, error] = failure ? failure->outcome()
-                                   : std::pair{VRVideoResizeStatus::failed, otherError};
+    auto [status, error] =
+        failure ? failure->outcome() : std::pair{VRVideoResizeStatus::failed, otherError};
     if (completion) completion(std::nullopt, status, error);
 }
 
@@ -145,8 +149,7 @@ std::optional<ResizeError> VRVideoResizer2::_checkCancelled() {
 
 std::optional<ResizeError> VRVideoResizer2::_stages(Job& job) {
     if (auto e = _checkCancelled()) return e;
-    if (FileManager::fileExistsAtPath(_outputURL) &&
-        !FileManager::removeItemAtPath(_outputURL)) {
+    if (FileManager::fileExistsAtPath(_outputURL) && !FileManager::removeItemAtPath(_outputURL)) {
         return raise(Case::outputBusy);
     }
     if (auto e = _probe(job)) return e;
@@ -210,7 +213,8 @@ std::optional<ResizeError> VRVideoResizer2::_addOtherTracks(Job& job) {
     if (!tracks) return raise(Case::trackNotFound);
     for (const AVAssetTrackRef& track : tracks.value()) {
         if (track->mediaType() == AVMediaTypeVideo) continue;
-        auto output = AVAssetReaderTrackOutput::assetReaderTrackOutputWithTrack(track, std::nullopt);
+        auto output =
+            AVAssetReaderTrackOutput::assetReaderTrackOutputWithTrack(track, std::nullopt);
         output->setAlwaysCopiesSampleData(true);
         if (!job.reader->canAddOutput(output)) continue;
         auto input = AVAssetWriterInput::assetWriterInputWithMediaType(
@@ -269,8 +273,11 @@ std::optional<ResizeError> VRVideoResizer2::_runProviders(Job& job) {
     finished.get_future().wait();
     logStatuses("~[2]~Status for reader ", reader, writer);
     switch (writer.status()) {
-        case AVAssetWriterStatusCompleted: return std::nullopt;
-        case AVAssetWriterStatusCancelled: return raise(Case::cancelled);
-        default: return raise(Case::writerFailed, writer.error());
+        case AVAssetWriterStatusCompleted:
+            return std::nullopt;
+        case AVAssetWriterStatusCancelled:
+            return raise(Case::cancelled);
+        default:
+            return raise(Case::writerFailed, writer.error());
     }
 }

@@ -48,9 +48,9 @@ class VRVideoResizer2 : public std::enable_shared_from_this<VRVideoResizer2> {
     };
 
     using Progress = std::function<void(double fraction)>;
-    using Completion = std::function<void(const std::optional<std::string>& url,
-                                          VRVideoResizeStatus status,
-                                          const platform::ErrorRef& error)>;
+    using Completion =
+        std::function<void(const std::optional<std::string>& url, VRVideoResizeStatus status,
+                           const platform::ErrorRef& error)>;
 
     // The output is documents/_vrtempvideodir/<identifier>.<extension of the format>: the
     // identifier alone makes the name, so two jobs with one identifier share a file.

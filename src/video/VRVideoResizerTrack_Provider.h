@@ -23,8 +23,8 @@ class VRVideoResizerTrack_Provider {
     // blocks the caller until the track has ended: true when it ran to its end or stopped on an
     // error (the writer's status tells which), false when `cancelled` said so. `progress` gets
     // the presentation time of every frame appended, on `queue`.
-    virtual bool process(const std::shared_ptr<platform::DispatchQueue>& queue,
-                         Cancelled cancelled, Progress progress) = 0;
+    virtual bool process(const std::shared_ptr<platform::DispatchQueue>& queue, Cancelled cancelled,
+                         Progress progress) = 0;
 
   protected:
     // What a request block gets: the track's holder and the resolve step, which marks the
@@ -33,8 +33,7 @@ class VRVideoResizerTrack_Provider {
         std::function<void(VRCompletionHolder& holder, const std::function<void()>& resolve)>;
     // Runs a track: a fresh holder, the block registered on the input, and the wait.
     static bool runTrack(const AVAssetWriterInputRef& input,
-                         const std::shared_ptr<platform::DispatchQueue>& queue,
-                         RequestBlock block);
+                         const std::shared_ptr<platform::DispatchQueue>& queue, RequestBlock block);
 };
 
 using VRVideoResizerTrack_ProviderRef = std::shared_ptr<VRVideoResizerTrack_Provider>;

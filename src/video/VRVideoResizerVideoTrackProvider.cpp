@@ -95,7 +95,8 @@ AVAssetWriterInputRef Constructor::writerInput(const VRVideoResizeOptions& optio
                                     PresetConstructor::isCodecHevc(options.codecType, sourceFormat),
                                     _containsAlpha);
     PlistDictionary settings = presets.encoderSettings(options, *_track, sourceFormat);
-    platform::log("~~ compression settings 2: " + platform::PlistValue(settings).debugDescription());
+    platform::log("~~ compression settings 2: " +
+                  platform::PlistValue(settings).debugDescription());
 
     auto input = AVAssetWriterInput::assetWriterInputWithMediaType(_track->mediaType(), settings);
     input->setExpectsMediaDataInRealTime(expectsMediaDataInRealTime);
@@ -138,8 +139,7 @@ std::shared_ptr<VRVideoResizerVideoTrackProvider> Constructor::provider(
 }
 
 bool VRVideoResizerVideoTrackProvider::process(
-    const std::shared_ptr<platform::DispatchQueue>& queue, Cancelled cancelled,
-    Progress progress) {
+    const std::shared_ptr<platform::DispatchQueue>& queue, Cancelled cancelled, Progress progress) {
     VRFrameScaler::Arguments arguments;
     arguments.writerInput = _writerInput;
     arguments.readerOutput = _readerOutput;

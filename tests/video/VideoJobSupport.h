@@ -47,9 +47,9 @@ class JobWaiter {
     }
     JobResult wait() {
         std::unique_lock<std::mutex> lock(_mutex);
-        EXPECT_TRUE(_done.wait_for(lock, std::chrono::seconds(60),
-                                   [&] { return _result.completions > 0; }))
-            << "the job did not complete";
+        EXPECT_TRUE(_done.wait_for(lock, std::chrono::seconds(60), [&] {
+            return _result.completions > 0;
+        })) << "the job did not complete";
         return _result;
     }
     // What has been reported so far, after a grace period for a second completion.
@@ -67,8 +67,8 @@ class JobWaiter {
 
 inline JobResult runJob(const std::string& source, const std::string& identifier,
                         const VRVideoResizeOptions& options) {
-    auto resizer = VRVideoResizer2::resizerWithAsset(AVAsset::assetWithURL(source), identifier,
-                                                     options);
+    auto resizer =
+        VRVideoResizer2::resizerWithAsset(AVAsset::assetWithURL(source), identifier, options);
     JobWaiter waiter;
     resizer->resize(waiter.progress(), waiter.completion());
     waiter.wait();
