@@ -1,0 +1,104 @@
+// Turns one asset plus one template into one finished file: decides the branch (photo now, the
+// video stage joins later), carries the run's identity so that a cancel or a newer run makes
+// older work end silently, and hands the file on. One per process; the batch run and the
+// `process` command drive it, one asset in flight.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "assets/VRAsset.h"
+#include "assets/VRAssetResource.h"
+#include "core/VRError.h"
+#include "model/VRAdjustAssetState.h"
+#include "model/VRFormatMediaType.h"
+#include "platform/Geometry.h"
+#include "platform/OperationQueue.h"
+#include "platform/PlistValue.h"
+#include "templates/VXTemplate.h"
+
+class VRProcessor {
+  public:
+    // Main-thread callbacks of processAsset. The completion gets the result asset or the
+    // error; a cancelled or superseded run completes with neither.
+    using ProgressionOnMainThread = std::function<void(double progress)>;
+    using CompletionOnMainThread = std::function<void(VRAssetRef result, VRErrorRef error)>;
+    // Between the stages, on the thread of the stage that finished: the written file, the media
+    // type (1 photo, 2 video), the output size, the error. All empty for a stale run.
+    using ProgressionOnInternalThread = std::function<void(double progress)>;
+    using CompletionOnInternalThread =
+        std::function<void(std::optional<std::string> url, VRFormatMediaType mediaType,
+                           std::optional<CGSize> size, VRErrorRef error)>;
+
+    static VRProcessor& mainProcessor();
+    VRProcessor(const VRProcessor&) = delete;
+    VRProcessor& operator=(const VRProcessor&) = delete;
+
+    // Serial: every stage start, and the photo stage's decoding, drawing and writing.
+    platform::OperationQueue& processingQueue() { return *_processingQueue; }
+    // Serial too, made at first use.
+    platform::OperationQueue& thumbnailQueue();
+
+    // processAsset:withTemplate:adjustState:size:progressionOnMainThread:completionOnMainThread:.
+    // `size` (0, 0) lets the template decide; any other size is used as it is, without the
+    // limit check (the retry of a code-5 failure passes the offered correction). Without a
+    // completion nothing happens. Both callbacks run on the main queue.
+    void processAsset(const VRAssetRef& asset, const VXTemplateRef& tpl,
+                      const VRAdjustAssetStateRef& adjustState, CGSize size,
+                      ProgressionOnMainThread progression, CompletionOnMainThread completion);
+
+    // The worker of one pass; `paired` only for the video half of a Live Photo. The template
+    // is copied, an absent adjust state becomes an empty one, and the asset's startAccessing /
+    // stopAccessing bracket the pass whichever way it ends.
+    void _processAsset(const VRAssetRef& asset, bool paired, const VXTemplateRef& tpl,
+                       const VRAdjustAssetStateRef& adjustState, CGSize size,
+                       CGSize pairedResizeSize, ProgressionOnInternalThread progression,
+                       CompletionOnInternalThread completion);
+
+    // The run's identity: a new value for every pass (strictly greater than the last one), 0
+    // after a cancel. A pass whose value differs from the stored one is stale.
+    double _registerProcessingStartTime();
+    bool _isProcessingStartTimeInvalid(double startTime) const;
+    // Makes the running pass stale: it ends at its next checkpoint with neither file nor error.
+    // Operations already queued are not removed; each meets its own check.
+    void cancelProcessingAssets();
+
+    // The result stem: the asset's original name without extension, through
+    // VRHelper::originaFilenameForCurrentSettings with incrementing.
+    std::string _filenameOfAsset(const VRAsset& asset) const;
+
+    // _updateMetadata:formatType:assetCreationDate:imageSize: with the stored settings and the
+    // current time (see VRUpdatePhotoMetadata).
+    void _updateMetadata(std::optional<platform::PlistDictionary>& metadata,
+                         std::uint64_t formatType,
+                         const std::optional<platform::PlistDate>& assetCreationDate,
+                         CGSize imageSize) const;
+
+    // The saving tail. Until the result store and the library exist, the finished file is
+    // handed over in place as a URL asset (a local result has no pair, so a paired file is
+    // deleted); no file gives code 2. Runs the completion on the calling thread.
+    void _processingCompleteWithResource(const VRAssetResource& resource,
+                                         const VRAssetRef& originalAsset,
+                                         const CompletionOnMainThread& completionOnInternalThread);
+
+  private:
+    VRProcessor();
+    void _startPhotoStage(const VRAssetRef& asset, const VXTemplateRef& tpl,
+                          const VRAdjustAssetStateRef& adjustState, CGSize size, double startTime,
+                          CompletionOnInternalThread completion);
+    void _startVideoStage(const VRAssetRef& asset, bool paired, const VXTemplateRef& tpl,
+                          const VRAdjustAssetStateRef& adjustState, CGSize size,
+                          CGSize pairedResizeSize, double startTime,
+                          ProgressionOnInternalThread progression,
+                          CompletionOnInternalThread completion);
+
+    std::unique_ptr<platform::OperationQueue> _processingQueue;
+    std::unique_ptr<platform::OperationQueue> _thumbnailQueue;
+    std::once_flag _thumbnailQueueMade;
+    std::atomic<double> _processingStartTime{0.0};
+};
