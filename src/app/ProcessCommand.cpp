@@ -1,9 +1,11 @@
-// `unwarp process --template KEY [--out DIR] [--json] [--yes] [adjustments] FILE...`: runs each
-// file through the processor in order, one in flight, and moves each finished file into the
-// output folder under its result name. The main thread runs the main queue meanwhile.
+// `unwarp process --template KEY [--out DIR] [--json] [--yes] [adjustments] [--live PHOTO MOVIE]
+// FILE...`: runs each photo, movie or Live Photo through the processor in order, one in flight,
+// and moves each finished file (and a Live Photo's movie) into the output folder under its
+// result name. The main thread runs the main queue meanwhile.
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <filesystem>
 #include <iostream>
@@ -114,7 +116,8 @@ bool askToProceed(const LimitOffer& offer) {
 class ProcessCommand : public app::Command {
   public:
     CLI::App* setup(CLI::App& program) override {
-        auto* command = program.add_subcommand("process", "Resize photos with a template");
+        auto* command =
+            program.add_subcommand("process", "Resize photos and videos with a template");
         command->add_option("--template", _key, "Template key (see unwarp templates)")->required();
         command->add_option("--out", _out, "Folder for the results (default: the current one)");
         command->add_flag("--json", _json, "Print one JSON object a line instead of text");
@@ -126,12 +129,19 @@ class ProcessCommand : public app::Command {
         command->add_option("--shift", _shift,
                             "Move the picture by X,Y output pixels (right, down)");
         command->add_option("--fill", _fill, "Colour of the margins, #RRGGBB or #RRGGBBAA");
-        command->add_option("FILE", _files, "Photos to resize, in order")->required();
+        command
+            ->add_option("--live", _live,
+                         "A Live Photo: its still, then its movie (needs the settings "
+                         "livePhotoEnabled and isAutoSaveEnabled on)")
+            ->expected(2);
+        command->add_option("FILE", _files, "Photos and videos to resize, in order");
         return command;
     }
 
     int run() override {
         int code = prepare();
+        if (code != app::kExitSuccess) return code;
+        code = prepareLivePhoto();
         if (code != app::kExitSuccess) return code;
         catchInterrupt();
         for (std::size_t i = 0; i < _files.size() && code == app::kExitSuccess; ++i)
@@ -180,7 +190,7 @@ class ProcessCommand : public app::Command {
         processor.processAsset(
             asset, _tpl, _state, size,
             [showProgress](double progress) {
-                if (showProgress) std::cerr << "\r  " << int(progress * 100) << "%" << std::flush;
+                if (showProgress) std::cerr << progressBar(progress) << std::flush;
             },
             [outcome](VRAssetRef result, VRErrorRef error) {
                 outcome->finished = true;
@@ -188,6 +198,7 @@ class ProcessCommand : public app::Command {
                 outcome->error = std::move(error);
             });
         platform::MainRunLoop::runUntil([&] { return outcome->finished || gInterrupted; });
+        if (showProgress) std::cerr << "\r" << std::string(kProgressBarWidth + 10, ' ') << "\r";
         if (!outcome->finished) {
             processor.cancelProcessingAssets();
             platform::MainRunLoop::runUntil([&] { return outcome->finished; });
@@ -200,7 +211,12 @@ class ProcessCommand : public app::Command {
         const std::string& file = _files[index];
         std::error_code ec;
         const std::string path = std::filesystem::absolute(file, ec).lexically_normal().string();
-        auto asset = VRAsset::assetWithObject(VRURLAsset::urlAssetWithURL(path));
+        std::shared_ptr<VRURLAsset> object = VRURLAsset::urlAssetWithURL(path);
+        if (!_live.empty() && index == 0) {
+            object = VRURLAsset::livePhotoAssetWithURL(
+                path, std::filesystem::absolute(_live.at(1), ec).lexically_normal().string());
+        }
+        auto asset = VRAsset::assetWithObject(object);
         std::cerr << "[" << index + 1 << "/" << _files.size() << "] " << file << "\n";
         CGSize size = CGSizeZero;
         for (;;) {
@@ -232,7 +248,11 @@ class ProcessCommand : public app::Command {
 
     int interrupted(const Outcome& outcome) {
         // A file finished just before the cancel was seen is not kept.
-        if (outcome.result) FileManager::removeItemAtPath(outcome.result->objectIdentifier());
+        if (outcome.result) {
+            FileManager::removeItemAtPath(outcome.result->objectIdentifier());
+            if (auto paired = pairedVideoOf(*outcome.result))
+                FileManager::removeItemAtPath(*paired);
+        }
         std::cerr << "unwarp: cancelled\n";
         return kExitInterrupted;
     }
@@ -258,15 +278,19 @@ class ProcessCommand : public app::Command {
                                           (error ? error->localizedDescription() : "not moved"));
             }
         }
+        const std::optional<std::string> pairedTo = movePairedVideo(result);
         const std::string format = VRFormat::formatFromURL(to).name();
         if (_json) {
             json line = {
                 {"source", file},      {"output", to},          {"mediaType", result.mediaType()},
                 {"width", size.width}, {"height", size.height}, {"format", format}};
+            if (pairedTo) line["pairedOutput"] = *pairedTo;
             std::cout << line.dump(-1, ' ', false, json::error_handler_t::replace) << std::endl;
         } else {
             std::cout << file << " -> " << to << "  " << VXHelper::stringFromSize(size) << " "
-                      << format << std::endl;
+                      << format;
+            if (pairedTo) std::cout << " + " << *pairedTo;
+            std::cout << std::endl;
         }
         return app::kExitSuccess;
     }
@@ -276,6 +300,7 @@ class ProcessCommand : public app::Command {
         std::error_code ec;
         for (const auto& source : _files)
             if (std::filesystem::equivalent(path, source, ec)) return true;
+        if (!_live.empty() && std::filesystem::equivalent(path, _live.at(1), ec)) return true;
         return false;
     }
 
@@ -303,7 +328,63 @@ class ProcessCommand : public app::Command {
         return app::reportFailure(file + ": " + message);
     }
 
+    // The Live Photo given with --live goes first, as its still; the movie follows it as the
+    // paired second pass when the settings let the processor pair it.
+    int prepareLivePhoto() {
+        if (_live.empty()) {
+            if (_files.empty()) return app::reportUsageError("no FILE to process");
+            return app::kExitSuccess;
+        }
+        for (const auto& path : _live) {
+            if (!FileManager::fileExistsAtPath(path))
+                return app::reportUsageError("--live " + path + ": no such file");
+        }
+        if (VRURLAsset::mediaTypeForPath(_live.at(0)) != VRFormatMediaTypePhoto ||
+            VRURLAsset::mediaTypeForPath(_live.at(1)) != VRFormatMediaTypeVideo)
+            return app::reportUsageError("--live takes a photo, then a movie");
+        if (!VRSettings::isLivePhotoEnabled() || !VRSettings::isAutoSaveEnabled()) {
+            std::cerr << "unwarp: Live Photos are off in the settings (livePhotoEnabled, "
+                         "isAutoSaveEnabled): the still goes alone\n";
+        }
+        _files.insert(_files.begin(), _live.at(0));
+        return app::kExitSuccess;
+    }
+
+    static std::optional<std::string> pairedVideoOf(const VRAsset& result) {
+        auto* url = dynamic_cast<const VRURLAsset*>(result.object().get());
+        return url ? url->pairedVideoURL() : std::nullopt;
+    }
+
+    // A Live Photo's movie goes beside its still; one that cannot be moved is dropped, as a
+    // failed video half is.
+    std::optional<std::string> movePairedVideo(const VRAsset& result) {
+        const auto from = pairedVideoOf(result);
+        if (!from) return std::nullopt;
+        const std::string to = FileManager::stringByAppendingPathComponent(
+            _outDir, FileManager::lastPathComponent(*from));
+        if (to == *from) return to;
+        if (isSource(to)) {
+            FileManager::removeItemAtPath(*from);
+            return std::nullopt;
+        }
+        if (FileManager::fileExistsAtPath(to)) FileManager::removeItemAtPath(to);
+        if (!FileManager::moveItemAtPath(*from, to)) {
+            FileManager::removeItemAtPath(*from);
+            return std::nullopt;
+        }
+        return to;
+    }
+
+    static constexpr int kProgressBarWidth = 30;
+    static std::string progressBar(double fraction) {
+        const double f = std::clamp(fraction, 0.0, 1.0);
+        const int filled = static_cast<int>(f * kProgressBarWidth);
+        return "\r  [" + std::string(filled, '#') + std::string(kProgressBarWidth - filled, ' ') +
+               "] " + std::to_string(static_cast<int>(f * 100)) + "%";
+    }
+
     std::string _key;
+    std::vector<std::string> _live;
     std::optional<std::string> _out;
     bool _json = false;
     bool _yes = false;

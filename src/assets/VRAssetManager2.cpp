@@ -6,6 +6,7 @@
 #include "platform/FileManager.h"
 #include "platform/ImageSource.h"
 #include "platform/Log.h"
+#include "storage/VXHelperFiles.h"
 
 namespace {
 
@@ -59,4 +60,43 @@ void VRAssetManager2::requestImageDataAsyncForAsset(const VRAssetRef& asset,
         }
         completion(std::nullopt, "");
     });
+}
+
+std::optional<std::string> VRAssetManager2::urlForVideoAsset(const VRAssetRef& asset) const {
+    auto* url = asset ? dynamic_cast<const VRURLAsset*>(asset->object().get()) : nullptr;
+    if (!url) return std::nullopt;
+    if (const auto& paired = url->pairedVideoURL()) {
+        const std::string stem = platform::FileManager::stringByDeletingPathExtension(
+            platform::FileManager::lastPathComponent(url->url()));
+        return platform::FileManager::stringByAppendingPathComponent(
+            VXHelper::temporaryDirectory(),
+            stem + "-livePhotoVideo." + platform::FileManager::pathExtension(*paired));
+    }
+    if (url->mediaType() == VRFormatMediaTypeVideo) return url->url();
+    return std::nullopt;
+}
+
+void VRAssetManager2::requestAVAssetForAsset(const VRAssetRef& asset,
+                                             const AVAssetCompletion& completion) {
+    if (!completion) return;
+    const auto path = urlForVideoAsset(asset);
+    if (!path) return completion(nullptr);
+    auto* url = dynamic_cast<const VRURLAsset*>(asset->object().get());
+    const std::string& movie = url->pairedVideoURL().value_or(url->url());
+    if (!platform::FileManager::fileExistsAtPath(movie)) {
+        platform::logf("~~ ASSET: no movie at %s", movie.c_str());
+        return completion(nullptr);
+    }
+    if (const auto& paired = url->pairedVideoURL()) {
+        using platform::FileManager;
+        FileManager::removeItemAtPath(*path);
+        platform::ErrorRef error;
+        if (!FileManager::linkItemAtPath(*paired, *path, &error) &&
+            !FileManager::copyItemAtPath(*paired, *path, &error)) {
+            platform::logf("~~ ASSET: no movie for the Live Photo %s: %s", url->url().c_str(),
+                           error ? error->localizedDescription().c_str() : "unknown");
+            return completion(nullptr);
+        }
+    }
+    completion(AVAsset::assetWithURL(*path));
 }

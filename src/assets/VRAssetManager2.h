@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "assets/VRAsset.h"
+#include "platform/AVAsset.h"
 #include "platform/OperationQueue.h"
 
 class VRAssetManager2 {
@@ -28,6 +29,17 @@ class VRAssetManager2 {
     // offered yet: URL assets of other media types complete with nothing.
     void requestImageDataAsyncForAsset(const VRAssetRef& asset, platform::OperationQueue* queue,
                                        ImageDataCompletion completion);
+
+    // requestAVAssetForAsset:completion:, answered at once on the calling thread: the movie of
+    // a video asset, or for a Live Photo its movie as a temporary link (a copy where linking
+    // fails) at urlForVideoAsset, which the video stage may delete. Null for anything else,
+    // for a missing file, and when the link cannot be made.
+    using AVAssetCompletion = std::function<void(AVAssetRef movie)>;
+    void requestAVAssetForAsset(const VRAssetRef& asset, const AVAssetCompletion& completion);
+    // Where the movie of a video asset is read from: its own file, or for a Live Photo the
+    // temporary link of its movie ("<still's name>-livePhotoVideo.<movie's extension>" in the
+    // temporary directory). Absent for other assets.
+    std::optional<std::string> urlForVideoAsset(const VRAssetRef& asset) const;
 
     // Files larger than this are not read into memory (the image source's own limit).
     static std::size_t maxImageDataBytes();

@@ -21,6 +21,13 @@ std::shared_ptr<VRURLAsset> VRURLAsset::urlAssetWithURL(const std::string& path)
     return asset;
 }
 
+std::shared_ptr<VRURLAsset> VRURLAsset::livePhotoAssetWithURL(const std::string& path,
+                                                              const std::string& pairedVideoURL) {
+    auto asset = urlAssetWithURL(path);
+    asset->_pairedVideoURL = pairedVideoURL;
+    return asset;
+}
+
 VRFormatMediaType VRURLAsset::mediaTypeForPath(const std::string& path) {
     const std::string type =
         TypeIdentifiers::preferredIdentifierForExtension(FileManager::pathExtension(path));

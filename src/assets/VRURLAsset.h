@@ -13,6 +13,10 @@ class VRURLAsset : public VRAssetObject {
   public:
     // urlAssetWithURL: the media type comes from the extension (movie 2, image 1, else 0).
     static std::shared_ptr<VRURLAsset> urlAssetWithURL(const std::string& path);
+    // A Live Photo given as two files, standing in for the library's: the still at `path` and
+    // its movie at `pairedVideoURL`.
+    static std::shared_ptr<VRURLAsset> livePhotoAssetWithURL(const std::string& path,
+                                                             const std::string& pairedVideoURL);
     // urlAssetWithUniqueID: the unique ID is the path.
     static std::shared_ptr<VRURLAsset> urlAssetWithUniqueID(const std::string& uniqueID) {
         return urlAssetWithURL(uniqueID);
@@ -21,6 +25,9 @@ class VRURLAsset : public VRAssetObject {
     static VRFormatMediaType mediaTypeForPath(const std::string& path);
 
     const std::string& url() const { return _url; }
+    // The movie of a Live Photo; absent for every other URL asset.
+    const std::optional<std::string>& pairedVideoURL() const { return _pairedVideoURL; }
+    bool livePhoto() const override { return _pairedVideoURL.has_value(); }
     bool isDataExist() const;
     // A new object on the same path, whose attributes are loaded anew.
     std::shared_ptr<VRURLAsset> copy() const { return urlAssetWithURL(_url); }
@@ -46,6 +53,7 @@ class VRURLAsset : public VRAssetObject {
     void _loadAttributes() const;
 
     std::string _url;
+    std::optional<std::string> _pairedVideoURL;
     VRFormatMediaType _mediaType = VRFormatMediaTypeNone;
     platform::PlistDate _assetCreationDate;
     mutable std::once_flag _attributesLoaded;

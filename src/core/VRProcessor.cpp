@@ -59,8 +59,8 @@ bool VRProcessor::_isProcessingStartTimeInvalid(double startTime) const {
 
 void VRProcessor::cancelProcessingAssets() {
     _processingStartTime.store(0.0);
-    // No video job runs in this build; the count is that of the running video jobs.
-    platform::logf("~~ ~~~cancelled count %lu", 0ul);
+    platform::logf("~~ ~~~cancelled count %lu", static_cast<unsigned long>(videoResizerCount()));
+    _cancelVideoJobs();
 }
 
 std::string VRProcessor::_filenameOfAsset(const VRAsset& asset) const {
@@ -167,26 +167,17 @@ void VRProcessor::_startPhotoStage(const VRAssetRef& asset, const VXTemplateRef&
     });
 }
 
-// The video stage (and the video half of a Live Photo) is not part of this build yet: it ends
-// with code 1 and a root reason, on the processing queue as the real stage would.
-void VRProcessor::_startVideoStage(const VRAssetRef& asset, bool /*paired*/,
-                                   const VXTemplateRef& /*tpl*/,
-                                   const VRAdjustAssetStateRef& /*adjustState*/, CGSize /*size*/,
-                                   CGSize /*pairedResizeSize*/, double /*startTime*/,
-                                   ProgressionOnInternalThread /*progression*/,
-                                   CompletionOnInternalThread completion) {
-    _processingQueue->addOperationWithBlock([asset, completion = std::move(completion)] {
-        platform::logf("~~ PROCESSOR: no video stage for %s", asset->objectIdentifier().c_str());
-        completion(std::nullopt, VRFormatMediaTypeVideo, std::nullopt,
-                   VRError::errorWithCode(1, {{VRErrorUserInfoRootKey,
-                                               "Videos are not processed by this build yet"}}));
-    });
-}
-
 void VRProcessor::_processingCompleteWithResource(const VRAssetResource& resource,
                                                   const VRAssetRef& /*originalAsset*/,
                                                   const CompletionOnMainThread& completion) {
-    if (resource.pairedURL) platform::FileManager::removeItemAtPath(*resource.pairedURL);
+    // With auto-save the library would keep a Live Photo's pair as one item; handed over in
+    // place, the still and its movie stay together. A local result has no pair.
+    const bool keepPair =
+        resource.pairedURL && !resource.url.empty() && VRSettings::isAutoSaveEnabled();
+    if (resource.pairedURL && !keepPair)
+        platform::FileManager::removeItemAtPath(*resource.pairedURL);
     if (resource.url.empty()) return completion(nullptr, VRError::errorWithCode(2));
-    completion(VRAsset::assetWithObject(VRURLAsset::urlAssetWithURL(resource.url)), nullptr);
+    auto object = keepPair ? VRURLAsset::livePhotoAssetWithURL(resource.url, *resource.pairedURL)
+                           : VRURLAsset::urlAssetWithURL(resource.url);
+    completion(VRAsset::assetWithObject(object), nullptr);
 }

@@ -4,9 +4,11 @@
 // `process` command drive it, one asset in flight.
 #pragma once
 
+#include <any>
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -16,11 +18,16 @@
 #include "assets/VRAssetResource.h"
 #include "core/VRError.h"
 #include "model/VRAdjustAssetState.h"
+#include "model/VRFormat.h"
 #include "model/VRFormatMediaType.h"
+#include "model/VRSizeOption.h"
+#include "platform/AVAsset.h"
 #include "platform/Geometry.h"
 #include "platform/OperationQueue.h"
 #include "platform/PlistValue.h"
 #include "templates/VXTemplate.h"
+
+class VRVideoMixer;
 
 class VRProcessor {
   public:
@@ -80,14 +87,38 @@ class VRProcessor {
                          CGSize imageSize) const;
 
     // The saving tail. Until the result store and the library exist, the finished file is
-    // handed over in place as a URL asset (a local result has no pair, so a paired file is
-    // deleted); no file gives code 2. Runs the completion on the calling thread.
+    // handed over in place as a URL asset; with auto-save, standing in for the library, a
+    // Live Photo keeps its movie as the asset's pair, otherwise (a local result has no pair)
+    // the paired file is deleted. No file gives code 2. Runs the completion on the calling
+    // thread.
     void _processingCompleteWithResource(const VRAssetResource& resource,
                                          const VRAssetRef& originalAsset,
                                          const CompletionOnMainThread& completionOnInternalThread);
 
+    // _videoAssetErrorDetails:targetFormat:options:bitrate:size:displacement:extra:: `extra`
+    // with the source movie's format, tracks and their properties and the job's target, as
+    // text for a human reader (the report mail's attachment).
+    static platform::PlistDictionary _videoAssetErrorDetails(
+        const AVAssetRef& asset, const VRFormat& targetFormat, const VRSizeOptions& options,
+        std::int64_t bitrate, CGSize size, CGPoint displacement,
+        const platform::PlistDictionary& extra);
+    // The error a video job's ending becomes: state 1 gives code 17 when the job's error is a
+    // full disk (AVFoundationErrorDomain -11807, at any depth of a VRError) and code 3
+    // otherwise, both with `details`; state 4 (no video track) gives code 1; anything else none.
+    static VRErrorRef _videoJobError(std::int64_t state, const platform::ErrorRef& error,
+                                     const std::function<platform::PlistDictionary()>& details);
+    // The running video jobs, under their output names.
+    std::size_t videoResizerCount() const;
+
   private:
     VRProcessor();
+    // The video stage once the movie is there (or not).
+    void _videoStageWithAVAsset(const AVAssetRef& movie, const VRAssetRef& asset, bool paired,
+                                const VXTemplateRef& tpl, const VRAdjustAssetStateRef& adjustState,
+                                CGSize size, CGSize pairedResizeSize, double startTime,
+                                ProgressionOnInternalThread progression,
+                                CompletionOnInternalThread completion);
+    void _cancelVideoJobs();
     void _startPhotoStage(const VRAssetRef& asset, const VXTemplateRef& tpl,
                           const VRAdjustAssetStateRef& adjustState, CGSize size, double startTime,
                           CompletionOnInternalThread completion);
@@ -101,4 +132,8 @@ class VRProcessor {
     std::unique_ptr<platform::OperationQueue> _thumbnailQueue;
     std::once_flag _thumbnailQueueMade;
     std::atomic<double> _processingStartTime{0.0};
+    // videoResizers (opaque jobs of LegacyManager) and videoMixers, which no flow fills.
+    mutable std::mutex _videoJobsMutex;
+    std::map<std::string, std::any> _videoResizers;
+    std::map<std::string, std::shared_ptr<VRVideoMixer>> _videoMixers;
 };

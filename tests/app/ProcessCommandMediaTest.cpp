@@ -194,7 +194,7 @@ TEST(ProcessCommandMedia, FailuresStopTheRunWithTheirWords) {
          "bad.jpg: Unable to save media to photo library. A problem may occur when not enough "
          "free space or format is not supported."},
         {"'" + home.path("gone.jpg") + "'", 1, "Unable to load media for processing."},
-        {"'" + movie + "'", 1, "(Videos are not processed by this build yet)"},
+        {"'" + movie + "'", 1, "clip.mov: Unable to unwarp media."},
         {"--rotate 45 '" + good + "'", 2, "--rotate 45"},
         {"--fill red '" + good + "'", 2, "--fill red"},
         {"--shift 3 '" + good + "'", 2, "--shift 3"},
