@@ -6,6 +6,9 @@
 #include <cstdint>
 #include <string>
 
+// The movie file types (AVFileType...) are the media framework's names.
+#include "platform/AVMediaFormat.h"
+
 inline constexpr const char* kUTTypeJPEG = "public.jpeg";
 inline constexpr const char* kUTTypePNG = "public.png";
 inline constexpr const char* kUTTypeGIF = "com.compuserve.gif";
@@ -16,9 +19,6 @@ inline constexpr const char* kUTTypeImage = "public.image";
 inline constexpr const char* kUTTypeMovie = "public.movie";
 inline constexpr const char* kUTTypeQuickTimeMovie = "com.apple.quicktime-movie";
 inline constexpr const char* kUTTypeMPEG4 = "public.mpeg-4";
-inline constexpr const char* AVFileTypeAppleM4V = "com.apple.m4v-video";
-inline constexpr const char* AVFileType3GPP = "public.3gpp";
-inline constexpr const char* AVFileType3GPP2 = "public.3gpp2";
 
 namespace TypeIdentifiers {
 

@@ -160,7 +160,11 @@ CGSize imageSizeWithImageProperties(const platform::PlistDictionary& properties)
         auto it = properties.find(key);
         return it == properties.end() ? 0.0 : it->second.doubleValue();
     };
-    return {side("PixelWidth"), side("PixelHeight")};
+    // EXIF orientations 5 to 8 turn the picture by a quarter.
+    const double orientation = side("Orientation");
+    const bool turned = orientation >= 5 && orientation <= 8;
+    return turned ? CGSize{side("PixelHeight"), side("PixelWidth")}
+                  : CGSize{side("PixelWidth"), side("PixelHeight")};
 }
 
 }  // namespace VXHelper

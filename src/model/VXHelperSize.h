@@ -61,7 +61,8 @@ CGSize absoluteSizeWithSizeEntry(const VRSizeEntry& entry, CGSize targetSize,
 // Two boxed doubles, and back; fewer than 2 elements give (0, 0).
 platform::PlistArray sizeArrayWithSize(CGSize size);
 CGSize sizeWithSizeArray(const platform::PlistArray& array);
-// Pixel width and height of an image-properties dictionary ("PixelWidth", "PixelHeight").
+// Pixel width and height of an image-properties dictionary ("PixelWidth", "PixelHeight"),
+// exchanged when "Orientation" is 5, 6, 7 or 8; a missing side is 0.
 CGSize imageSizeWithImageProperties(const platform::PlistDictionary& properties);
 
 }  // namespace VXHelper

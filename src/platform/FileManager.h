@@ -42,6 +42,9 @@ class FileManager {
     static bool setExcludedFromBackup(const std::string& path, ErrorRef* error = nullptr);
     static bool isExcludedFromBackup(const std::string& path);
 
+    // NSURLCreationDateKey: the birth time of the item (statx), absent when the file system
+    // doesn't record one or the item can't be read.
+    static std::optional<PlistDate> creationDateOfItemAtPath(const std::string& path);
     // Free bytes for an unprivileged user on the file system holding `path` (statvfs);
     // absent when it can't be read.
     static std::optional<std::uint64_t> freeDiskSpaceAtPath(const std::string& path);

@@ -186,6 +186,14 @@ TEST(VXHelperSize, SizeArraysAndImageProperties) {
                   {{"PixelWidth", PlistValue(4032)}, {"PixelHeight", PlistValue(3024)}}),
               (CGSize{4032, 3024}));
     EXPECT_EQ(imageSizeWithImageProperties({{"PixelWidth", PlistValue(10)}}), (CGSize{10, 0}));
+    for (int orientation = 1; orientation <= 9; ++orientation) {
+        const bool turned = orientation >= 5 && orientation <= 8;
+        EXPECT_EQ(imageSizeWithImageProperties({{"PixelWidth", PlistValue(40)},
+                                                {"PixelHeight", PlistValue(30)},
+                                                {"Orientation", PlistValue(orientation)}}),
+                  turned ? (CGSize{30, 40}) : (CGSize{40, 30}))
+            << orientation;
+    }
 }
 
 TEST(SizeGeometry, SidesScalingAndRounding) {

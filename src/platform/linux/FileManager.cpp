@@ -269,6 +269,14 @@ bool FileManager::isExcludedFromBackup(const std::string& path) {
     return n >= 0 && std::string(value, static_cast<std::size_t>(n)) == kBackupExcluded;
 }
 
+std::optional<PlistDate> FileManager::creationDateOfItemAtPath(const std::string& path) {
+    struct statx info {};
+    if (::statx(AT_FDCWD, path.c_str(), 0, STATX_BTIME, &info) != 0) return std::nullopt;
+    if (!(info.stx_mask & STATX_BTIME)) return std::nullopt;
+    return PlistDate::fromTimeIntervalSince1970(static_cast<double>(info.stx_btime.tv_sec) +
+                                                info.stx_btime.tv_nsec / 1e9);
+}
+
 std::optional<std::uint64_t> FileManager::freeDiskSpaceAtPath(const std::string& path) {
     struct statvfs info {};
     if (::statvfs(path.c_str(), &info) != 0) return std::nullopt;

@@ -1,0 +1,58 @@
+#include "photo/VRImage.h"
+
+#include "model/VROrientation.h"
+#include "photo/VRImageProcessor.h"
+#include "platform/ImageSource.h"
+#include "platform/Log.h"
+
+std::shared_ptr<VRImage> VRImage::imageWithData(std::vector<std::uint8_t> bytes) {
+    platform::ErrorRef error;
+    auto source = platform::ImageSource::createWithData(std::move(bytes), &error);
+    if (!source) {
+        platform::logf("~~ IMAGE: no image from data: %s",
+                       error ? error->localizedDescription().c_str() : "unknown");
+        return nullptr;
+    }
+    std::shared_ptr<VRImage> image(new VRImage());
+    image->_storedSize = {double(source->pixelWidth()), double(source->pixelHeight())};
+    if (auto properties = VRImageProcessor::propertiesOfImageSource(*source))
+        image->_orientation = properties->orientation().value_or(0);
+    image->_source = std::move(source);
+    return image;
+}
+
+std::shared_ptr<VRImage> VRImage::imageWithCGImage(platform::Bitmap bitmap, double scale,
+                                                   std::int64_t imageOrientation) {
+    std::shared_ptr<VRImage> image(new VRImage());
+    image->_storedSize = {double(bitmap.width()), double(bitmap.height())};
+    image->_bitmap = std::move(bitmap);
+    image->_scale = scale > 0 ? scale : 1;
+    image->_orientation = imageOrientation >= 0 && imageOrientation <= 7 ? imageOrientation : 0;
+    return image;
+}
+
+const platform::Bitmap& VRImage::cgImage() const {
+    if (!_bitmap) {
+        platform::ErrorRef error;
+        _bitmap = _source ? _source->createImageAtIndex(0, &error) : std::nullopt;
+        if (!_bitmap) {
+            platform::logf("~~ IMAGE: decoding failed: %s",
+                           error ? error->localizedDescription().c_str() : "no source");
+            _bitmap = platform::Bitmap();
+        }
+        // The encoded bytes are not needed once the pixels are there.
+        _source.reset();
+    }
+    return *_bitmap;
+}
+
+CGSize VRImage::size() const {
+    const bool turned = VROrientation::orientationWithImageOrientation(_orientation).isRotated();
+    const CGSize s = turned ? CGSize{_storedSize.height, _storedSize.width} : _storedSize;
+    return {s.width / _scale, s.height / _scale};
+}
+
+CGSize VRImage::pixelSize() const {
+    const CGSize s = size();
+    return {s.width * _scale, s.height * _scale};
+}

@@ -1,0 +1,60 @@
+#include "photo/VRImageProcessor.h"
+
+#include "platform/ImagePropertyKeys.h"
+#include "platform/ImageSource.h"
+
+namespace {
+
+using platform::PlistDictionary;
+using platform::PlistValue;
+
+std::optional<CGSize> sizeOf(const PlistDictionary& d, const char* widthKey,
+                             const char* heightKey) {
+    auto w = d.find(widthKey), h = d.find(heightKey);
+    if (w == d.end() || h == d.end() || !w->second.isNumber() || !h->second.isNumber())
+        return std::nullopt;
+    return CGSize{w->second.doubleValue(), h->second.doubleValue()};
+}
+
+const PlistValue& valueOf(const PlistDictionary& d, const char* key) {
+    static const PlistValue null;
+    auto it = d.find(key);
+    return it == d.end() ? null : it->second;
+}
+
+}  // namespace
+
+std::optional<CGSize> VRImageProcessor::ImageProperties::size() const {
+    using namespace platform;
+    if (auto s = sizeOf(_properties, kCGImagePropertyPixelWidth, kCGImagePropertyPixelHeight))
+        return s;
+    if (auto s = sizeOf(_properties, kCGImagePropertyWidth, kCGImagePropertyHeight)) return s;
+    if (const PlistDictionary* exif =
+            valueOf(_properties, kCGImagePropertyExifDictionary).dictionary())
+        return sizeOf(*exif, kCGImagePropertyExifPixelXDimension,
+                      kCGImagePropertyExifPixelYDimension);
+    return std::nullopt;
+}
+
+std::optional<std::int64_t> VRImageProcessor::ImageProperties::orientation() const {
+    using namespace platform;
+    const PlistValue* value = &valueOf(_properties, kCGImagePropertyOrientation);
+    if (value->isNull())
+        value =
+            &valueOf(_properties, kCGImagePropertyTIFFDictionary)[kCGImagePropertyTIFFOrientation];
+    if (!value->isNumber()) return std::nullopt;
+    return imageOrientationForExifOrientation(value->integerValue());
+}
+
+std::optional<VRImageProcessor::ImageProperties> VRImageProcessor::propertiesOfImageSource(
+    const platform::ImageSource& source) {
+    auto properties = source.copyPropertiesAtIndex(0);
+    if (!properties) return std::nullopt;
+    return ImageProperties(std::move(*properties));
+}
+
+std::int64_t VRImageProcessor::imageOrientationForExifOrientation(std::int64_t exif) {
+    // EXIF 1...8 -> up, upMirrored, down, downMirrored, leftMirrored, right, rightMirrored, left.
+    static constexpr std::int64_t kTable[9] = {0, 0, 4, 1, 5, 6, 3, 7, 2};
+    return exif >= 1 && exif <= 8 ? kTable[exif] : 0;
+}

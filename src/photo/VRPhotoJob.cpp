@@ -1,0 +1,99 @@
+#include "photo/VRPhotoJob.h"
+
+#include "model/VRSizeResolver.h"
+#include "photo/ImageDrawing.h"
+#include "photo/ImageFileWriting.h"
+#include "photo/VRImage.h"
+#include "photo/VRImageProcessor.h"
+#include "platform/ImageSource.h"
+#include "platform/Log.h"
+#include "storage/VRSettings2.h"
+#include "storage/VXHelperFiles.h"
+
+namespace {
+
+using platform::PlistDictionary;
+
+// Step 3: the properties of image 0, read without decoding pixels.
+std::optional<PlistDictionary> metadataOfData(const std::vector<std::uint8_t>& data) {
+    auto source = platform::ImageSource::createWithData(data);
+    if (!source) return std::nullopt;
+    return source->copyPropertiesAtIndex(0);
+}
+
+VRResolveRequest requestFor(const VRPhotoJob& job, const VRImage* image,
+                            const std::string& typeIdentifier) {
+    VRResolveRequest request;
+    request.mediaType = VRFormatMediaTypePhoto;
+    request.sizeEntry =
+        job.tpl->sizeEntryForMediaType(VRFormatMediaTypePhoto).value_or(VRSizeEntry());
+    request.options =
+        job.tpl->optionsForMediaType(VRFormatMediaTypePhoto).value_or(VRSizeOptions{});
+    request.format = job.tpl->formatForMediaType(VRFormatMediaTypePhoto);
+    request.sourceSize = image ? image->pixelSize() : CGSizeZero;
+    request.sourceOrientation = VROrientation::orientationWithImageOrientation(
+        image ? image->imageOrientation() : VROrientation::up);
+    request.adjustState = job.adjustState;
+    if (job.hasExplicitSize) request.explicitSize = job.size;
+    request.photoCompression = static_cast<float>(job.compression);
+    request.sourceTypeIdentifier = typeIdentifier;
+    request.defaultPhotoColor = VRSettings2::defaultPhotoColor();
+    request.limits = VRDeviceLimits::currentDevice();
+    return request;
+}
+
+bool isStale(double startTime) {
+    return VRProcessor::mainProcessor()._isProcessingStartTimeInvalid(startTime);
+}
+
+}  // namespace
+
+void VRPhotoJob::processImageData(std::optional<std::vector<std::uint8_t>> data,
+                                  const std::string& typeIdentifier) const {
+    const auto mediaType = VRFormatMediaTypePhoto;
+    const std::string filename = VRProcessor::mainProcessor()._filenameOfAsset(*asset);
+    if (!data || data->empty())
+        return completion(std::nullopt, mediaType, std::nullopt, VRError::errorWithCode(1));
+
+    std::optional<PlistDictionary> metadata = metadataOfData(*data);
+    // The pixels come from a second, independent opening of the same bytes, which then own them.
+    VRImageRef image = VRImage::imageWithData(std::move(*data));
+    data.reset();
+
+    const VRResolvedOutput output =
+        VXHelper::resolveOutput(requestFor(*this, image.get(), typeIdentifier));
+    if (output.limitExceeded)
+        return completion(std::nullopt, mediaType, std::nullopt, output.limitExceeded->error());
+    if (isStale(startTime)) return completion(std::nullopt, mediaType, std::nullopt, nullptr);
+
+    VRImageRef drawn;
+    {
+        // The decoded source lives only in this scope.
+        std::optional<platform::Bitmap> bitmap;
+        if (image) {
+            const std::int64_t orientation = output.drawingOrientation.imageOrientation();
+            bitmap = VRRenderCGImage(image->cgImage(), orientation, platform::kCGInterpolationHigh,
+                                     output.fillColor, output.drawingArrangement, image->scale(), 0,
+                                     CGRect{}, output.imageFrame.size, output.imageFrame.origin);
+        }
+        if (bitmap)
+            drawn =
+                VRImage::imageWithCGImage(std::move(*bitmap), image->scale(), VROrientation::up);
+        image.reset();
+    }
+    if (isStale(startTime)) return completion(std::nullopt, mediaType, std::nullopt, nullptr);
+
+    VRProcessor::mainProcessor()._updateMetadata(metadata, output.format.type(), creationDate,
+                                                 drawn ? drawn->pixelSize() : CGSizeZero);
+    const std::string path = VXHelper::pathWithFilename(filename, output.format.extension());
+    platform::ErrorRef error;
+    const platform::Bitmap none;
+    if (!VRWriteImageFile(drawn ? drawn->cgImage() : none, VROrientation::up, output.format, path,
+                          metadata, &error)) {
+        platform::logf("~~ PHOTO: writing %s failed: %s", path.c_str(),
+                       error ? error->description().c_str() : "no image");
+        return completion(std::nullopt, mediaType, std::nullopt, VRError::errorWithCode(2));
+    }
+    VXHelper::excludeURLFromBackup(path);
+    completion(path, mediaType, output.outputSize, nullptr);
+}

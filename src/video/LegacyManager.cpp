@@ -1,0 +1,51 @@
+#include "video/LegacyManager.h"
+
+#include <memory>
+
+#include "storage/VRSettings.h"
+#include "storage/VRSettings2.h"
+#include "video/VRVideoResizer2.h"
+
+std::any LegacyManager::videoResizeWithVideoAsset(
+    AVAssetRef asset, const std::string& identifier, const VRFormat& format, CGRect frame,
+    std::int64_t arrangement, std::int64_t bitrate, std::int64_t codecType,
+    const std::optional<VROrientation>& orientation, const std::optional<VRColor>& fillColor,
+    bool copyLocation, std::function<void(double)> progressionOnInternalThread,
+    VideoCompletion completionOnInternalThread) {
+    VRVideoResizeOptions options;
+    options.fileFormat = format;
+    options.jpegCompression = static_cast<float>(VRSettings::photoJPEGCompression() / 100.0);
+    options.imageFrame = frame;
+    options.imageArrangement = static_cast<VRImageArrangement>(arrangement);
+    options.bitrate = bitrate;
+    options.codecType = codecType;
+    options.orientation = orientation;
+    options.fillColor = fillColor;
+    options.metadataOptions = VRVideoMetadataOptions{copyLocation};
+
+    auto resizer = VRVideoResizer2::resizerWithAsset(std::move(asset), identifier, options);
+    resizer->resize(
+        std::move(progressionOnInternalThread),
+        [completion = std::move(completionOnInternalThread)](const std::optional<std::string>& url,
+                                                             VRVideoResizeStatus status,
+                                                             const platform::ErrorRef& error) {
+            if (!completion) return;
+            const bool finished = status == VRVideoResizeStatus::finished;
+            completion(finished ? url : std::nullopt, static_cast<std::int64_t>(status), error);
+        });
+    return resizer;
+}
+
+void LegacyManager::videoResizerCancel(const std::any& object) {
+    if (const auto* resizer = std::any_cast<std::shared_ptr<VRVideoResizer2>>(&object)) {
+        if (*resizer) (*resizer)->cancel();
+    }
+}
+
+std::optional<VRColor> LegacyManager::defaultPhotoColor() {
+    return VRSettings2::defaultPhotoColor();
+}
+
+std::optional<VRColor> LegacyManager::defaultVideoColor() {
+    return VRSettings2::defaultVideoColor();
+}

@@ -1,0 +1,243 @@
+#include <gtest/gtest.h>
+
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <thread>
+
+#include "photo/PhotoSupport.h"
+
+using nlohmann::json;
+using photo_test::quadrants;
+using photo_test::run;
+using photo_test::vipsSize;
+using testing_support::TestHome;
+
+namespace {
+
+struct Outcome {
+    int exitCode;
+    std::string out;
+    std::string err;
+};
+
+// Standard input is empty (not a terminal), so the command never asks.
+Outcome unwarp(const TestHome& home, const std::string& arguments) {
+    const std::string errPath = home.path("stderr.txt");
+    Outcome o;
+    o.exitCode =
+        testing_support::runCommand(std::string("'") + UNWARP_BINARY + "' --home '" + home.root() +
+                                        "' " + arguments + " 2>'" + errPath + "' </dev/null",
+                                    &o.out);
+    std::ifstream in(errPath, std::ios::binary);
+    o.err.assign(std::istreambuf_iterator<char>(in), {});
+    return o;
+}
+
+std::vector<json> lines(const std::string& text) {
+    std::vector<json> objects;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);)
+        objects.push_back(json::parse(line, nullptr, false));
+    return objects;
+}
+
+std::vector<std::string> filesIn(const std::string& folder) {
+    std::vector<std::string> names;
+    std::error_code ec;
+    for (const auto& e : std::filesystem::directory_iterator(folder, ec))
+        names.push_back(e.path().filename().string());
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+TEST(ProcessCommandMedia, ResultsGoToTheOutputFolderWithOneJsonObjectALine) {
+    TestHome home;
+    const std::string a = quadrants(home, "a.jpg", 120, 90);
+    const std::string b = quadrants(home, "b.png", 90, 120);
+    std::filesystem::create_directory(home.path("out"));
+    Outcome o = unwarp(home, "process --template ig-square --json --out '" + home.path("out") +
+                                 "' '" + a + "' '" + b + "'");
+    ASSERT_EQ(o.exitCode, 0) << o.err;
+    auto objects = lines(o.out);
+    ASSERT_EQ(objects.size(), 2u) << o.out;
+    EXPECT_EQ(objects[0]["source"], a);
+    EXPECT_EQ(objects[0]["output"], home.path("out/a.jpg"));
+    EXPECT_EQ(objects[0]["mediaType"], 1);
+    EXPECT_EQ(objects[0]["width"], 1080);
+    EXPECT_EQ(objects[0]["height"], 1080);
+    EXPECT_EQ(objects[0]["format"], "JPEG");
+    EXPECT_EQ(objects[1]["output"], home.path("out/b.jpg"));
+    EXPECT_EQ(filesIn(home.path("out")), (std::vector<std::string>{"a.jpg", "b.jpg"}));
+    EXPECT_EQ(vipsSize(home.path("out/b.jpg")), "1080x1080");
+    EXPECT_TRUE(filesIn(home.path("documents")).empty());
+    EXPECT_NE(o.err.find("[2/2]"), std::string::npos) << o.err;
+}
+
+TEST(ProcessCommandMedia, AdjustmentsReachThePixels) {
+    TestHome home;
+    const std::string a = quadrants(home, "a.png", 100, 50);
+    std::filesystem::create_directory(home.path("out"));
+    struct Case {
+        std::string flags;
+        std::string corners;
+        std::string size;
+    };
+    const std::vector<Case> cases = {
+        {"", "RGBW", "100x50"},
+        {"--flip-h", "GRWB", "100x50"},
+        {"--flip-v", "BWRG", "100x50"},
+        {"--rotate 90", "BRWG", "50x100"},
+        {"--rotate -90", "GWRB", "50x100"},
+        {"--rotate 180 --flip-h", "BWRG", "100x50"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.flags);
+        Outcome o = unwarp(home, "process --template uw-133 --out '" + home.path("out") + "' " +
+                                     c.flags + " '" + a + "'");
+        ASSERT_EQ(o.exitCode, 0) << o.err;
+        const std::string out = home.path("out/a.png");
+        auto pixels = photo_test::decode(out);
+        ASSERT_TRUE(pixels);
+        EXPECT_EQ(photo_test::corners(*pixels), c.corners);
+        // uw-133 widens by 1.33 whatever the turn (Smart size follows the shape).
+        EXPECT_EQ(vipsSize(out), c.size == "100x50" ? "133x50" : "50x133");
+    }
+    // A fill colour shows in the margins of a fit template.
+    Outcome o = unwarp(home, "process --template ig-square-fit --fill '#0000FF' --out '" +
+                                 home.path("out") + "' '" + a + "'");
+    ASSERT_EQ(o.exitCode, 0) << o.err;
+    auto fit = photo_test::decode(home.path("out/a.jpg"));
+    ASSERT_TRUE(fit);
+    EXPECT_EQ(photo_test::colourAt(*fit, 540, 40), 'B');
+    EXPECT_EQ(photo_test::colourAt(*fit, 540, 1040), 'B');
+}
+
+TEST(ProcessCommandMedia, TheLimitIsRefusedWithTheQuestionOrTakenWithYes) {
+    TestHome home;
+    const std::string wide = home.path("wide.png");
+    run("convert -size 7000x10 xc:gray '" + wide + "'");
+    const std::string out = home.path("out");
+    std::filesystem::create_directory(out);
+    const std::string result = home.path("out/wide.png");
+    const std::string command = "process --template uw-133 --out '" + out + "' ";
+    // uw-133 makes 9310 x 10, above 8192 on a side.
+    Outcome refused = unwarp(home, command + "'" + wide + "'");
+    EXPECT_EQ(refused.exitCode, 1);
+    EXPECT_NE(refused.err.find("Target size 9310 x 10 px exceeds maximum supported size. Would "
+                               "you like to proceed using smaller size 8192 x 9 px?"),
+              std::string::npos)
+        << refused.err;
+    EXPECT_FALSE(std::filesystem::exists(result));
+
+    Outcome json1 = unwarp(home, command + "--json '" + wide + "'");
+    EXPECT_EQ(json1.exitCode, 1);
+    auto objects = lines(json1.out);
+    ASSERT_EQ(objects.size(), 1u);
+    EXPECT_EQ(objects[0]["error"]["code"], 5);
+    EXPECT_EQ(objects[0]["error"]["userInfo"]["VRErrorUserInfoCorrectingSizesKey"],
+              json::parse("[[8192.0, 9.0]]"));
+
+    Outcome yes = unwarp(home, command + "--yes '" + wide + "'");
+    EXPECT_EQ(yes.exitCode, 0) << yes.err;
+    EXPECT_EQ(vipsSize(result), "8192x9");
+
+    // The setting switched off takes the correction too.
+    std::filesystem::remove(result);
+    ASSERT_EQ(unwarp(home, "settings set isNotifyExceedingMaxSizeEnabled false").exitCode, 0);
+    Outcome quiet = unwarp(home, command + "'" + wide + "'");
+    EXPECT_EQ(quiet.exitCode, 0) << quiet.err;
+    EXPECT_EQ(vipsSize(result), "8192x9");
+}
+
+TEST(ProcessCommandMedia, AResultNeverReplacesItsSource) {
+    TestHome home;
+    const std::string source = quadrants(home, "IMG_1.png", 40, 30);
+    const std::string before = photo_test::run("md5sum < '" + source + "'");
+    Outcome same =
+        unwarp(home, "process --template uw-133 --out '" + home.root() + "' '" + source + "'");
+    EXPECT_EQ(same.exitCode, 1);
+    EXPECT_NE(same.err.find("would replace its source"), std::string::npos) << same.err;
+    EXPECT_EQ(photo_test::run("md5sum < '" + source + "'"), before);
+    EXPECT_TRUE(filesIn(home.path("documents")).empty());
+    // With the suffix on, the result lies beside its source.
+    ASSERT_EQ(unwarp(home, "settings set isOriginalFilenameSuffixEnabled true").exitCode, 0);
+    Outcome beside =
+        unwarp(home, "process --template uw-133 --out '" + home.root() + "' '" + source + "'");
+    EXPECT_EQ(beside.exitCode, 0) << beside.err;
+    EXPECT_EQ(vipsSize(home.path("IMG_1-uwrp.png")), "53x30");
+    EXPECT_EQ(photo_test::run("md5sum < '" + source + "'"), before);
+}
+
+TEST(ProcessCommandMedia, FailuresStopTheRunWithTheirWords) {
+    TestHome home;
+    const std::string good = quadrants(home, "good.jpg", 40, 30);
+    const std::string bad = home.path("bad.jpg");
+    std::ofstream(bad) << "not a picture";
+    const std::string movie = home.path("clip.mov");
+    std::ofstream(movie) << "not a movie either";
+    std::filesystem::create_directory(home.path("out"));
+    struct Case {
+        std::string arguments;
+        int exitCode;
+        std::string words;
+    };
+    const std::vector<Case> cases = {
+        {"'" + bad + "' '" + good + "'", 1,
+         "bad.jpg: Unable to save media to photo library. A problem may occur when not enough "
+         "free space or format is not supported."},
+        {"'" + home.path("gone.jpg") + "'", 1, "Unable to load media for processing."},
+        {"'" + movie + "'", 1, "clip.mov: Unable to unwarp media."},
+        {"--rotate 45 '" + good + "'", 2, "--rotate 45"},
+        {"--fill red '" + good + "'", 2, "--fill red"},
+        {"--shift 3 '" + good + "'", 2, "--shift 3"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.arguments);
+        Outcome o =
+            unwarp(home, "process --template uw-133 --out '" + home.root() + "' " + c.arguments);
+        EXPECT_EQ(o.exitCode, c.exitCode);
+        EXPECT_NE(o.err.find(c.words), std::string::npos) << o.err;
+        // The run stopped at the failing file: the good one after it was not made.
+        EXPECT_TRUE(filesIn(home.path("out")).empty());
+    }
+    EXPECT_EQ(unwarp(home, "process --template no-such '" + good + "'").exitCode, 2);
+    EXPECT_EQ(unwarp(home, "process --template uw-133 --out '" + home.path("nowhere") + "' '" +
+                               good + "'")
+                  .exitCode,
+              2);
+}
+
+TEST(ProcessCommandMedia, InterruptCancelsAndLeavesNoFile) {
+    TestHome home;
+    // uw-200 makes an 8000 x 4000 PNG of noise: long enough to be interrupted at work.
+    const std::string source = home.path("big.png");
+    run("convert -size 4000x4000 xc:gray -seed 1 +noise Random '" + source + "'");
+    std::filesystem::create_directory(home.path("out"));
+    const std::string root = home.root(), out = home.path("out");
+    const pid_t pid = fork();
+    ASSERT_GE(pid, 0);
+    if (pid == 0) {
+        if (!freopen("/dev/null", "w", stdout) || !freopen("/dev/null", "w", stderr)) _exit(126);
+        execl(UNWARP_BINARY, UNWARP_BINARY, "--home", root.c_str(), "process", "--template",
+              "uw-200", "--out", out.c_str(), source.c_str(), static_cast<char*>(nullptr));
+        _exit(127);
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(400));
+    kill(pid, SIGINT);
+    int status = 0;
+    waitpid(pid, &status, 0);
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 130);
+    EXPECT_TRUE(filesIn(out).empty());
+    EXPECT_TRUE(filesIn(home.path("documents")).empty());
+}
+
+}  // namespace

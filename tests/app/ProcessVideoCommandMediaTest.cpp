@@ -1,0 +1,122 @@
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <nlohmann/json.hpp>
+#include <thread>
+
+#include "platform/MediaTestSupport.h"
+
+using nlohmann::json;
+using testing_support::TestHome;
+
+namespace {
+
+struct Outcome {
+    int exitCode;
+    std::string out;
+    std::string err;
+};
+
+Outcome unwarp(const TestHome& home, const std::string& arguments) {
+    const std::string errPath = home.path("stderr.txt");
+    Outcome o;
+    o.exitCode =
+        testing_support::runCommand(std::string("'") + UNWARP_BINARY + "' --home '" + home.root() +
+                                        "' " + arguments + " 2>'" + errPath + "' </dev/null",
+                                    &o.out);
+    std::ifstream in(errPath, std::ios::binary);
+    o.err.assign(std::istreambuf_iterator<char>(in), {});
+    return o;
+}
+
+std::vector<std::string> filesIn(const std::string& folder) {
+    std::vector<std::string> names;
+    std::error_code ec;
+    for (const auto& e : std::filesystem::directory_iterator(folder, ec))
+        names.push_back(e.path().filename().string());
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+// A movie through "Unwarp 1.33x" and a Live Photo pair: every result in the output folder at
+// its exact size, the Live Photo's movie beside its still, nothing left in the program's own
+// folders.
+TEST(ProcessVideoCommandMedia, MoviesAndLivePhotos) {
+    TestHome home;
+    const std::string clip = media_test::makeMovie(
+        home, "clip.mov",
+        "-f lavfi -i testsrc2=size=160x90:rate=25 -f lavfi -i sine=sample_rate=48000 -t 0.4 "
+        "-c:v libx264 -pix_fmt yuv420p -c:a aac");
+    ASSERT_FALSE(clip.empty());
+    const std::string still = home.path("still.jpg");
+    ASSERT_EQ(
+        testing_support::runCommand("convert -size 400x300 gradient:red-blue '" + still + "'"), 0);
+    std::filesystem::create_directory(home.path("out"));
+    const std::string out = home.path("out");
+
+    Outcome movie =
+        unwarp(home, "process --template uw-133 --json --out '" + out + "' '" + clip + "'");
+    ASSERT_EQ(movie.exitCode, 0) << movie.err;
+    json line = json::parse(movie.out, nullptr, false);
+    EXPECT_EQ(line["output"], home.path("out/clip.mov"));
+    EXPECT_EQ(line["mediaType"], 2);
+    EXPECT_EQ(line["width"], 212);
+    EXPECT_EQ(line["height"], 90);
+    EXPECT_TRUE(media_test::has(
+        media_test::probe(home.path("out/clip.mov"), "-select_streams v -show_streams"),
+        "width=212\nheight=90"));
+
+    ASSERT_EQ(unwarp(home, "settings set livePhotoEnabled true").exitCode, 0);
+    ASSERT_EQ(unwarp(home, "settings set isAutoSaveEnabled true").exitCode, 0);
+    Outcome live = unwarp(home, "process --template uw-133 --json --out '" + out + "' --live '" +
+                                    still + "' '" + clip + "'");
+    ASSERT_EQ(live.exitCode, 0) << live.err;
+    line = json::parse(live.out, nullptr, false);
+    EXPECT_EQ(line["output"], home.path("out/still.jpg"));
+    EXPECT_EQ(line["pairedOutput"], home.path("out/still.mov"));
+    EXPECT_TRUE(media_test::has(
+        media_test::probe(home.path("out/still.mov"), "-show_entries stream=width,height"),
+        "width=532\nheight=300"));
+    EXPECT_EQ(filesIn(out), (std::vector<std::string>{"clip.mov", "still.jpg", "still.mov"}));
+    EXPECT_TRUE(filesIn(home.path("documents/_vrtempvideodir")).empty());
+
+    EXPECT_EQ(
+        unwarp(home, "process --template uw-133 --live '" + clip + "' '" + still + "'").exitCode,
+        2);
+    EXPECT_EQ(unwarp(home, "process --template uw-133").exitCode, 2);
+}
+
+// Ctrl-C while a movie is being encoded cancels the job: exit code 130 and no partial file.
+TEST(ProcessVideoCommandMedia, InterruptCancelsTheJobAndLeavesNoFile) {
+    TestHome home;
+    const std::string clip = media_test::makeMovie(
+        home, "long.mov",
+        "-f lavfi -i testsrc2=size=640x360:rate=25 -t 20 -c:v libx264 -preset ultrafast");
+    ASSERT_FALSE(clip.empty());
+    std::filesystem::create_directory(home.path("out"));
+    const std::string root = home.root(), out = home.path("out");
+    const pid_t pid = fork();
+    ASSERT_GE(pid, 0);
+    if (pid == 0) {
+        if (!freopen("/dev/null", "w", stdout) || !freopen("/dev/null", "w", stderr)) _exit(126);
+        execl(UNWARP_BINARY, UNWARP_BINARY, "--home", root.c_str(), "process", "--template",
+              "uw-133", "--out", out.c_str(), clip.c_str(), static_cast<char*>(nullptr));
+        _exit(127);
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(800));
+    kill(pid, SIGINT);
+    int status = 0;
+    waitpid(pid, &status, 0);
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 130);
+    EXPECT_TRUE(filesIn(out).empty());
+    EXPECT_TRUE(filesIn(home.path("documents/_vrtempvideodir")).empty());
+}
+
+}  // namespace
