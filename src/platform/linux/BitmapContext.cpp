@@ -354,6 +354,10 @@ struct Band {
 
     const AlignedDraw* d;
     std::size_t Y0, Y1;
+    // The part of O that zimg sees as its whole source (see `sourceWindow`).
+    struct {
+        std::size_t left = 0, top = 0, width = 0, height = 0;
+    } window;
     zimg_image_buffer_const in{};
     zimg_image_buffer out{};
     std::vector<std::uint16_t> scratch;
@@ -446,7 +450,7 @@ struct Band {
 
     int unpack(unsigned i, unsigned left, unsigned right) {
         std::ptrdiff_t step = 0;
-        const std::uint8_t* px = d->pixel(left, i, step);
+        const std::uint8_t* px = d->pixel(left + window.left, i + window.top, step);
         switch (d->input) {
             case AlignedDraw::Input::Bytes:
                 unpackBytes(px, step, i, left, right);
@@ -549,6 +553,33 @@ struct Band {
     }
 
     bool run(std::string& why) noexcept;
+
+    // zimg buffers its input from the first row of its source, so a band whose rows begin
+    // halfway down would hold half the picture. Its source is cut to the rows and columns
+    // that its filter taps reach, with a margin: taps still read real neighbours everywhere
+    // but at the picture's own edges, and the result is that of the whole source.
+    void sourceWindow() {
+        const AlignedDraw& draw = *d;
+        double reach = draw.quality == kCGInterpolationNone   ? 1
+                       : draw.quality == kCGInterpolationLow  ? 1
+                       : draw.quality == kCGInterpolationHigh ? 3
+                                                              : 2;
+        auto cut = [&](double first, double last, double k, std::size_t size, std::size_t& from,
+                       std::size_t& count) {
+            double margin = std::ceil(reach * std::max(1.0, 1.0 / k)) + 2;
+            double lo = std::clamp(std::floor(first - margin), 0.0, static_cast<double>(size));
+            double hi = std::clamp(std::ceil(last + margin), lo, static_cast<double>(size));
+            from = static_cast<std::size_t>(lo);
+            count = std::max<std::size_t>(1, static_cast<std::size_t>(hi - lo));
+            if (from + count > size) from = size - count;
+        };
+        cut((static_cast<double>(draw.X0) - draw.ox) / draw.kx,
+            (static_cast<double>(draw.X1) - draw.ox) / draw.kx, draw.kx, draw.oWidth, window.left,
+            window.width);
+        cut((static_cast<double>(Y0) - draw.oy) / draw.ky,
+            (static_cast<double>(Y1) - draw.oy) / draw.ky, draw.ky, draw.oHeight, window.top,
+            window.height);
+    }
 };
 
 zimg_resample_filter_e filterFor(CGInterpolationQuality quality, double& a, double& b) {
@@ -573,8 +604,9 @@ bool Band::run(std::string& why) noexcept try {
     zimg_image_format src, dst;
     zimg_image_format_default(&src, ZIMG_API_VERSION);
     zimg_image_format_default(&dst, ZIMG_API_VERSION);
-    src.width = static_cast<unsigned>(draw.oWidth);
-    src.height = static_cast<unsigned>(draw.oHeight);
+    sourceWindow();
+    src.width = static_cast<unsigned>(window.width);
+    src.height = static_cast<unsigned>(window.height);
     src.pixel_type = byteInput ? ZIMG_PIXEL_BYTE : ZIMG_PIXEL_WORD;
     src.depth = byteInput ? 8 : 16;
     dst.width = static_cast<unsigned>(draw.X1 - draw.X0);
@@ -587,8 +619,10 @@ bool Band::run(std::string& why) noexcept try {
         f->pixel_range = ZIMG_RANGE_FULL;
         f->alpha = draw.alpha ? ZIMG_ALPHA_PREMULTIPLIED : ZIMG_ALPHA_NONE;
     }
-    src.active_region.left = (static_cast<double>(draw.X0) - draw.ox) / draw.kx;
-    src.active_region.top = (static_cast<double>(Y0) - draw.oy) / draw.ky;
+    src.active_region.left =
+        (static_cast<double>(draw.X0) - draw.ox) / draw.kx - static_cast<double>(window.left);
+    src.active_region.top =
+        (static_cast<double>(Y0) - draw.oy) / draw.ky - static_cast<double>(window.top);
     src.active_region.width = static_cast<double>(draw.X1 - draw.X0) / draw.kx;
     src.active_region.height = static_cast<double>(Y1 - Y0) / draw.ky;
     zimg_graph_builder_params params;
@@ -610,9 +644,9 @@ bool Band::run(std::string& why) noexcept try {
     zimg_filter_graph_get_output_buffering(graph.get(), &outRows);
     unsigned inMask = zimg_select_buffer_mask(inRows);
     unsigned outMask = zimg_select_buffer_mask(outRows);
-    std::size_t inLines = inMask == ZIMG_BUFFER_MAX ? draw.oHeight : inMask + 1;
+    std::size_t inLines = inMask == ZIMG_BUFFER_MAX ? window.height : inMask + 1;
     std::size_t outLines = outMask == ZIMG_BUFFER_MAX ? (Y1 - Y0) : outMask + 1;
-    std::size_t inStride = (draw.oWidth * (byteInput ? 1 : 2) + 63) / 64 * 64;
+    std::size_t inStride = (window.width * (byteInput ? 1 : 2) + 63) / 64 * 64;
     std::size_t outStride = ((draw.X1 - draw.X0) * (draw.byteOutput ? 1 : 2) + 63) / 64 * 64;
     AlignedBuffer tmp = alignedAlloc(tmpSize);
     AlignedBuffer inBuffer = alignedAlloc(inStride * inLines * 4);
