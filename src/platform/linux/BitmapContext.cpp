@@ -1,9 +1,9 @@
 #include "platform/BitmapContext.h"
 
 #include "platform/Log.h"
+#include "platform/linux/PixelMemory.h"
 
 #include <lcms2.h>
-#include <sys/mman.h>
 #include <zimg.h>
 
 #if defined(__SSE2__)
@@ -704,22 +704,6 @@ bool drawAligned(const AlignedDraw& d, std::string& why) {
     return topDone && bottomDone;
 }
 
-// Zeroed pixel memory. A photo-sized bitmap is asked for in huge pages: it is written whole
-// right away, and faulting it in 4 KiB at a time costs more than the drawing into it.
-std::vector<std::uint8_t> hugePagedZeros(std::size_t size) {
-    constexpr std::size_t kHugePage = 2u << 20;
-    std::vector<std::uint8_t> pixels;
-    pixels.reserve(size);
-    if (size >= 4 * kHugePage) {
-        auto start = reinterpret_cast<std::uintptr_t>(pixels.data());
-        std::uintptr_t first = (start + kHugePage - 1) / kHugePage * kHugePage;
-        std::uintptr_t last = (start + size) / kHugePage * kHugePage;
-        if (last > first) madvise(reinterpret_cast<void*>(first), last - first, MADV_HUGEPAGE);
-    }
-    pixels.resize(size);
-    return pixels;
-}
-
 }  // namespace
 
 std::unique_ptr<BitmapContext> BitmapContext::create(std::size_t width, std::size_t height,
@@ -758,7 +742,7 @@ std::unique_ptr<BitmapContext> BitmapContext::create(std::size_t width, std::siz
         return refuse("byte order " + std::to_string(order));
     std::unique_ptr<BitmapContext> context(new BitmapContext());
     context->_bitmap = Bitmap(width, height, layout, colorSpace,
-                              hugePagedZeros(width * height * layout.bytesPerPixel()));
+                              pixelMemory(width * height * layout.bytesPerPixel()));
     context->_state.clip = {{0, 0}, {static_cast<double>(width), static_cast<double>(height)}};
     if (!layout.hasAlpha() && layout.hasExtraSample()) {
         // Skip samples read as full, so that an untouched opaque context is opaque black.
