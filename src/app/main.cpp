@@ -6,6 +6,7 @@
 #include <iostream>
 
 #include "app/Command.h"
+#include "core/ApplicationStart.h"
 #include "platform/Environment.h"
 #include "platform/Log.h"
 
@@ -57,6 +58,7 @@ int runProgram(int argc, char** argv) {
     }
     std::string problem;
     if (!applyGlobalOptions(options, &problem)) return app::reportUsageError(problem);
+    ApplicationStart::prepareUnarchiver();
     for (auto& [parser, command] : parsers) {
         if (parser->parsed()) return command->run();
     }

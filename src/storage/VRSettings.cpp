@@ -10,6 +10,9 @@
 #include "platform/Environment.h"
 #include "platform/FileManager.h"
 #include "platform/Log.h"
+#include "platform/UUID.h"
+#include "storage/VXHelperFiles.h"
+#include "templates/VXTemplateCoding.h"
 
 using platform::PlistArray;
 using platform::PlistDictionary;
@@ -755,4 +758,48 @@ bool VRSettings::copyTemplateImageDataToTemplateWithIdentifier(
     }
     platform::FileManager::removeItemAtPath(target);
     return platform::FileManager::copyItemAtPath(source, target);
+}
+
+namespace {
+
+// Template archives are small; anything far larger is not one of ours.
+constexpr std::size_t kMaxTemplateArchiveBytes = 1u << 20;
+
+bool writeTemplate(const VXTemplate& tpl, const std::string& identifier) {
+    platform::ErrorRef error;
+    auto data = VXTemplateCoding::archivedDataWithTemplate(tpl, &error);
+    if (!data) {
+        platform::log("~~ Failed to archive object: " +
+                      (error ? error->description() : std::string("unknown error")));
+        return false;
+    }
+    std::string path = VRSettings::templateDataPathWithIdentifier(identifier);
+    if (path.empty() || !VXHelper::saveData(*data, path)) {
+        platform::log("~~ Failed to write archived data to file: " + path);
+        return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+std::optional<std::string> VRSettings::saveTemplate(const VXTemplate& tpl, bool recent) {
+    std::string identifier = (recent ? "recent-" : "") + platform::UUIDString();
+    if (!writeTemplate(tpl, identifier)) return std::nullopt;
+    return identifier;
+}
+
+bool VRSettings::saveRawTemplate(const VXTemplate& tpl) {
+    return tpl.identifier() && writeTemplate(tpl, *tpl.identifier());
+}
+
+VXTemplateRef VRSettings::templateWithIdentifier(const std::string& identifier) {
+    std::string path = templateDataPathWithIdentifier(identifier);
+    if (path.empty()) return nullptr;
+    auto data = platform::FileManager::contentsAtPath(path, nullptr, kMaxTemplateArchiveBytes);
+    if (!data) return nullptr;
+    platform::ErrorRef error;
+    auto tpl = VXTemplateCoding::templateWithArchivedData(*data, &error);
+    if (!tpl) platform::log("~~ unreadable template " + identifier + ": " + error->description());
+    return tpl;
 }

@@ -14,6 +14,7 @@
 #include "platform/Geometry.h"
 #include "platform/PlistValue.h"
 #include "platform/UserDefaults.h"
+#include "templates/VXTemplate.h"
 
 // Keys of the user defaults.
 inline constexpr const char* VRSettingsDefaultsKey = "com.vorela.settings";
@@ -167,4 +168,15 @@ class VRSettings {
     static void removeTemplateDirWithIdentifier(const std::string& identifier);
     static bool copyTemplateImageDataToTemplateWithIdentifier(const std::string& identifier,
                                                               const std::string& sourceIdentifier);
+
+    // Archives the template into the folder of a new identifier ("recent-" and a UUID for a
+    // recent, a UUID otherwise) and returns it; absent when archiving or writing failed, which
+    // is logged ("Failed to archive object: ...", "Failed to write archived data to file: ...").
+    static std::optional<std::string> saveTemplate(const VXTemplate& tpl, bool recent);
+    // Archives the template under its own identifier, replacing what was there; false without
+    // an identifier or on failure.
+    static bool saveRawTemplate(const VXTemplate& tpl);
+    // The template archived under the identifier: no identifier and not stored (the store sets
+    // those); null when the folder, the file or a readable archive is missing.
+    static VXTemplateRef templateWithIdentifier(const std::string& identifier);
 };

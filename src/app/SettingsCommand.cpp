@@ -1,0 +1,423 @@
+// `unwarp settings list|get KEY|set KEY VALUE|reset`: the persistent settings by their stored
+// keys, each shown and set through its accessor, so that a "...Disabled" key reads as the
+// accessor's positive meaning.
+#include <cinttypes>
+#include <cmath>
+#include <cstdio>
+#include <functional>
+#include <iostream>
+#include <sstream>
+
+#include "app/Command.h"
+#include "app/TemplateArguments.h"
+#include "model/VXHelperSize.h"
+#include "model/VXHelperText.h"
+#include "storage/VRSettings.h"
+#include "storage/VRSettings2.h"
+
+namespace {
+
+using platform::PlistArray;
+using platform::PlistValue;
+
+// Reads a value from the command line; false with the reason when it can't.
+using Setter = std::function<bool(const std::string& text, std::string* problem)>;
+
+struct Setting {
+    std::string key;
+    std::string accessor;
+    std::function<std::string()> get;
+    Setter set;  // empty: read-only
+};
+
+std::string boolText(bool value) {
+    return value ? "true" : "false";
+}
+
+std::string numberText(double value) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%g", value);
+    return text;
+}
+
+std::vector<std::string> split(const std::string& text) {
+    std::vector<std::string> parts;
+    std::stringstream stream(text);
+    for (std::string part; std::getline(stream, part, ',');) {
+        auto first = part.find_first_not_of(' ');
+        auto last = part.find_last_not_of(' ');
+        parts.push_back(first == std::string::npos ? "" : part.substr(first, last - first + 1));
+    }
+    return parts;
+}
+
+std::optional<bool> parseBool(const std::string& text) {
+    for (const char* yes : {"true", "yes", "on", "1"}) {
+        if (text == yes) return true;
+    }
+    for (const char* no : {"false", "no", "off", "0"}) {
+        if (text == no) return false;
+    }
+    return std::nullopt;
+}
+
+std::optional<double> parseDouble(const std::string& text) {
+    char* end = nullptr;
+    double value = std::strtod(text.c_str(), &end);
+    if (text.empty() || *end != '\0' || !std::isfinite(value)) return std::nullopt;
+    return value;
+}
+
+std::optional<std::int64_t> parseInteger(const std::string& text) {
+    char* end = nullptr;
+    errno = 0;
+    long long value = std::strtoll(text.c_str(), &end, 10);
+    if (text.empty() || *end != '\0' || errno == ERANGE) return std::nullopt;
+    return value;
+}
+
+Setting boolSetting(std::string key, std::string accessor, std::function<bool()> get,
+                    std::function<void(bool)> set) {
+    return {std::move(key), std::move(accessor), [get] { return boolText(get()); },
+            [set](const std::string& text, std::string* problem) {
+                auto value = parseBool(text);
+                if (!value) *problem = "expected true or false: " + text;
+                if (value) set(*value);
+                return value.has_value();
+            }};
+}
+
+Setting doubleSetting(std::string key, std::string accessor, std::function<double()> get,
+                      std::function<void(double)> set, double minimum, double maximum) {
+    return {std::move(key), std::move(accessor), [get] { return numberText(get()); },
+            [set, minimum, maximum](const std::string& text, std::string* problem) {
+                auto value = parseDouble(text);
+                if (!value || *value < minimum || *value > maximum) {
+                    *problem = "expected a number from " + numberText(minimum) + " to " +
+                               numberText(maximum) + ": " + text;
+                    return false;
+                }
+                set(*value);
+                return true;
+            }};
+}
+
+Setting integerSetting(std::string key, std::string accessor, std::function<std::int64_t()> get,
+                       std::function<void(std::int64_t)> set, std::int64_t minimum,
+                       std::int64_t maximum) {
+    return {std::move(key), std::move(accessor), [get] { return std::to_string(get()); },
+            [set, minimum, maximum](const std::string& text, std::string* problem) {
+                auto value = parseInteger(text);
+                if (!value || *value < minimum || *value > maximum) {
+                    *problem = "expected a whole number from " + std::to_string(minimum) + " to " +
+                               std::to_string(maximum) + ": " + text;
+                    return false;
+                }
+                set(*value);
+                return true;
+            }};
+}
+
+std::string sizesText(const PlistArray& sizes) {
+    std::string text;
+    for (const auto& size : sizes) {
+        if (!text.empty()) text += ", ";
+        const PlistArray* pair = size.array();
+        text += VXHelper::stringFromSize(VXHelper::sizeWithSizeArray(pair ? *pair : PlistArray{}));
+    }
+    return text;
+}
+
+Setting sizesSetting(std::string key, std::function<PlistArray()> get,
+                     std::function<void(const PlistArray&)> set) {
+    std::string accessor = key;
+    return {std::move(key), std::move(accessor), [get] { return sizesText(get()); },
+            [set](const std::string& text, std::string* problem) {
+                PlistArray sizes;
+                for (const auto& part : split(text)) {
+                    auto size = app::parseSourceSize(part, problem);
+                    if (!size) return false;
+                    sizes.emplace_back(VXHelper::sizeArrayWithSize(*size));
+                }
+                if (sizes.empty() || sizes.size() > 10) {
+                    *problem = "expected 1 to 10 sizes, WxH separated by commas";
+                    return false;
+                }
+                set(sizes);
+                return true;
+            }};
+}
+
+std::string integersText(const VRSizeOptions& values) {
+    std::string text = "[";
+    for (auto value : values) text += (text.size() > 1 ? ", " : "") + std::to_string(value);
+    return text + "]";
+}
+
+Setting optionsSetting(std::string key, std::function<VRSizeOptions()> get,
+                       std::function<void(const VRSizeOptions&)> set) {
+    std::string accessor = key;
+    return {std::move(key), std::move(accessor), [get] { return integersText(get()); },
+            [set](const std::string& text, std::string* problem) {
+                VRSizeOptions options;
+                for (const auto& part : split(text)) {
+                    auto value = parseInteger(part);
+                    if (!value || *value < VRSizeOptionNormal || *value > VRSizeOptionStretch) {
+                        *problem = "size options are codes 0 to 5 separated by commas: " + text;
+                        return false;
+                    }
+                    options.push_back(*value);
+                }
+                set(options);
+                return true;
+            }};
+}
+
+Setting formatSetting(std::string key, std::uint64_t mediaType, std::function<std::int64_t()> get,
+                      std::function<void(std::int64_t)> set) {
+    std::string accessor = key;
+    return {std::move(key), std::move(accessor),
+            [get, mediaType] {
+                auto type = get();
+                return std::to_string(type) + " (" +
+                       VRFormat::formatWithTypeMediaType(static_cast<std::uint64_t>(type),
+                                                         mediaType)
+                           .name() +
+                       ")";
+            },
+            [set, mediaType](const std::string& text, std::string* problem) {
+                auto format = app::parseFormat(text, mediaType, problem);
+                if (!format) return false;
+                set(static_cast<std::int64_t>(format->rawType()));
+                return true;
+            }};
+}
+
+std::string colorText(const std::optional<VRColor>& color) {
+    if (!color) return "none";
+    return numberText(color->red) + "," + numberText(color->green) + "," + numberText(color->blue) +
+           "," + numberText(color->alpha);
+}
+
+Setting colorSetting(std::string key, std::string accessor,
+                     std::function<std::optional<VRColor>()> get,
+                     std::function<void(const std::optional<VRColor>&)> set) {
+    return {std::move(key), std::move(accessor), [get] { return colorText(get()); },
+            [set](const std::string& text, std::string* problem) {
+                if (text == "none") {
+                    set(std::nullopt);
+                    return true;
+                }
+                auto parts = split(text);
+                std::vector<double> components;
+                for (const auto& part : parts) {
+                    auto value = parseDouble(part);
+                    if (!value || *value < 0 || *value > 1) break;
+                    components.push_back(*value);
+                }
+                if (components.size() != 4 || parts.size() != 4) {
+                    *problem = "a colour is none or red,green,blue,alpha from 0 to 1: " + text;
+                    return false;
+                }
+                set(VRColor{components[0], components[1], components[2], components[3]});
+                return true;
+            }};
+}
+
+Setting stringSetting(std::string key, std::string accessor, std::function<std::string()> get,
+                      std::function<void(const std::string&)> set) {
+    return {std::move(key), std::move(accessor), get, [set](const std::string& text, std::string*) {
+                set(text);
+                return true;
+            }};
+}
+
+Setting readOnly(std::string key, std::string accessor, std::function<std::string()> get) {
+    return {std::move(key), std::move(accessor), std::move(get), nullptr};
+}
+
+std::string storedNumber(const char* key) {
+    PlistValue value = VRSettings::objectForKey(key);
+    return value.isNull() ? "absent" : numberText(value.doubleValue());
+}
+
+std::vector<Setting> settingsTable() {
+    using S = VRSettings;
+    using S2 = VRSettings2;
+    constexpr double kMaxDouble = 1e9;
+    return {
+        readOnly("settingsInit", "settingsInit", [] { return storedNumber("settingsInit"); }),
+        readOnly("settingsFix271215", "settingsFix271215",
+                 [] { return storedNumber("settingsFix271215"); }),
+        readOnly("settingsFix281024b", "settingsFix281024b",
+                 [] { return storedNumber("settingsFix281024b"); }),
+        readOnly("settingsSmartSizeUpdate", "settingsSmartSizeUpdate",
+                 [] { return storedNumber("settingsSmartSizeUpdate"); }),
+        sizesSetting("imageSizes", S::imageSizes, S::setImageSizes),
+        formatSetting("imageFormat", VRFormatMediaTypePhoto, S::imageFormat, S::setImageFormat),
+        optionsSetting("imageOptions", S::imageOptions, S::setImageOptions),
+        sizesSetting("videoSizes", S::videoSizes, S::setVideoSizes),
+        formatSetting("videoFormat", VRFormatMediaTypeVideo, S::videoFormat, S::setVideoFormat),
+        optionsSetting("videoOptions", S::videoOptions, S::setVideoOptions),
+        boolSetting("homeScreenRequiredDisabled", "homeScreenChoiceRequired",
+                    S::homeScreenChoiceRequired, S::setHomeScreenChoiceRequired),
+        boolSetting("pixelSizeDisabled", "isPixelSizeEnabled", S::isPixelSizeEnabled,
+                    S::setPixelSizeEnabled),
+        boolSetting("autoSaveDisabled", "isAutoSaveEnabled", S::isAutoSaveEnabled,
+                    S::setAutoSaveEnabled),
+        boolSetting("albumsResultsDisabled", "areAlbumsForResultsEnabled",
+                    S::areAlbumsForResultsEnabled, S::setAlbumsForResultsEnabled),
+        boolSetting("albumOriginalsDisabled", "isAlbumForOriginalsEnabled",
+                    S::isAlbumForOriginalsEnabled, S::setAlbumForOriginalsEnabled),
+        boolSetting("notifyExceedingMaxSizeDisabled", "isNotifyExceedingMaxSizeEnabled",
+                    S::isNotifyExceedingMaxSizeEnabled, S::setNotifyExceedingMaxSizeEnabled),
+        boolSetting("copyExifMetadataDisabled", "shouldCopyExifMetadata", S::shouldCopyExifMetadata,
+                    S::setCopyExifMetadata),
+        boolSetting("copyIptcMetadataDisabled", "shouldCopyIptcMetadata", S::shouldCopyIptcMetadata,
+                    S::setCopyIptcMetadata),
+        boolSetting("copyGpsMetadataDisabled", "shouldCopyGpsMetadata", S::shouldCopyGpsMetadata,
+                    S::setCopyGpsMetadata),
+        boolSetting("copyVideoGpsMetadataDisabled", "shouldCopyVideoGpsMetadata",
+                    S::shouldCopyVideoGpsMetadata, S::setCopyVideoGpsMetadata),
+        boolSetting("originalFilenameSuffixActive", "isOriginalFilenameSuffixEnabled",
+                    S::isOriginalFilenameSuffixEnabled, S::setOriginalFilenameSuffixEnabled),
+        boolSetting("livePhotoIndicatorEnabled", "isLivePhotoIndicatorEnabled",
+                    S::isLivePhotoIndicatorEnabled, S::setLivePhotoIndicatorEnabled),
+        boolSetting("livePhotoEnabled", "isLivePhotoEnabled", S::isLivePhotoEnabled,
+                    S::setLivePhotoEnabled),
+        doubleSetting("photoDPI", "photoDPI", S::photoDPI, S::setPhotoDPI, 0, 100000),
+        boolSetting("photoDPIAuto", "isPhotoDPIAuto", S::isPhotoDPIAuto, S::setPhotoDPIAuto),
+        doubleSetting("photoJPEGCompression", "photoJPEGCompression", S::photoJPEGCompression,
+                      S::setPhotoJPEGCompression, 0, 100),
+        doubleSetting("videoBitrate", "videoBitrate", S::videoBitrate, S::setVideoBitrate, 0,
+                      kMaxDouble),
+        boolSetting("videoBitrateAuto", "isVideoBitrateAuto", S::isVideoBitrateAuto,
+                    S::setVideoBitrateAuto),
+        integerSetting("videoCodecType", "codecType", S::codecType, S::setCodecType, 0, 2),
+        integerSetting("exportFilenameType", "exportFilenameType", S::exportFilenameType,
+                       S::setExportFilenameType, 0, 1),
+        stringSetting("exportFilenameBasename", "exportFilenameBasename", S::exportFilenameBasename,
+                      S::setExportFilenameBasename),
+        integerSetting("colorThemeType", "colorThemeType", S::colorThemeType, S::setColorThemeType,
+                       0, 2),
+        {"vr-unwarp-home-screen-mode", "homeScreenMode",
+         [] {
+             return S::isHomeScreenModeUnknown() ? std::string("unknown")
+                                                 : std::to_string(S::homeScreenMode());
+         },
+         integerSetting("", "", S::homeScreenMode, S::setHomeScreenMode, 0, 100).set},
+        readOnly(
+            "recentAssetsIdentifiers", "recentAssetsIdentifiers",
+            [] { return std::to_string(S::recentAssetsIdentifiers().size()) + " identifiers"; }),
+        readOnly("incrementedIndexKey", "incrementedIndex",
+                 [] { return storedNumber("incrementedIndexKey"); }),
+        stringSetting(
+            "templateBuiltInTableVersionKey", "templateBuiltInTableVersion",
+            [] {
+                const PlistValue value = VRSettings::objectForKey("templateBuiltInTableVersionKey");
+                const std::string* text = value.string();
+                return text ? *text : std::string("absent");
+            },
+            S::setBuiltInTemplateTableVersion),
+        readOnly("templateListKey", "templateList",
+                 [] {
+                     const PlistValue value = VRSettings::objectForKey("templateListKey");
+                     const PlistArray* list = value.array();
+                     return list ? std::to_string(list->size()) + " legacy rows"
+                                 : std::string("absent");
+                 }),
+        boolSetting(VRSettings2SummaryNoteHiddenKey, "isSummaryNoteHidden", S2::isSummaryNoteHidden,
+                    S2::setSummaryNoteHidden),
+        boolSetting(VRSettings2AdvancedNoteHiddenKey, "isAdvancedNoteHidden",
+                    S2::isAdvancedNoteHidden, S2::setAdvancedNoteHidden),
+        colorSetting(VRSettings2VideoColorKey, "defaultVideoColor", S2::defaultVideoColor,
+                     S2::setDefaultVideoColor),
+        colorSetting(VRSettings2PhotoColorKey, "defaultPhotoColor", S2::defaultPhotoColor,
+                     S2::setDefaultPhotoColor),
+        boolSetting(VRSettings2PrivateAccessWarnedKey, "isPrivateAccessWarned",
+                    S2::isPrivateAccessWarned, S2::setPrivateAccessWarned),
+        boolSetting(VRSettings2RecentsSelectedKey, "isRecentsSelected", S2::isRecentsSelected,
+                    S2::setRecentsSelected),
+        {VRSettings2TemplateSortingKey, "templateSorting", S2::templateSorting,
+         [](const std::string& text, std::string* problem) {
+             if (text != VRTemplateSortingStandardName && text != VRTemplateSortingSelectionName) {
+                 *problem = "the sorting is standard or selection: " + text;
+                 return false;
+             }
+             S2::setTemplateSorting(text);
+             return true;
+         }},
+        boolSetting(VRSettings2TemplateCustomPersonalKey, "isTemplateCustomPersonal",
+                    S2::isTemplateCustomPersonal, S2::setTemplateCustomPersonal),
+        boolSetting(VRSettings2TemplateCustomOnKey, "isTemplateCustomOn", S2::isTemplateCustomOn,
+                    S2::setTemplateCustomOn),
+    };
+}
+
+const Setting* findSetting(const std::vector<Setting>& table, const std::string& name) {
+    for (const auto& setting : table) {
+        if (setting.key == name || setting.accessor == name) return &setting;
+    }
+    return nullptr;
+}
+
+void printSetting(const Setting& setting) {
+    std::cout << setting.key;
+    if (setting.accessor != setting.key) std::cout << " (" << setting.accessor << ")";
+    std::cout << " = " << setting.get() << (setting.set ? "" : "  [read-only]") << "\n";
+}
+
+class SettingsCommand : public app::Command {
+  public:
+    CLI::App* setup(CLI::App& program) override {
+        auto* command =
+            program.add_subcommand("settings", "Show or change the persistent settings");
+        command->require_subcommand(1);
+        _list = command->add_subcommand("list", "Every setting with its accessor and value");
+        _get = command->add_subcommand("get", "One setting, by stored key or accessor name");
+        _get->add_option("KEY", _key, "Stored key or accessor name")->required();
+        _set =
+            command->add_subcommand("set",
+                                    "Change a setting; the value is in the accessor's meaning, so "
+                                    "`set autoSaveDisabled true` turns auto-save on");
+        _set->add_option("KEY", _key, "Stored key or accessor name")->required();
+        _set->add_option("VALUE", _value, "New value")->required();
+        _reset = command->add_subcommand("reset", "Back to the first-run values");
+        return command;
+    }
+
+    int run() override {
+        auto table = settingsTable();
+        if (_list->parsed()) {
+            for (const auto& setting : table) printSetting(setting);
+            return app::kExitSuccess;
+        }
+        if (_reset->parsed()) {
+            VRSettings::userDefaults().setObject(platform::PlistDictionary{},
+                                                 VRSettingsDefaultsKey);
+            VRSettings::_prepareSettings();
+            VRSettings::save();
+            return app::kExitSuccess;
+        }
+        const Setting* setting = findSetting(table, _key);
+        if (!setting) return app::reportUsageError("unknown setting: " + _key);
+        if (_get->parsed()) {
+            printSetting(*setting);
+            return app::kExitSuccess;
+        }
+        if (!setting->set) return app::reportUsageError(_key + " is read-only");
+        std::string problem;
+        if (!setting->set(_value, &problem)) return app::reportUsageError(problem);
+        VRSettings::save();
+        printSetting(*setting);
+        return app::kExitSuccess;
+    }
+
+  private:
+    CLI::App *_list = nullptr, *_get = nullptr, *_set = nullptr, *_reset = nullptr;
+    std::string _key, _value;
+};
+
+}  // namespace
+
+UNWARP_REGISTER_COMMAND(SettingsCommand)

@@ -1,0 +1,233 @@
+// `unwarp template show|create|rename|duplicate|remove`: one template by key, and the user's
+// own templates, stored through the template store.
+#include <iostream>
+#include <nlohmann/json.hpp>
+
+#include "app/Command.h"
+#include "app/TemplateArguments.h"
+#include "model/VXHelperText.h"
+#include "storage/VRSettings.h"
+#include "templates/TemplateManager.h"
+#include "templates/VXHelperTemplate.h"
+
+namespace {
+
+using nlohmann::json;
+
+std::optional<VRTemplateListItem> findItem(TemplateManager& manager, const std::string& key) {
+    for (const auto& section : manager.standardTemplates()) {
+        for (const auto& item : section->items()) {
+            if (item.identifier() == key) return item;
+        }
+    }
+    for (const auto* list : {&manager.userTemplates(), &manager.recentTemplates()}) {
+        for (const auto& item : *list) {
+            if (item.identifier() == key) return item;
+        }
+    }
+    if (key == manager.exampleTemplate().identifier()) return manager.exampleTemplate();
+    return std::nullopt;
+}
+
+VXTemplateRef resolve(TemplateManager& manager, const std::string& key) {
+    if (auto item = findItem(manager, key)) return manager.templateForItem(*item);
+    return manager.templateWithKey(key);
+}
+
+bool isUserTemplate(TemplateManager& manager, const std::string& key) {
+    for (const auto& item : manager.userTemplates()) {
+        if (item.identifier() == key) return true;
+    }
+    return false;
+}
+
+std::string sizeModeWord(const VRSizeOptions& options) {
+    std::string word = containsOption(options, VRSizeOptionSmart) ? "smart" : "normal";
+    if (containsOption(options, VRSizeOptionTargetPortrait)) word += ", for portrait";
+    return word;
+}
+
+json mediaJSON(const VXTemplate& tpl, std::uint64_t mediaType) {
+    auto entry = tpl.sizeEntryForMediaType(mediaType);
+    if (!entry) return nullptr;
+    auto options = tpl.optionsForMediaType(mediaType).value_or(VRSizeOptions{});
+    auto format = tpl.formatForMediaType(mediaType);
+    return {{"size", {entry->width(), entry->height()}},
+            {"type", entry->type()},
+            {"text", VXHelper::stringFromSizeEntry(*entry, true)},
+            {"options", options},
+            {"method", app::methodWord(options)},
+            {"smart", containsOption(options, VRSizeOptionSmart)},
+            {"format", format.name()},
+            {"formatType", format.rawType()}};
+}
+
+void printMedia(const VXTemplate& tpl, std::uint64_t mediaType, const char* word) {
+    auto entry = tpl.sizeEntryForMediaType(mediaType);
+    if (!entry) {
+        std::cout << word << ": none\n";
+        return;
+    }
+    auto options = tpl.optionsForMediaType(mediaType).value_or(VRSizeOptions{});
+    std::cout << word << ": " << VXHelper::stringFromSizeEntry(*entry, true) << ", "
+              << app::methodWord(options) << ", " << sizeModeWord(options) << ", "
+              << tpl.formatForMediaType(mediaType).name() << "\n";
+}
+
+int waitAndReturn(int code) {
+    TemplateManager::shared().waitForPendingWrites();
+    return code;
+}
+
+class TemplateCommand : public app::Command {
+  public:
+    CLI::App* setup(CLI::App& program) override {
+        auto* command = program.add_subcommand("template", "Show a template; manage your own");
+        command->require_subcommand(1);
+
+        _show = command->add_subcommand("show", "Show the template of KEY");
+        _show->add_option("KEY", _key, "Template key (see unwarp templates)")->required();
+        _show->add_flag("--json", _json, "Print JSON instead of text");
+
+        _create = command->add_subcommand("create", "Create one of your own templates");
+        _create->add_option("--name", _name, "Title; blank gives \"Template N\"");
+        _create
+            ->add_option("--size", _size,
+                         "1200x600 (px, a side may be auto), 133%x100%, 16:9 or 16:9up")
+            ->required();
+        _create->add_option("--video-size", _videoSize, "Video size when it differs");
+        _create->add_option("--method", _method, "stretch, fit or clip")->default_val("stretch");
+        _create->add_flag("--smart", _smart,
+                          "Smart size: assets of the other orientation get the size turned");
+        _create->add_flag("--target-portrait", _targetPortrait,
+                          "With --smart: the size is meant for portrait assets");
+        _create->add_option("--photo-format", _photoFormat, "Auto, JPEG, PNG, TIFF, GIF, HEIC")
+            ->default_val("auto");
+        _create->add_option("--video-format", _videoFormat, "Auto, MOV, MP4, M4V, 3GP, 3G2")
+            ->default_val("auto");
+        _create->add_option("--media", _media, "photo, video or both")->default_val("both");
+
+        _rename = command->add_subcommand("rename", "Rename one of your templates");
+        _rename->add_option("KEY", _key, "Template key")->required();
+        _rename->add_option("NAME", _newName, "New title")->required();
+
+        _duplicate = command->add_subcommand("duplicate", "Copy one of your templates");
+        _duplicate->add_option("KEY", _key, "Template key")->required();
+        _duplicate->add_option("--name", _name, "Title of the copy (default: the same title)");
+
+        _remove = command->add_subcommand("remove", "Remove one of your templates");
+        _remove->add_option("KEY", _key, "Template key")->required();
+        return command;
+    }
+
+    int run() override {
+        if (_show->parsed()) return waitAndReturn(show());
+        if (_create->parsed()) return waitAndReturn(create());
+        if (_rename->parsed()) return waitAndReturn(rename());
+        if (_duplicate->parsed()) return waitAndReturn(duplicate());
+        if (_remove->parsed()) return waitAndReturn(remove());
+        return app::reportUsageError("template needs show, create, rename, duplicate or remove");
+    }
+
+  private:
+    int show() {
+        auto& manager = TemplateManager::shared();
+        auto tpl = resolve(manager, _key);
+        if (!tpl) return app::reportUsageError("no template with key " + _key);
+        if (_json) {
+            json output = {{"key", _key},
+                           {"name", tpl->name() ? json(*tpl->name()) : json(nullptr)},
+                           {"locked", tpl->locked()},
+                           {"stored", tpl->stored()},
+                           {"photo", mediaJSON(*tpl, VRFormatMediaTypePhoto)},
+                           {"video", mediaJSON(*tpl, VRFormatMediaTypeVideo)},
+                           {"description", VXHelper::descriptionForTemplate(*tpl)}};
+            std::cout << output.dump(2, ' ', false, json::error_handler_t::replace) << "\n";
+            return app::kExitSuccess;
+        }
+        std::cout << tpl->name().value_or("(untitled)") << "  [" << _key << "]"
+                  << (tpl->locked() ? "  built-in" : "") << "\n";
+        printMedia(*tpl, VRFormatMediaTypePhoto, "photo");
+        printMedia(*tpl, VRFormatMediaTypeVideo, "video");
+        std::cout << VXHelper::descriptionForTemplate(*tpl) << "\n";
+        return app::kExitSuccess;
+    }
+
+    int create() {
+        std::string problem;
+        auto photoSize = app::parseSizeEntry(_size, &problem);
+        auto videoSize = _videoSize ? app::parseSizeEntry(*_videoSize, &problem) : photoSize;
+        auto method = app::parseMethod(_method, &problem);
+        auto photoFormat = app::parseFormat(_photoFormat, VRFormatMediaTypePhoto, &problem);
+        auto videoFormat = app::parseFormat(_videoFormat, VRFormatMediaTypeVideo, &problem);
+        if (!photoSize || !videoSize || !method || !photoFormat || !videoFormat) {
+            return app::reportUsageError(problem);
+        }
+        if (_media != "photo" && _media != "video" && _media != "both") {
+            return app::reportUsageError("--media is photo, video or both: " + _media);
+        }
+        VRSizeOptions options{_smart ? VRSizeOptionSmart : VRSizeOptionNormal, *method};
+        if (_targetPortrait) options.push_back(VRSizeOptionTargetPortrait);
+
+        auto tpl = VXTemplate::create();
+        if (_media != "video") {
+            tpl->setSizeEntry(*photoSize, *photoFormat, options, VRFormatMediaTypePhoto);
+        }
+        if (_media != "photo") {
+            tpl->setSizeEntry(*videoSize, *videoFormat, options, VRFormatMediaTypeVideo);
+        }
+        bool blank = !_name || _name->find_first_not_of(" \t\n\r\f\v") == std::string::npos;
+        std::uint64_t index =
+            blank ? static_cast<std::uint64_t>(VRSettings::incrementedIndex()) : 0;
+        tpl->setName(VXHelper::validateTemplateName(_name, index));
+
+        auto identifier = VRSettings::saveTemplate(*tpl, false);
+        if (!identifier) return app::reportFailure("the template could not be stored");
+        TemplateManager::shared().updateUserTemplate(tpl, *identifier);
+        std::cout << *identifier << "\n";
+        return app::kExitSuccess;
+    }
+
+    int rename() {
+        auto& manager = TemplateManager::shared();
+        if (!isUserTemplate(manager, _key)) {
+            return app::reportUsageError(_key + " is not one of your templates");
+        }
+        manager.renameUserTemplateWith(_newName, _key);
+        return app::kExitSuccess;
+    }
+
+    int duplicate() {
+        auto& manager = TemplateManager::shared();
+        if (!isUserTemplate(manager, _key)) {
+            return app::reportUsageError(_key + " is not one of your templates");
+        }
+        auto original = resolve(manager, _key);
+        if (!original) return app::reportFailure("the template of " + _key + " is unreadable");
+        auto copy = original->newTemplate();
+        if (_name) copy->setName(*_name);
+        auto identifier = manager.duplicateUserTemplateWith(_key, copy);
+        if (!identifier) return app::reportFailure("the copy could not be stored");
+        std::cout << *identifier << "\n";
+        return app::kExitSuccess;
+    }
+
+    int remove() {
+        auto& manager = TemplateManager::shared();
+        if (!manager.removeUserTemplateWith(_key)) {
+            return app::reportUsageError(_key + " is not one of your templates");
+        }
+        VRSettings::removeTemplateDirWithIdentifier(_key);
+        return app::kExitSuccess;
+    }
+
+    CLI::App *_show = nullptr, *_create = nullptr, *_rename = nullptr, *_duplicate = nullptr,
+             *_remove = nullptr;
+    std::string _key, _newName, _size, _method, _photoFormat, _videoFormat, _media;
+    std::optional<std::string> _name, _videoSize;
+    bool _json = false, _smart = false, _targetPortrait = false;
+};
+
+}  // namespace
+
+UNWARP_REGISTER_COMMAND(TemplateCommand)

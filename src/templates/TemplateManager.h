@@ -1,0 +1,130 @@
+// Every template the user can reach: the built-in catalogue, the user's own templates, the
+// recents and the collection of favourites. Keeps the lists in memory, loads each from
+// documents/templates on first use and writes them on its "template-save-queue". The lists
+// are used from the main thread; the files are written on the queue.
+#pragma once
+
+#include <cstddef>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "platform/Dispatch.h"
+#include "templates/VRTemplateListItem.h"
+#include "templates/VRTemplateListSection.h"
+#include "templates/VXTemplate.h"
+
+class TemplateManager {
+  public:
+    struct UserCollectionEntry {
+        bool personalTemplatesIncluded = false;
+        VRTemplateSorting sorting = VRTemplateSorting::standard;
+        VRTemplateListSectionRef section;
+    };
+
+    // Made on first use and never destroyed; call waitForPendingWrites() before exiting.
+    static TemplateManager& shared();
+
+    // A manager on the current documents directory; the program uses shared(), tests make
+    // their own under a scratch home.
+    TemplateManager();
+    ~TemplateManager();
+    TemplateManager(const TemplateManager&) = delete;
+    TemplateManager& operator=(const TemplateManager&) = delete;
+
+    // The catalogue sections, built at initialisation.
+    const std::vector<VRTemplateListSectionRef>& standardTemplates() const {
+        return _standardTemplates;
+    }
+    // The item of key "example".
+    const VRTemplateListItem& exampleTemplate();
+    // The locked templates of the catalogue and the templates read from disk so far, by key.
+    const std::map<std::string, VXTemplateRef>& executableTemplates() const {
+        return _executableTemplates;
+    }
+
+    // A copy of the template under the key: a catalogue or cached template, else one read
+    // from its folder (and cached under the key). Null when there is none.
+    VXTemplateRef templateWithKey(const std::string& key);
+    // As templateWithKey; a template without identifier takes the item's title as name, its
+    // key, its description, the stored mark and its bundle picture name.
+    VXTemplateRef templateForItem(const VRTemplateListItem& item);
+    // The list item that shows a template under an identifier: its name, description, media
+    // types, picture (its bundle picture, else the thumbnail in its folder) and detail lines.
+    static VRTemplateListItem listItemWithTemplate(const VXTemplate& tpl,
+                                                   const std::string& identifier);
+
+    // The user's list, in display order. Loaded on first use; a missing or unreadable
+    // templates/list is replaced by what the legacy list in the settings yields.
+    const std::vector<VRTemplateListItem>& userTemplates();
+    // Replaces the item of the identifier in place (and caches the template), or appends one.
+    void updateUserTemplate(const VXTemplateRef& tpl, const std::string& identifier);
+    // The item shows the thumbnail of its folder again; keywords are cleared.
+    void resetUserTemplateImageSourceWith(const std::string& identifier);
+    void renameUserTemplateWith(const std::optional<std::string>& name,
+                                const std::string& identifier);
+    // Stores `newTemplate` under a new identifier, copies the thumbnail of `identifier` to
+    // it and puts its item right after the original. The new identifier, or absent when the
+    // original is not in the list or the copy could not be stored.
+    std::optional<std::string> duplicateUserTemplateWith(const std::string& identifier,
+                                                         const VXTemplateRef& newTemplate);
+    // The first item of the identifier is removed; no match changes nothing. False then.
+    bool removeUserTemplateWith(const std::string& identifier);
+
+    // Oldest first, at most 10. A fresh install holds only the example.
+    const std::vector<VRTemplateListItem>& recentTemplates();
+    // The recents rule: an identifier already present is replaced in place; otherwise a
+    // repeat (same title and detail lines) or, at 10 items, the oldest goes, together with its
+    // cached template and folder, and the new item is appended.
+    void updateRecentTemplate(const VXTemplateRef& tpl, const std::string& identifier);
+    bool removeRecentTemplateWith(const std::string& identifier);
+
+    // Keys of catalogue templates, in the user's order.
+    const std::vector<std::string>& userCollection();
+    void updateUserCollection(std::vector<std::string> keys);
+    // "My Collection": the collection's catalogue items in catalogue order (standard) or in
+    // the user's order (selection), then the user's templates when included. The last section
+    // built is kept until its inputs or the lists it shows change.
+    VRTemplateListSectionRef userCollectionSection(bool personalTemplatesIncluded,
+                                                   VRTemplateSorting sorting);
+
+    // Blocks until every list write submitted so far is on disk.
+    void waitForPendingWrites();
+
+    // The files, in documents/templates.
+    static std::string userListPath();
+    static std::string recentsPath();
+    static std::string collectionPath();
+
+    static constexpr std::size_t _numberOfRecentTemplates = 10;
+
+  private:
+    platform::DispatchQueue& _queue();
+    std::optional<std::vector<VRTemplateListItem>> _readItems(const std::string& path);
+    void _writeItems(const std::vector<VRTemplateListItem>& items, const std::string& path);
+    void _writeCollection();
+    void _loadUserTemplates();
+    void _loadRecentTemplates();
+    void _loadUserCollection();
+    void _userListChanged();
+    std::optional<std::size_t> _userIndex(const std::string& identifier);
+    void _removeRecentAt(std::size_t index);
+    bool _isCatalogueKey(const std::string& key) const;
+
+    std::vector<VRTemplateListSectionRef> _standardTemplates;
+    std::optional<UserCollectionEntry> _cachedUserCollectionEntry;
+    std::optional<VRTemplateListItem> _exampleTemplate;
+    std::map<std::string, VXTemplateRef> _executableTemplates;
+    std::set<std::string> _catalogueKeys;
+    std::vector<VRTemplateListItem> _userTemplates;
+    bool _userTemplatesLoaded = false;
+    std::vector<VRTemplateListItem> _recentTemplates;
+    bool _recentTemplatesLoaded = false;
+    std::vector<std::string> _userCollection;
+    bool _userCollectionLoaded = false;
+    std::shared_ptr<platform::DispatchQueue> _saveQueue;
+    std::string _userListURL, _recentsURL, _collectionURL;
+};

@@ -1,0 +1,260 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <nlohmann/json.hpp>
+
+#include "support/TestHome.h"
+
+namespace {
+
+using nlohmann::json;
+
+struct Outcome {
+    int exitCode;
+    std::string out;
+    std::string err;
+};
+
+Outcome unwarp(const testing_support::TestHome& home, const std::string& arguments) {
+    const std::string errPath = home.path("stderr.txt");
+    Outcome run;
+    run.exitCode =
+        testing_support::runCommand(std::string("'") + UNWARP_BINARY + "' --home '" + home.root() +
+                                        "' " + arguments + " 2>'" + errPath + "'",
+                                    &run.out);
+    std::ifstream in(errPath, std::ios::binary);
+    run.err.assign(std::istreambuf_iterator<char>(in), {});
+    return run;
+}
+
+std::string firstLine(const std::string& text) {
+    return text.substr(0, text.find('\n'));
+}
+
+TEST(TemplateCommands, SizeAnswersWithTheResolvedOutput) {
+    testing_support::TestHome home;
+    struct Case {
+        std::string arguments;
+        std::vector<std::string> lines;
+    };
+    const std::vector<Case> cases = {
+        {"--template uw-133 --media photo --source 4032x3024",
+         {"output: 5363 x 3024", "method: stretch", "frame:  {{0, 0}, {5363, 3024}}"}},
+        {"--template uw-133 --media photo --source 3024x4032", {"output: 3024 x 5363"}},
+        {"--template uw-133 --media photo --source 3024x4032 --rotated", {"output: 3024 x 5363"}},
+        {"--template fb-cover --media photo --source 1000x500",
+         {"output: 820 x 360", "method: clip", "format: JPEG"}},
+        {"--template fb-cover --media video --source 1920x1080",
+         {"output: 820 x 462", "format: MOV"}},
+        {"--template fb-cover --media photo --source 1000x500 --rotated", {"output: 360 x 820"}},
+        {"--template ig-square-fit --media photo --source 2000x1000",
+         {"output: 1080 x 1080", "method: fit", "image:  1080 x 540"}},
+        {"--template op-ar-1x1 --media photo --source 1000x500", {"output: 500 x 500"}},
+        {"--template ms-universal --media photo --source 1000x500", {"output: 600 x 300"}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.arguments);
+        Outcome run = unwarp(home, "size " + c.arguments);
+        EXPECT_EQ(run.exitCode, 0) << run.err;
+        for (const auto& line : c.lines) {
+            EXPECT_NE(run.out.find(line + "\n"), std::string::npos) << run.out;
+        }
+    }
+    Outcome run = unwarp(home, "size --template uw-133 --media photo --source 4032x3024 --json");
+    ASSERT_EQ(run.exitCode, 0);
+    json answer = json::parse(run.out);
+    EXPECT_EQ(answer["outputSize"], json::array({5363.0, 3024.0}));
+    EXPECT_EQ(answer["exceedsLimit"], false);
+}
+
+TEST(TemplateCommands, AUserTemplateOverTheLimitReportsCodeFiveWithItsCorrection) {
+    testing_support::TestHome home;
+    Outcome created = unwarp(home, "template create --name Full --size 100%x100% --method stretch");
+    ASSERT_EQ(created.exitCode, 0) << created.err;
+    const std::string key = firstLine(created.out);
+    ASSERT_FALSE(key.empty());
+
+    for (const char* deviceClass : {"", " --device-class 1"}) {
+        SCOPED_TRACE(deviceClass);
+        Outcome run = unwarp(home, "size --template " + key + " --media photo --source 9000x5000" +
+                                       deviceClass + " --json");
+        ASSERT_EQ(run.exitCode, 0) << run.err;
+        json answer = json::parse(run.out);
+        EXPECT_EQ(answer["exceedsLimit"], true);
+        EXPECT_EQ(answer["errorCode"], 5);
+        EXPECT_EQ(answer["exceedingSize"], json::array({9000.0, 5000.0}));
+        EXPECT_EQ(answer["correctingSize"], json::array({8192.0, 4551.0}));
+    }
+    Outcome text = unwarp(home, "size --template " + key + " --media photo --source 9000x5000");
+    EXPECT_NE(text.out.find("error code 5"), std::string::npos);
+    EXPECT_NE(text.out.find("correction: 8192 x 4551"), std::string::npos);
+    Outcome small = unwarp(home, "size --template " + key + " --media photo --source 8000x5000");
+    EXPECT_NE(small.out.find("output: 8000 x 5000"), std::string::npos) << small.out;
+}
+
+TEST(TemplateCommands, TemplatesListsTheCatalogueAndSearches) {
+    testing_support::TestHome home;
+    Outcome run = unwarp(home, "templates --json");
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    json sections = json::parse(run.out);
+    ASSERT_EQ(sections.size(), 8u);
+    std::size_t items = 0;
+    for (const auto& section : sections) items += section["items"].size();
+    EXPECT_EQ(items, 109u);
+    EXPECT_EQ(sections[0]["title"], "Unwarp");
+    const json& first = sections[0]["items"][0];
+    EXPECT_EQ(first["identifier"], "uw-133");
+    EXPECT_EQ(first["subtitles"], json::array({"133 x 100 % [S]", " "}));
+    EXPECT_EQ(first["imageSource"], json({{"bundle", {{"_0", "tpl-uw-133"}}}}));
+    EXPECT_EQ(first["descriptionLine"],
+              "Photo: Stretch 133 x 100 % Smart to AUTO\nVideo: Stretch 133 x 100 % Smart to AUTO");
+
+    Outcome search = unwarp(home, "templates --search INSTA");
+    ASSERT_EQ(search.exitCode, 0);
+    EXPECT_EQ(firstLine(search.out), "Instagram - Create media for Instagram");
+    EXPECT_NE(search.out.find("Instagram Square  [ig-square]"), std::string::npos);
+    EXPECT_EQ(search.out.find("Facebook"), std::string::npos);
+
+    Outcome none = unwarp(home, "templates --search no-such-words --json");
+    EXPECT_EQ(json::parse(none.out), json::array());
+}
+
+TEST(TemplateCommands, UserTemplatesAreCreatedRenamedDuplicatedAndRemoved) {
+    testing_support::TestHome home;
+    Outcome created = unwarp(home,
+                             "template create --name Cinema --size 16:9 --video-size 1920x1080 "
+                             "--method clip --smart --photo-format png --video-format mp4");
+    ASSERT_EQ(created.exitCode, 0) << created.err;
+    const std::string key = firstLine(created.out);
+
+    Outcome shown = unwarp(home, "template show " + key + " --json");
+    ASSERT_EQ(shown.exitCode, 0) << shown.err;
+    json tpl = json::parse(shown.out);
+    EXPECT_EQ(tpl["name"], "Cinema");
+    EXPECT_EQ(tpl["locked"], false);
+    EXPECT_EQ(tpl["stored"], true);
+    EXPECT_EQ(tpl["photo"]["type"], 3);
+    EXPECT_EQ(tpl["photo"]["size"], json::array({16.0, 9.0}));
+    EXPECT_EQ(tpl["photo"]["options"], json::array({1, 3}));
+    EXPECT_EQ(tpl["photo"]["format"], "PNG");
+    EXPECT_EQ(tpl["video"]["size"], json::array({1920.0, 1080.0}));
+    EXPECT_EQ(tpl["video"]["format"], "MP4");
+
+    Outcome blank = unwarp(home, "template create --name ' ' --size 1200xauto --media photo");
+    ASSERT_EQ(blank.exitCode, 0) << blank.err;
+    const std::string second = firstLine(blank.out);
+    json blankShown = json::parse(unwarp(home, "template show " + second + " --json").out);
+    EXPECT_EQ(blankShown["name"], "Template 1");
+    EXPECT_TRUE(blankShown["video"].is_null());
+
+    EXPECT_EQ(unwarp(home, "template rename " + key + " 'Wide Cinema'").exitCode, 0);
+    Outcome duplicated = unwarp(home, "template duplicate " + key + " --name Copy");
+    ASSERT_EQ(duplicated.exitCode, 0) << duplicated.err;
+    const std::string copy = firstLine(duplicated.out);
+    EXPECT_EQ(unwarp(home, "template remove " + second).exitCode, 0);
+    EXPECT_FALSE(std::filesystem::exists(home.path("documents/_cs-templates/" + second)));
+
+    json sections = json::parse(unwarp(home, "templates --json").out);
+    const json& mine = sections.back();
+    EXPECT_EQ(mine["title"], "Your Templates");
+    ASSERT_EQ(mine["items"].size(), 2u);
+    EXPECT_EQ(mine["items"][0]["identifier"], key);
+    EXPECT_EQ(mine["items"][0]["title"], "Wide Cinema");
+    EXPECT_EQ(mine["items"][1]["identifier"], copy);
+    EXPECT_EQ(mine["items"][1]["title"], "Copy");
+    EXPECT_EQ(json::parse(unwarp(home, "template show " + copy + " --json").out)["photo"]["type"],
+              3);
+}
+
+TEST(TemplateCommands, BadValuesAreUsageErrors) {
+    testing_support::TestHome home;
+    const std::vector<std::string> cases = {
+        "size --template no-such --media photo --source 10x10",
+        "size --template uw-133 --media audio --source 10x10",
+        "size --template uw-133 --media photo --source 10x",
+        "size --template uw-133 --media photo --source -5x10",
+        "size --template uw-133 --media photo --source 10x10 --device-class 9",
+        "template show no-such-key",
+        "template create --size 12x",
+        "template create --size 100%x50",
+        "template create --size 16:0",
+        "template create --size nanxinf",
+        "template create --size 10x10 --method squash",
+        "template create --size 10x10 --photo-format mov",
+        "template create --size 10x10 --video-format jpeg",
+        "template create --size 10x10 --media audio",
+        "template rename uw-133 Mine",
+        "template remove uw-133",
+        "template duplicate no-such-key",
+        "settings get no-such-setting",
+        "settings set photoJPEGCompression 150",
+        "settings set autoSaveDisabled maybe",
+        "settings set settingsInit 2",
+    };
+    for (const auto& arguments : cases) {
+        SCOPED_TRACE(arguments);
+        Outcome run = unwarp(home, arguments);
+        EXPECT_EQ(run.exitCode, 2);
+        EXPECT_EQ(run.err.rfind("unwarp: ", 0), 0u) << run.err;
+    }
+}
+
+TEST(TemplateCommands, SettingsShowDisabledKeysThroughTheirAccessors) {
+    testing_support::TestHome home;
+    struct Case {
+        std::string arguments;
+        std::string expected;
+    };
+    const std::vector<Case> cases = {
+        {"settings get autoSaveDisabled", "autoSaveDisabled (isAutoSaveEnabled) = false\n"},
+        {"settings get isPixelSizeEnabled", "pixelSizeDisabled (isPixelSizeEnabled) = true\n"},
+        {"settings get imageOptions", "imageOptions = [1, 5]\n"},
+        {"settings get photoJPEGCompression", "photoJPEGCompression = 85\n"},
+        {"settings get exportFilenameBasename", "exportFilenameBasename = uwrp_img\n"},
+        {"settings set autoSaveDisabled true", "autoSaveDisabled (isAutoSaveEnabled) = true\n"},
+        {"settings get autoSaveDisabled", "autoSaveDisabled (isAutoSaveEnabled) = true\n"},
+        {"settings set imageFormat heic", "imageFormat = 5 (HEIC)\n"},
+        {"settings set videoSizes 1280x720,640x360", "videoSizes = 1280 x 720, 640 x 360\n"},
+        {"settings set vr-defaults-tpl-sorting selection",
+         "vr-defaults-tpl-sorting (templateSorting) = selection\n"},
+        {"settings reset", ""},
+        {"settings get autoSaveDisabled", "autoSaveDisabled (isAutoSaveEnabled) = false\n"},
+        {"settings get imageFormat", "imageFormat = 0 (Auto)\n"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.arguments);
+        Outcome run = unwarp(home, c.arguments);
+        EXPECT_EQ(run.exitCode, 0) << run.err;
+        EXPECT_EQ(run.out, c.expected);
+    }
+    Outcome list = unwarp(home, "settings list");
+    ASSERT_EQ(list.exitCode, 0);
+    EXPECT_NE(list.out.find("copyGpsMetadataDisabled (shouldCopyGpsMetadata) = true\n"),
+              std::string::npos);
+    EXPECT_NE(list.out.find("settingsInit = 1  [read-only]\n"), std::string::npos);
+}
+
+TEST(TemplateCommands, CorruptedListFilesNeverStopTheCommands) {
+    testing_support::TestHome home;
+    Outcome created = unwarp(home, "template create --name Kept --size 800x600");
+    ASSERT_EQ(created.exitCode, 0);
+    const std::string key = firstLine(created.out);
+    for (const char* file : {"list", "recents", "collection"}) {
+        std::ofstream(home.path(std::string("documents/templates/") + file), std::ios::trunc)
+            << "{\"broken\": [1, 2";
+    }
+    std::ofstream(home.path("documents/_cs-templates/" + key + "/template-data"), std::ios::trunc)
+        << "bplist00 garbage";
+    Outcome listed = unwarp(home, "templates");
+    EXPECT_EQ(listed.exitCode, 0) << listed.err;
+    EXPECT_NE(listed.out.find("Unwarp - Anamorphic un-warp"), std::string::npos);
+    Outcome shown = unwarp(home, "template show " + key);
+    EXPECT_EQ(shown.exitCode, 2);
+    Outcome sized = unwarp(home, "size --template uw-150 --media video --source 1920x1080");
+    EXPECT_EQ(sized.exitCode, 0);
+    EXPECT_NE(sized.out.find("output: 2880 x 1080"), std::string::npos) << sized.out;
+}
+
+}  // namespace
