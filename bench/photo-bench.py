@@ -245,7 +245,7 @@ def main():
     if not have_unwarp:
         log(f"\nunwarp skipped: {why}; the tool rows below are the peers only, and the goals "
             "are judged on the sum of unwarp's kernel times as an estimate")
-    templates = {job: spec["template"] for job, spec in JOBS.items()}
+    templates = {job: facts["template"] for job, facts in JOBS.items()}
     if have_unwarp:
         templates["P3"] = p3_template(unwarp, home)
         if templates["P3"] is None:
@@ -254,12 +254,12 @@ def main():
 
     results = {}
     for job in args.jobs.split(","):
-        spec = JOBS[job]
+        facts = JOBS[job]
         runs = min(args.runs, 3) if job == "P4" else args.runs
-        src = os.path.join(scratch, spec["input"])
+        src = os.path.join(scratch, facts["input"])
         tools = {
-            "vips": vips_steps(job, src, f"vips-{job}.{spec['ext']}"),
-            "magick": magick_steps(job, src, f"magick-{job}.{spec['ext']}"),
+            "vips": vips_steps(job, src, f"vips-{job}.{facts['ext']}"),
+            "magick": magick_steps(job, src, f"magick-{job}.{facts['ext']}"),
         }
         if job == "P2":
             tools["vips-thumb"] = vips_thumbnail_p2(src, f"vips-thumb-{job}.jpg")
@@ -284,7 +284,7 @@ def main():
         f"{'wall/magick':>12}")
     verdicts = []
     for job, tools in results.items():
-        spec = JOBS[job]
+        facts = JOBS[job]
         vips = tools.get("vips")
         magick = tools.get("magick")
         k = [kernels.get(f"{s}/{job}") for s in ("Decode", "Draw", "Encode")]
@@ -314,8 +314,8 @@ def main():
         if job in ("P1", "P2") and mine is not None and magick:
             verdicts.append(goal_line(f"{job} wall <= 0.25 x ImageMagick ({label})",
                                       mine / magick["wall"], 0.25))
-        budget = (spec["src"][0] * spec["src"][1] * spec["src_bytes"] +
-                  spec["out"][0] * spec["out"][1] * spec["out_bytes"]) * 1.25 / 2**20
+        budget = (facts["src"][0] * facts["src"][1] * facts["src_bytes"] +
+                  facts["out"][0] * facts["out"][1] * facts["out_bytes"]) * 1.25 / 2**20
         if ours:
             verdicts.append(goal_line(f"{job} peak <= source + output + 25 % = {budget:.0f} MB",
                                       ours["peak"] / 1024, budget, unit=" MB"))
