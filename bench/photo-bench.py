@@ -371,7 +371,7 @@ def goal_line(name, value, limit, higher=False, unit=""):
     met = value >= limit if higher else value <= limit
     if met:
         return f"{name}: goal met ({value:.2f}{unit})"
-    return f"{name}: gap {value - limit:+.2f}{unit} ({value:.2f}{unit} against {limit}{unit})"
+    return f"{name}: gap {value - limit:+.2f}{unit} ({value:.2f}{unit} against {limit:.2f}{unit})"
 
 
 if __name__ == "__main__":
