@@ -305,3 +305,110 @@ TEST(BitmapContext, OtherAnglesDrawByInverseMapping) {
     EXPECT_EQ(rowText(b, 8)[8], '.');
     EXPECT_EQ(rowText(b, 0)[4], 'R');  // the turned square's top corner reaches row 0
 }
+
+namespace {
+
+// A picture with a different value in nearly every sample, so that a pixel landing in the wrong
+// place, a swapped channel or a lost row shows.
+Bitmap texture(std::size_t w, std::size_t h, int bits, CGImageAlphaInfo alpha) {
+    PixelLayout layout{bits, 3, alpha};
+    std::size_t bpp = static_cast<std::size_t>(layout.bytesPerPixel());
+    std::vector<std::uint8_t> px(w * h * bpp);
+    std::uint32_t seed = 7;
+    for (std::size_t i = 0; i < w * h; ++i)
+        for (int k = 0; k < layout.samplesPerPixel(); ++k) {
+            seed = seed * 1664525u + 1013904223u;
+            std::uint16_t v = static_cast<std::uint16_t>(seed >> 16);
+            if (k == layout.alphaOffset() ||
+                (!layout.hasAlpha() && k != layout.colorOffset() && k != layout.colorOffset() + 1 &&
+                 k != layout.colorOffset() + 2))
+                v = layout.hasAlpha() ? static_cast<std::uint16_t>(v | 0x0101) : 0xFFFF;
+            if (bits == 8)
+                px[i * bpp + k] = static_cast<std::uint8_t>(v >> 8);
+            else
+                std::memcpy(&px[i * bpp + 2 * k], &v, 2);
+        }
+    return Bitmap(w, h, layout, ColorSpace::deviceRGB(), px);
+}
+
+}  // namespace
+
+TEST(BitmapContext, PhotoSizedDrawsAtOneToOneCopyEveryPixel) {
+    // Large enough to be drawn in bands on two threads, with rows long enough for the vector
+    // paths; placed at whole pixels, so that every covered pixel is the source's own.
+    struct Case {
+        int bits;
+        CGImageAlphaInfo source, context;
+    } cases[] = {
+        {8, kCGImageAlphaNoneSkipLast, kCGImageAlphaNoneSkipLast},
+        {8, kCGImageAlphaNoneSkipFirst, kCGImageAlphaNoneSkipLast},
+        {8, kCGImageAlphaNoneSkipLast, kCGImageAlphaNoneSkipFirst},
+        {8, kCGImageAlphaNoneSkipLast, kCGImageAlphaPremultipliedLast},
+        {16, kCGImageAlphaNoneSkipLast, kCGImageAlphaNoneSkipLast},
+        {16, kCGImageAlphaLast, kCGImageAlphaPremultipliedLast},
+    };
+    const std::size_t W = 1003, H = 611, w = 917, h = 533, left = 37, top = 45;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message()
+                     << c.bits << " bits, source " << c.source << ", context " << c.context);
+        Bitmap image = texture(w, h, c.bits, c.source);
+        auto ctx = context(W, H, c.bits, c.context);
+        const bool clear = c.source == kCGImageAlphaLast;
+        if (!clear) {
+            ctx->setFillColor({1, 1, 1, 1});
+            ctx->fillRect({{0, 0}, {double(W), double(H)}});
+        }
+        ctx->setInterpolationQuality(kCGInterpolationHigh);
+        ctx->drawImage({{double(left), double(H - top - h)}, {double(w), double(h)}}, image);
+        Bitmap out = ctx->createImage();
+        std::size_t wrong = 0;
+        for (std::size_t y = 0; y < H; ++y)
+            for (std::size_t x = 0; x < W; ++x) {
+                auto got = out.pixelAt(x, y);
+                Bitmap::Pixel16 want{65535, 65535, 65535, 65535};
+                if (clear) want = {0, 0, 0, 0};
+                if (x >= left && x < left + w && y >= top && y < top + h) {
+                    want = image.pixelAt(x - left, y - top);
+                    auto pm = [&](std::uint16_t v) {
+                        return static_cast<std::uint16_t>((v * std::uint32_t(want.a) + 32767) /
+                                                          65535);
+                    };
+                    if (clear) want = {pm(want.r), pm(want.g), pm(want.b), want.a};
+                }
+                if (got.r != want.r || got.g != want.g || got.b != want.b || got.a != want.a)
+                    if (++wrong <= 3)
+                        ADD_FAILURE() << "pixel " << x << "," << y << " is " << got.r << " "
+                                      << got.g << " " << got.b << " " << got.a << ", not " << want.r
+                                      << " " << want.g << " " << want.b << " " << want.a;
+            }
+        EXPECT_EQ(wrong, 0u);
+    }
+}
+
+TEST(BitmapContext, AScaledDrawIsTheSameInAnyWindowOfRows) {
+    // The same stretch and enlargement seen whole (drawn in bands) and through windows of rows
+    // (each drawn alone): rows at the band boundary and at the windows' edges must agree.
+    Bitmap image = texture(640, 481, 8, kCGImageAlphaNoneSkipLast);
+    const std::size_t W = 1000, H = 700;
+    auto whole = context(W, H, 8, kCGImageAlphaNoneSkipLast);
+    whole->setInterpolationQuality(kCGInterpolationHigh);
+    whole->drawImage({{0, 0}, {double(W), double(H)}}, image);
+    Bitmap all = whole->createImage();
+    for (std::size_t first : {0u, 311u, 340u, 660u}) {
+        const std::size_t rows = 40;
+        auto part = context(W, rows, 8, kCGImageAlphaNoneSkipLast);
+        part->setInterpolationQuality(kCGInterpolationHigh);
+        part->translateCTM(0, -double(H - first - rows));
+        part->drawImage({{0, 0}, {double(W), double(H)}}, image);
+        Bitmap window = part->createImage();
+        int worst = 0;
+        for (std::size_t y = 0; y < rows; ++y)
+            for (std::size_t x = 0; x < W; ++x) {
+                auto a = all.pixelAt(x, first + y), b = window.pixelAt(x, y);
+                worst = std::max({worst, std::abs(int(a.r) - int(b.r)),
+                                  std::abs(int(a.g) - int(b.g)), std::abs(int(a.b) - int(b.b))});
+            }
+        // One step of 8 bits at most: the filters of the two are computed apart.
+        EXPECT_LE(worst, 257) << "rows from " << first;
+    }
+}

@@ -9,6 +9,7 @@
 
 #include "platform/ImagePropertyKeys.h"
 #include "platform/linux/ImageCodecs.h"
+#include "platform/linux/PixelMemory.h"
 
 namespace platform::codecs {
 namespace {
@@ -147,7 +148,7 @@ std::optional<Bitmap> heifDecode(Bytes data, std::size_t size, std::string& why)
                                        : kCGImageAlphaLast};
     std::size_t width = static_cast<std::size_t>(w), height = static_cast<std::size_t>(hh);
     std::size_t rowBytes = width * layout.bytesPerPixel();
-    std::vector<std::uint8_t> pixels(rowBytes * height);
+    std::vector<std::uint8_t> pixels = pixelMemory(rowBytes * height);
     int bits = heif_image_get_bits_per_pixel_range(image.get(), heif_channel_interleaved);
     for (std::size_t y = 0; y < height; ++y) {
         const std::uint8_t* in = plane + y * static_cast<std::size_t>(stride);

@@ -15,6 +15,7 @@
 
 #include "platform/ImagePropertyKeys.h"
 #include "platform/linux/ImageCodecs.h"
+#include "platform/linux/PixelMemory.h"
 
 namespace platform::codecs {
 namespace {
@@ -189,7 +190,7 @@ std::optional<Bitmap> jpegDecode(Bytes data, std::size_t size, std::string& why)
     c.out_color_space = c.num_components == 1 ? JCS_GRAYSCALE : isCmyk(c) ? JCS_CMYK : JCS_EXT_RGBX;
     jpeg_start_decompress(&c);
     std::size_t stride = std::size_t(c.output_width) * std::size_t(c.output_components);
-    pixels->resize(stride * c.output_height);
+    *pixels = pixelMemory(stride * c.output_height);
     while (c.output_scanline < c.output_height) {
         JSAMPROW row = pixels->data() + stride * c.output_scanline;
         jpeg_read_scanlines(&c, &row, 1);
@@ -202,7 +203,14 @@ bool jpegEncode(const Bitmap& image, const EncodeOptions& options, std::FILE* fi
                 std::string& why) {
     auto e = std::make_unique<Encoder>();
     bool gray = image.layout().colorComponents == 1;
-    std::vector<std::uint8_t> row(image.width() * (gray ? 1 : 3));
+    // Opaque 8-bit RGB with a skip byte goes to libjpeg as it is, with no row conversion.
+    const PixelLayout& layout = image.layout();
+    J_COLOR_SPACE direct = JCS_UNKNOWN;
+    if (layout.bitsPerComponent == 8 && layout.colorComponents == 3) {
+        if (layout.alphaInfo == kCGImageAlphaNoneSkipLast) direct = JCS_EXT_RGBX;
+        if (layout.alphaInfo == kCGImageAlphaNoneSkipFirst) direct = JCS_EXT_XRGB;
+    }
+    std::vector<std::uint8_t> row(direct == JCS_UNKNOWN ? image.width() * (gray ? 1 : 3) : 0);
     e->cinfo.err = jpeg_std_error(&e->err.pub);
     e->err.pub.error_exit = onError;
     if (setjmp(e->err.jump)) {
@@ -215,8 +223,8 @@ bool jpegEncode(const Bitmap& image, const EncodeOptions& options, std::FILE* fi
     jpeg_stdio_dest(&c, file);
     c.image_width = static_cast<JDIMENSION>(image.width());
     c.image_height = static_cast<JDIMENSION>(image.height());
-    c.input_components = gray ? 1 : 3;
-    c.in_color_space = gray ? JCS_GRAYSCALE : JCS_RGB;
+    c.input_components = direct != JCS_UNKNOWN ? 4 : gray ? 1 : 3;
+    c.in_color_space = direct != JCS_UNKNOWN ? direct : gray ? JCS_GRAYSCALE : JCS_RGB;
     jpeg_set_defaults(&c);
     int quality = static_cast<int>(std::lround(options.quality * 100));
     jpeg_set_quality(&c, quality < 1 ? 1 : quality > 100 ? 100 : quality, TRUE);
@@ -229,8 +237,11 @@ bool jpegEncode(const Bitmap& image, const EncodeOptions& options, std::FILE* fi
     const auto& icc = image.colorSpace().iccProfile();
     if (!icc.empty()) jpeg_write_icc_profile(&c, icc.data(), static_cast<unsigned>(icc.size()));
     while (c.next_scanline < c.image_height) {
-        unpackRow8(image, c.next_scanline, gray, false, row.data());
         JSAMPROW r = row.data();
+        if (direct != JCS_UNKNOWN)
+            r = const_cast<JSAMPROW>(image.row(c.next_scanline));  // libjpeg only reads it
+        else
+            unpackRow8(image, c.next_scanline, gray, false, row.data());
         jpeg_write_scanlines(&c, &r, 1);
     }
     jpeg_finish_compress(&c);

@@ -311,7 +311,10 @@ bool pngEncode(const Bitmap& image, const EncodeOptions& options, std::FILE* fil
     }
     png_init_io(w->png, file);
     const bool gray = w->gray, alpha = w->alpha, sixteen = w->sixteen;
-    png_set_compression_level(w->png, 6);
+    // One filter and zlib level 4: as small as libpng's adaptive filters at level 6 on
+    // photographs (within 1 %), in well under half the time.
+    png_set_compression_level(w->png, 4);
+    png_set_filter(w->png, PNG_FILTER_TYPE_BASE, PNG_FILTER_PAETH);
     int colorType = gray ? (alpha ? PNG_COLOR_TYPE_GRAY_ALPHA : PNG_COLOR_TYPE_GRAY)
                          : (alpha ? PNG_COLOR_TYPE_RGB_ALPHA : PNG_COLOR_TYPE_RGB);
     png_set_IHDR(w->png, w->info, static_cast<png_uint_32>(image.width()),

@@ -1,0 +1,378 @@
+#!/usr/bin/env python3
+"""Photo jobs P1-P4 through `unwarp process`, libvips and ImageMagick, side by side.
+
+For each job and tool: the median wall time, CPU time (user + system) and peak memory (GNU
+time's maximum resident size) of several runs, the ratios against the peers, how far unwarp is
+from the sum of its kernel times (decode + draw + encode, from DrawingBenchmark on the same
+inputs), the PSNR of P1 against ImageMagick's Lanczos result of the same geometry, and a verdict
+for every goal. Inputs are generated once in the scratch folder.
+
+    bench/photo-bench.py [--build build/release] [--runs 5] [--scratch DIR]
+
+The machine is shared: the load averages before and after are printed with the results.
+"""
+
+import argparse
+import json
+import os
+import re
+import shutil
+import statistics
+import subprocess
+import sys
+import tempfile
+
+JOBS = {
+    # name: input, unwarp template, output extension, source size, output size
+    "P1": dict(input="p1.jpg", template="uw-133", ext="jpg", src=(4032, 3024), out=(5363, 3024),
+               src_bytes=4, out_bytes=4),
+    "P2": dict(input="p2.jpg", template="ig-square", ext="jpg", src=(6000, 4000),
+               out=(1080, 1080), src_bytes=4, out_bytes=4),
+    "P3": dict(input="p3.png", template=None, ext="png", src=(3000, 2000), out=(1080, 1920),
+               src_bytes=8, out_bytes=8),
+    "P4": dict(input="p4.heic", template="uw-133", ext="heic", src=(4032, 3024),
+               out=(5363, 3024), src_bytes=4, out_bytes=4),
+}
+
+# The quality that unwarp's HEIC writer gives libheif for a compression of 0.85 (CRF 22).
+HEIC_QUALITY = 56
+# unwarp's PNG writer: zlib level 4, Paeth filter on every row.
+PNG_VIPS = "compression=4,filter=paeth"
+PNG_MAGICK = "44"
+P1_SCALE = 5363 / 4032
+P2_SCALE = 1080 / 4000
+P3_SCALE = 1080 / 3000
+
+
+def log(text=""):
+    print(text, flush=True)
+
+
+def run(command, **kwargs):
+    return subprocess.run(command, check=True, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                          text=True, **kwargs)
+
+
+def make_inputs(scratch):
+    """Textured pictures made by ImageMagick's plasma fractal, each once."""
+    makers = {
+        # Chroma halved both ways, as cameras write them (ImageMagick keeps full chroma
+        # from quality 90 up unless told).
+        "p1.jpg": ["convert", "-seed", "1", "-size", "4032x3024", "plasma:fractal",
+                   "-sampling-factor", "2x2", "-quality", "92", "p1.jpg"],
+        "p2.jpg": ["convert", "-seed", "2", "-size", "6000x4000", "plasma:fractal",
+                   "-sampling-factor", "2x2", "-interlace", "Plane", "-quality", "92", "p2.jpg"],
+        "p3.png": ["convert", "-seed", "3", "-size", "3000x2000", "plasma:fractal",
+                   "(", "-size", "2000x3000", "gradient:white-gray20", "-rotate", "90", ")",
+                   "-alpha", "off", "-compose", "CopyOpacity", "-composite",
+                   "-depth", "16", "PNG64:p3.png"],
+        "p4.heic": ["convert", "-seed", "4", "-size", "4032x3024", "plasma:fractal",
+                    "-quality", "60", "p4.heic"],
+    }
+    for name, command in makers.items():
+        if not os.path.exists(os.path.join(scratch, name)):
+            log(f"making {name} ...")
+            run(command, cwd=scratch)
+
+
+def timed(command, cwd):
+    """Wall seconds, CPU seconds and peak kB of one run under GNU time."""
+    report = os.path.join(cwd, ".time")
+    result = subprocess.run(["/usr/bin/time", "-f", "%e %U %S %M", "-o", report] + command,
+                            cwd=cwd, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+    if result.returncode != 0:
+        raise RuntimeError(f"{' '.join(command)} failed:\n{result.stdout}{result.stderr}")
+    with open(report) as f:
+        wall, user, system, peak = f.read().split()[-4:]
+    return float(wall), float(user) + float(system), int(peak)
+
+
+def measure(steps, cwd, runs):
+    """Median wall, CPU and peak of `runs` runs of a list of commands run one after another."""
+    walls, cpus, peaks = [], [], []
+    for _ in range(runs):
+        wall = cpu = 0.0
+        peak = 0
+        for command in steps:
+            w, c, p = timed(command, cwd)
+            wall, cpu, peak = wall + w, cpu + c, max(peak, p)
+        walls.append(wall)
+        cpus.append(cpu)
+        peaks.append(peak)
+    return dict(wall=statistics.median(walls), cpu=statistics.median(cpus),
+                peak=statistics.median(peaks), walls=walls)
+
+
+def vips_steps(job, src, out):
+    if job == "P1":
+        return [["vips", "resize", src, f"{out}[Q=85]", str(P1_SCALE), "--vscale", "1",
+                 "--kernel", "lanczos3"]]
+    if job == "P2":
+        # Full-size decode and Lanczos-3 as unwarp does; then the centre square.
+        return [["vips", "resize", src, "t.v", str(P2_SCALE), "--kernel", "lanczos3"],
+                ["vips", "crop", "t.v", f"{out}[Q=85]", "270", "0", "1080", "1080"]]
+    if job == "P3":
+        # thumbnail premultiplies around its resize; PNG loads have no shrink-on-load.
+        return [["vips", "thumbnail", src, "t.v", "1080", "--height", "1920"],
+                ["vips", "gravity", "t.v", f"{out}[{PNG_VIPS}]", "centre", "1080", "1920",
+                 "--extend", "background", "--background", "0 0 0 0"]]
+    return [["vips", "resize", src, f"{out}[Q={HEIC_QUALITY},bitdepth=8]", str(P1_SCALE),
+             "--vscale", "1", "--kernel", "lanczos3"]]
+
+
+def vips_thumbnail_p2(src, out):
+    """P2 the way libvips would rather do it: shrink-on-load (DCT scaling) first."""
+    return [["vips", "thumbnail", src, f"{out}[Q=85]", "1080", "--height", "1080",
+             "--crop", "centre"]]
+
+
+def magick_steps(job, src, out):
+    base = ["convert", src, "-filter", "Lanczos"]
+    if job == "P1":
+        return [base + ["-resize", "5363x3024!", "-quality", "85", out]]
+    if job == "P2":
+        return [base + ["-resize", "1080x1080^", "-gravity", "center", "-extent", "1080x1080",
+                        "-quality", "85", out]]
+    if job == "P3":
+        return [base + ["-resize", "1080x1920", "-background", "none", "-gravity", "center",
+                        "-extent", "1080x1920", "-quality", PNG_MAGICK, f"PNG64:{out}"]]
+    return [base + ["-resize", "5363x3024!", "-quality", str(HEIC_QUALITY), out]]
+
+
+def unwarp_available(unwarp):
+    if not os.access(unwarp, os.X_OK):
+        return False, f"no unwarp binary at {unwarp}"
+    result = subprocess.run([unwarp, "--help"], stdout=subprocess.PIPE,
+                            stderr=subprocess.PIPE, text=True)
+    commands = result.stdout.split("Subcommands:")[-1]
+    if not re.search(r"^\s+process\s", commands, re.MULTILINE):
+        return False, "this unwarp has no `process` command yet (it comes with the photo work)"
+    return True, ""
+
+
+def p3_template(unwarp, home):
+    """A personal template for P3 (1080 x 1920 fit, PNG out); None when it cannot be made."""
+    result = subprocess.run([unwarp, "--home", home, "template", "create", "--name", "Bench Fit",
+                             "--size", "1080x1920", "--method", "fit", "--photo-format", "png",
+                             "--json"], stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+    if result.returncode != 0:
+        return None
+    match = re.search(r'"key"\s*:\s*"([^"]+)"', result.stdout)
+    return match.group(1) if match else None
+
+
+def unwarp_steps(unwarp, home, template, src, outdir):
+    return [[unwarp, "--home", home, "process", "--template", template, "--out", outdir, "--yes",
+             src]]
+
+
+def kernel_times(build, scratch):
+    """Median real and CPU milliseconds of every kernel benchmark, keyed "Decode/P1" etc."""
+    binary = os.path.join(build, "bench", "DrawingBenchmark")
+    if not os.access(binary, os.X_OK):
+        log(f"no kernel benchmark at {binary}; build it first")
+        return {}
+    env = dict(os.environ, UNWARP_BENCH_INPUTS=scratch)
+    result = run([binary, "--benchmark_format=json", "--benchmark_repetitions=3",
+                  "--benchmark_report_aggregates_only=true"], env=env)
+    times = {}
+    for entry in json.loads(result.stdout)["benchmarks"]:
+        if entry.get("aggregate_name") != "median":
+            continue
+        name = "/".join(entry["run_name"].split("/")[:2])
+        times[name] = dict(real=entry["real_time"], cpu=entry["cpu_time"])
+    return times
+
+
+def kernel_peak(build, scratch, job):
+    """Peak kB of decode, draw and encode of one job in one process (the kernel benchmark's
+    encode step, which first decodes and draws), as a stand-in while unwarp cannot run it."""
+    binary = os.path.join(build, "bench", "DrawingBenchmark")
+    report = os.path.join(scratch, ".time")
+    result = subprocess.run(["/usr/bin/time", "-f", "%M", "-o", report, binary,
+                             f"--benchmark_filter=^Encode/{job}/", "--benchmark_min_time=0"],
+                            env=dict(os.environ, UNWARP_BENCH_INPUTS=scratch),
+                            stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+    if result.returncode != 0:
+        return None
+    with open(report) as f:
+        return int(f.read().split()[-1])
+
+
+def psnr(a, b):
+    result = subprocess.run(["compare", "-metric", "PSNR", a, b, "null:"],
+                            stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+    match = re.match(r"\s*([0-9.]+|inf)", result.stderr)
+    return float(match.group(1)) if match else None
+
+
+def loadavg():
+    with open("/proc/loadavg") as f:
+        return " ".join(f.read().split()[:3])
+
+
+def main():
+    here = os.path.dirname(os.path.abspath(__file__))
+    parser = argparse.ArgumentParser(description=__doc__.split("\n")[0])
+    parser.add_argument("--build", default=os.path.join(here, "..", "build", "release"))
+    parser.add_argument("--runs", type=int, default=5, help="runs per tool and job (P4: at most 3)")
+    parser.add_argument("--scratch", default=os.path.join(tempfile.gettempdir(), "unwarp-photo-bench"))
+    parser.add_argument("--jobs", default="P1,P2,P3,P4")
+    args = parser.parse_args()
+    for tool in ("vips", "convert", "compare"):
+        if not shutil.which(tool):
+            sys.exit(f"{tool} is missing: scripts/bootstrap installs it")
+
+    scratch = os.path.abspath(args.scratch)
+    os.makedirs(scratch, exist_ok=True)
+    make_inputs(scratch)
+    unwarp = os.path.abspath(os.path.join(args.build, "unwarp"))
+    have_unwarp, why = unwarp_available(unwarp)
+    home = os.path.join(scratch, "home")
+    cpus = os.cpu_count()
+    load_before = loadavg()
+    log(f"machine: {cpus} cores; load average before: {load_before}")
+
+    log("\n== kernels (DrawingBenchmark, median of 3 repetitions, ms) ==")
+    kernels = kernel_times(args.build, scratch)
+    log(f"{'job':4} {'step':10} {'wall':>9} {'cpu':>9}")
+    for job in JOBS:
+        for step in ("Decode", "Draw", "ZimgFloor", "Encode"):
+            k = kernels.get(f"{step}/{job}")
+            if k:
+                log(f"{job:4} {step:10} {k['real']:9.1f} {k['cpu']:9.1f}")
+
+    if not have_unwarp:
+        log(f"\nunwarp skipped: {why}; the tool rows below are the peers only, and the goals "
+            "are judged on the sum of unwarp's kernel times as an estimate")
+    templates = {job: facts["template"] for job, facts in JOBS.items()}
+    if have_unwarp:
+        templates["P3"] = p3_template(unwarp, home)
+        if templates["P3"] is None:
+            log("unwarp skipped on P3: no personal 1080 x 1920 fit template with PNG output "
+                "could be made with `unwarp template create`")
+
+    results = {}
+    for job in args.jobs.split(","):
+        facts = JOBS[job]
+        runs = min(args.runs, 3) if job == "P4" else args.runs
+        src = os.path.join(scratch, facts["input"])
+        tools = {
+            "vips": vips_steps(job, src, f"vips-{job}.{facts['ext']}"),
+            "magick": magick_steps(job, src, f"magick-{job}.{facts['ext']}"),
+        }
+        if job == "P2":
+            tools["vips-thumb"] = vips_thumbnail_p2(src, f"vips-thumb-{job}.jpg")
+        if have_unwarp and templates[job]:
+            outdir = os.path.join(scratch, f"unwarp-{job}")
+            os.makedirs(outdir, exist_ok=True)
+            tools["unwarp"] = unwarp_steps(unwarp, home, templates[job], src, outdir)
+        results[job] = {}
+        for tool, steps in tools.items():
+            log(f"running {job} {tool} x{runs} ...")
+            if tool == "unwarp":
+                shutil.rmtree(os.path.join(scratch, f"unwarp-{job}"), ignore_errors=True)
+                os.makedirs(os.path.join(scratch, f"unwarp-{job}"))
+            try:
+                results[job][tool] = measure(steps, scratch, runs)
+            except RuntimeError as error:
+                log(f"  {tool} failed: {error}")
+
+    load_after = loadavg()
+    log(f"\n== jobs (median of runs; wall and CPU in ms, peak in MB) ==")
+    log(f"{'job':4} {'tool':10} {'wall':>8} {'cpu':>8} {'peak':>7} {'wall/vips':>10} "
+        f"{'wall/magick':>12}")
+    verdicts = []
+    for job, tools in results.items():
+        facts = JOBS[job]
+        vips = tools.get("vips")
+        magick = tools.get("magick")
+        k = [kernels.get(f"{s}/{job}") for s in ("Decode", "Draw", "Encode")]
+        kernel_sum = sum(x["real"] for x in k) / 1000 if all(k) else None
+        for tool, m in tools.items():
+            rv = m["wall"] / vips["wall"] if vips else float("nan")
+            rm = m["wall"] / magick["wall"] if magick else float("nan")
+            log(f"{job:4} {tool:10} {m['wall']*1000:8.0f} {m['cpu']*1000:8.0f} "
+                f"{m['peak']/1024:7.1f} {rv:10.2f} {rm:12.2f}")
+        if kernel_sum is not None:
+            log(f"{job:4} {'kernels':10} {kernel_sum*1000:8.0f} {'':8} {'':7} "
+                f"{kernel_sum/vips['wall'] if vips else float('nan'):10.2f} "
+                f"{kernel_sum/magick['wall'] if magick else float('nan'):12.2f}"
+                "   (decode + draw + encode)")
+        ours = tools.get("unwarp")
+        if ours and kernel_sum is not None:
+            gap = ours["wall"] - kernel_sum
+            log(f"{job:4} unwarp is {gap*1000:+.0f} ms ({gap/kernel_sum*100:+.0f} %) from the sum "
+                "of its kernel times")
+        mine = ours["wall"] if ours else kernel_sum
+        label = "unwarp" if ours else "kernel sum (estimate)"
+        vips_goal = 0.5 if job in ("P1", "P2") else 1.0
+        if mine is not None and vips:
+            ratio = mine / vips["wall"]
+            verdicts.append(goal_line(f"{job} wall <= {vips_goal} x libvips ({label})", ratio,
+                                      vips_goal))
+        if job in ("P1", "P2") and mine is not None and magick:
+            verdicts.append(goal_line(f"{job} wall <= 0.25 x ImageMagick ({label})",
+                                      mine / magick["wall"], 0.25))
+        budget = (facts["src"][0] * facts["src"][1] * facts["src_bytes"] +
+                  facts["out"][0] * facts["out"][1] * facts["out_bytes"]) * 1.25 / 2**20
+        if ours:
+            verdicts.append(goal_line(f"{job} peak <= source + output + 25 % = {budget:.0f} MB",
+                                      ours["peak"] / 1024, budget, unit=" MB"))
+        else:
+            peak = kernel_peak(args.build, scratch, job)
+            if peak is None:
+                verdicts.append(f"{job} peak <= {budget:.0f} MB: not measured")
+            else:
+                verdicts.append(goal_line(
+                    f"{job} peak <= source + output + 25 % = {budget:.0f} MB (kernels in one "
+                    "process, estimate)", peak / 1024, budget, unit=" MB"))
+
+    log("\n== quality ==")
+    reference = os.path.join(scratch, "magick-P1-reference.png")
+    run(["convert", os.path.join(scratch, "p1.jpg"), "-filter", "Lanczos", "-resize",
+         "5363x3024!", reference])
+    magick_jpeg = psnr(os.path.join(scratch, "magick-P1.jpg"), reference)
+    if magick_jpeg is not None:
+        log(f"ImageMagick's own P1 JPEG (Q 85) against its lossless result: {magick_jpeg:.2f} dB "
+            "(what JPEG alone costs)")
+    ours_file = None
+    if "unwarp" in results.get("P1", {}):
+        outdir = os.path.join(scratch, "unwarp-P1")
+        files = [f for f in os.listdir(outdir) if f.endswith(".jpg")]
+        ours_file = os.path.join(outdir, files[0]) if files else None
+    if ours_file:
+        value = psnr(ours_file, reference)
+        log(f"unwarp P1 against ImageMagick -filter Lanczos: {value:.2f} dB")
+        verdicts.append(goal_line("P1 PSNR >= 40 dB", value, 40, higher=True, unit=" dB"))
+    elif os.path.exists(os.path.join(scratch, "kernel-P1.jpg")):
+        value = psnr(os.path.join(scratch, "kernel-P1.jpg"), reference)
+        log(f"kernel P1 (decode, draw, encode as unwarp does) against ImageMagick -filter Lanczos: "
+            f"{value:.2f} dB")
+        verdicts.append(goal_line("P1 PSNR >= 40 dB (kernels, estimate)", value, 40, higher=True,
+                                  unit=" dB"))
+    else:
+        verdicts.append("P1 PSNR >= 40 dB: not measured (no unwarp process output)")
+
+    log("\n== notes ==")
+    log("P2: vips resize decodes at full size as unwarp must; vips-thumb may shrink on load "
+        "(DCT scaling), which unwarp does not do, and is shown for reference only")
+    log("P3: the peers write PNG with unwarp's settings (zlib level 4, Paeth filter)")
+    log(f"P4: all three write HEIC at libheif quality {HEIC_QUALITY} (CRF 22); unwarp sets x265's "
+        "preset to ultrafast, which neither vips nor convert can choose (they run libheif's "
+        "default preset), so P4's ratios are not at matching presets")
+    log(f"\nload average before: {load_before}; after: {load_after} ({cpus} cores)")
+    log("\n== goals ==")
+    for line in verdicts:
+        log(line)
+
+
+def goal_line(name, value, limit, higher=False, unit=""):
+    met = value >= limit if higher else value <= limit
+    if met:
+        return f"{name}: goal met ({value:.2f}{unit})"
+    return f"{name}: gap {value - limit:+.2f}{unit} ({value:.2f}{unit} against {limit:.2f}{unit})"
+
+
+if __name__ == "__main__":
+    main()
