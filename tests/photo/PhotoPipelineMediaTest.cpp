@@ -143,8 +143,10 @@ TEST(PhotoPipelineMedia, TheDeviceLimitRefusesAndTheRetrysExplicitSizeSkipsIt) {
         const char* written;  // or "" for code 5
     };
     const std::vector<Case> cases = {
-        {{8192, 8192}, CGSizeZero, "8192x8192"}, {{8193, 100}, CGSizeZero, ""},
-        {{100, 8193}, CGSizeZero, ""},           {{8193, 100}, {9000, 10}, "9000x10"},
+        {{8192, 8192}, CGSizeZero, "8192x8192"},
+        {{8193, 100}, CGSizeZero, ""},
+        {{100, 8193}, CGSizeZero, ""},
+        {{8193, 100}, {9000, 10}, "9000x10"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(NSStringFromCGSize(c.templateSize) + " " + NSStringFromCGSize(c.explicitSize));
