@@ -174,6 +174,13 @@ void VRProcessor::_videoStageWithAVAsset(const AVAssetRef& movie, const VRAssetR
     auto onEnd = [this, movie, identifier, paired, sourceURL, format, options, bitrate, frame,
                   completion, ended](const std::optional<std::string>& url, std::int64_t state,
                                      const platform::ErrorRef& error) {
+        // Leave the registry before anyone hears of the end, so a caller woken by the
+        // completion never finds the finished job still listed.
+        *ended = true;
+        {
+            std::lock_guard<std::mutex> lock(_videoJobsMutex);
+            _videoResizers.erase(identifier);
+        }
         if (state == static_cast<std::int64_t>(VRVideoResizeStatus::finished)) {
             completion(url, VRFormatMediaTypeVideo, std::nullopt, nullptr);
         } else {
@@ -187,9 +194,6 @@ void VRProcessor::_videoStageWithAVAsset(const AVAssetRef& movie, const VRAssetR
             if (paired && sourceURL) FileManager::removeItemAtPath(*sourceURL);
             completion(std::nullopt, VRFormatMediaTypeVideo, std::nullopt, failure);
         }
-        *ended = true;
-        std::lock_guard<std::mutex> lock(_videoJobsMutex);
-        _videoResizers.erase(identifier);
     };
     std::any job = LegacyManager::videoResizeWithVideoAsset(
         movie, identifier, format, frame, static_cast<std::int64_t>(resolved.arrangement), bitrate,
