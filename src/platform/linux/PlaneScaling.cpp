@@ -12,6 +12,10 @@
 #include <memory>
 #include <tuple>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace {
 
 constexpr std::size_t kAlign = 64;
@@ -120,6 +124,78 @@ struct ChannelAccess {
     Ring ring;
 };
 
+// Interleaved CbCr is the hot case of the line callbacks (every chroma plane of every frame,
+// each channel read and written once per pass), so pairs are moved sixteen bytes at a time.
+#if defined(__SSE2__)
+template <class T>
+__m128i loadBlock(const T* p) {
+    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+}
+template <class T>
+void storeBlock(T* p, __m128i v) {
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(p), v);
+}
+#endif
+
+// Channel c (0 or 1) of `count` pairs into a plain row.
+template <class T>
+void splitPairs(const T* in, T* out, std::size_t count, std::size_t c) {
+    std::size_t x = 0;
+#if defined(__SSE2__)
+    constexpr std::size_t step = 16 / sizeof(T);
+    for (; x + step <= count; x += step) {
+        __m128i a = loadBlock(in + 2 * x), b = loadBlock(in + 2 * x + step);
+        if constexpr (sizeof(T) == 1) {
+            const __m128i low = _mm_set1_epi16(0x00FF);
+            a = c ? _mm_srli_epi16(a, 8) : _mm_and_si128(a, low);
+            b = c ? _mm_srli_epi16(b, 8) : _mm_and_si128(b, low);
+            storeBlock(out + x, _mm_packus_epi16(a, b));
+        } else {
+            // Sign-extended words survive the signed saturation of the pack unchanged.
+            a = c ? _mm_srai_epi32(a, 16) : _mm_srai_epi32(_mm_slli_epi32(a, 16), 16);
+            b = c ? _mm_srai_epi32(b, 16) : _mm_srai_epi32(_mm_slli_epi32(b, 16), 16);
+            storeBlock(out + x, _mm_packs_epi32(a, b));
+        }
+    }
+#endif
+    for (; x < count; ++x) out[x] = in[2 * x + c];
+}
+
+// A plain row into channel c of `count` pairs, leaving the other channel as it is.
+template <class T>
+void mergePairs(const T* in, T* out, std::size_t count, std::size_t c) {
+    std::size_t x = 0;
+#if defined(__SSE2__)
+    constexpr std::size_t step = 16 / sizeof(T);
+    const __m128i zero = _mm_setzero_si128();
+    for (; x + step <= count; x += step) {
+        const __m128i v = loadBlock(in + x);
+        __m128i lo, hi, keep;
+        if constexpr (sizeof(T) == 1) {
+            lo = _mm_unpacklo_epi8(v, zero);
+            hi = _mm_unpackhi_epi8(v, zero);
+            if (c) {
+                lo = _mm_slli_epi16(lo, 8);
+                hi = _mm_slli_epi16(hi, 8);
+            }
+            keep = _mm_set1_epi16(c ? 0x00FF : static_cast<short>(0xFF00));
+        } else {
+            lo = _mm_unpacklo_epi16(v, zero);
+            hi = _mm_unpackhi_epi16(v, zero);
+            if (c) {
+                lo = _mm_slli_epi32(lo, 16);
+                hi = _mm_slli_epi32(hi, 16);
+            }
+            keep = _mm_set1_epi32(c ? 0x0000FFFF : static_cast<int>(0xFFFF0000u));
+        }
+        T* o = out + 2 * x;
+        storeBlock(o, _mm_or_si128(_mm_and_si128(loadBlock(o), keep), lo));
+        storeBlock(o + step, _mm_or_si128(_mm_and_si128(loadBlock(o + step), keep), hi));
+    }
+#endif
+    for (; x < count; ++x) out[2 * x + c] = in[x];
+}
+
 template <class T>
 int unpackLine(void* user, unsigned i, unsigned left, unsigned right) {
     auto* a = static_cast<ChannelAccess*>(user);
@@ -129,6 +205,8 @@ int unpackLine(void* user, unsigned i, unsigned left, unsigned right) {
     const std::size_t n = a->form.channels, c = a->channel;
     if (n == 1) {
         std::memcpy(out + left, in + left, (right - left) * sizeof(T));
+    } else if (n == 2) {
+        splitPairs(in + 2 * left, out + left, right - left, c);
     } else {
         for (unsigned x = left; x < right; ++x) out[x] = in[x * n + c];
     }
@@ -144,6 +222,8 @@ int packLine(void* user, unsigned i, unsigned left, unsigned right) {
     const std::size_t n = a->form.channels, c = a->channel;
     if (n == 1) {
         std::memcpy(out + left, in + left, (right - left) * sizeof(T));
+    } else if (n == 2) {
+        mergePairs(in + left, out + 2 * left, right - left, c);
     } else {
         for (unsigned x = left; x < right; ++x) out[x * n + c] = in[x];
     }
