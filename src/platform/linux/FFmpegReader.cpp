@@ -27,7 +27,10 @@ using platform::PlistDictionary;
 
 namespace {
 
-constexpr std::size_t kFramesAhead = 3;
+// Converted frames waiting for the caller. Each is a full copy of a decoded frame (25 MB for
+// 4K 10-bit), and the decoder's frame threads already run ahead on their own, so one is
+// enough to keep decoding and drawing overlapped.
+constexpr std::size_t kFramesAhead = 1;
 
 const OSType kSixCodes[] = {kCVPixelFormatType_32BGRA,
                             kCVPixelFormatType_420YpCbCr8BiPlanarFullRange,
@@ -450,6 +453,12 @@ CVPixelBufferRef AVAssetReaderTrackOutput::Impl::convert(AVFrame* f, ErrorRef* e
 }
 
 bool AVAssetReaderTrackOutput::Impl::deliver(AVFrame* frame, ErrorRef* error) {
+    // Converted only once there is room for it, so that no copy waits beside the queue.
+    {
+        std::unique_lock<std::mutex> lock(mutex);
+        changed.wait(lock, [this] { return frames.size() < kFramesAhead || stopRequested; });
+        if (stopRequested) return false;
+    }
     CVPixelBufferRef buffer = convert(frame, error);
     if (!buffer) {
         if (!*error) *error = platform::avError(AVErrorDecodeFailed, "A frame could not be made");
@@ -464,7 +473,6 @@ bool AVAssetReaderTrackOutput::Impl::deliver(AVFrame* frame, ErrorRef* error) {
         timeFromStream(frame->pkt_duration, timeBase.num, timeBase.den),
         CMVideoFormatDescriptionCreateForImageBuffer(buffer));
     std::unique_lock<std::mutex> lock(mutex);
-    changed.wait(lock, [this] { return frames.size() < kFramesAhead || stopRequested; });
     if (stopRequested) return false;
     frames.push_back(std::move(sample));
     lock.unlock();

@@ -239,6 +239,9 @@ struct Encoder {
     OSType input = 0;
     SwsContext* sws = nullptr;
     AVFrame* rgba = nullptr;
+    // The encoder's own pixel format, drawn into for every frame that cannot be handed over
+    // as it is; kept, since a 1080p 10-bit frame is 6 MB of fresh pages each time otherwise.
+    AVFrame* converted = nullptr;
     std::thread thread;
     std::mutex mutex;
     std::condition_variable changed;
@@ -253,6 +256,7 @@ struct Encoder {
     ~Encoder() {
         sws_freeContext(sws);
         av_frame_free(&rgba);
+        av_frame_free(&converted);
         avcodec_free_context(&context);
     }
 };
@@ -641,6 +645,18 @@ void releaseBuffer(void* opaque, uint8_t*) {
     delete static_cast<CVPixelBufferRef*>(opaque);
 }
 
+// The kept frame in the encoder's format, ready to be written: an encoder that still holds the
+// last one (a frame-threaded one may) gets its own copy instead.
+int convertedFrame(Encoder& e) {
+    if (e.converted) return av_frame_make_writable(e.converted);
+    e.converted = av_frame_alloc();
+    if (!e.converted) return AVERROR(ENOMEM);
+    e.converted->format = e.context->pix_fmt;
+    e.converted->width = e.context->width;
+    e.converted->height = e.context->height;
+    return av_frame_get_buffer(e.converted, 0);
+}
+
 }  // namespace
 
 bool WriterCore::encodeFrame(AVAssetWriterInput::Impl& in, const CVPixelBufferRef& buffer,
@@ -654,12 +670,6 @@ bool WriterCore::encodeFrame(AVAssetWriterInput::Impl& in, const CVPixelBufferRe
     frame->width = ctx->width;
     frame->height = ctx->height;
     frame->format = ctx->pix_fmt;
-    frame->pts = pts;
-    frame->color_range = ctx->color_range;
-    frame->color_primaries = ctx->color_primaries;
-    frame->color_trc = ctx->color_trc;
-    frame->colorspace = ctx->colorspace;
-    frame->sample_aspect_ratio = ctx->sample_aspect_ratio;
     const OSType code = buffer->pixelFormatType();
     int ret = 0;
     if (ctx->pix_fmt == AV_PIX_FMT_NV12 && isBiplanar(code) && !isTenBit(code)) {
@@ -671,7 +681,7 @@ bool WriterCore::encodeFrame(AVAssetWriterInput::Impl& in, const CVPixelBufferRe
             frame->data[p] = static_cast<uint8_t*>(buffer->baseAddressOfPlane(p));
             frame->linesize[p] = static_cast<int>(buffer->bytesPerRowOfPlane(p));
         }
-    } else if ((ret = av_frame_get_buffer(frame, 0)) >= 0) {
+    } else if ((ret = convertedFrame(e)) >= 0 && (ret = av_frame_ref(frame, e.converted)) >= 0) {
         bool direct = isBiplanar(code) &&
                       (ctx->pix_fmt == AV_PIX_FMT_YUV420P || ctx->pix_fmt == AV_PIX_FMT_YUVJ420P ||
                        ctx->pix_fmt == AV_PIX_FMT_YUV420P10LE) &&
@@ -721,6 +731,12 @@ bool WriterCore::encodeFrame(AVAssetWriterInput::Impl& in, const CVPixelBufferRe
             }
         }
     }
+    frame->pts = pts;
+    frame->color_range = ctx->color_range;
+    frame->color_primaries = ctx->color_primaries;
+    frame->color_trc = ctx->color_trc;
+    frame->colorspace = ctx->colorspace;
+    frame->sample_aspect_ratio = ctx->sample_aspect_ratio;
     if (ret >= 0) ret = avcodec_send_frame(ctx, frame);
     av_frame_free(&frame);
     if (ret < 0) {
