@@ -21,6 +21,7 @@ extern "C" {
 #include "platform/AVVideoSettings.h"
 #include "platform/Log.h"
 #include "platform/linux/FFmpegSupport.h"
+#include "platform/linux/PlaneInterleave.h"
 
 using platform::ErrorRef;
 using platform::PlistDictionary;
@@ -133,32 +134,26 @@ void interleave8(const AVFrame* f, const CVPixelBuffer& dst) {
     }
     const auto& c = dst.plane(1);
     for (std::size_t r = 0; r < c.height; ++r) {
-        const uint8_t* u = f->data[1] + r * f->linesize[1];
-        const uint8_t* v = f->data[2] + r * f->linesize[2];
-        uint8_t* out = c.data + r * c.rowBytes;
-        for (std::size_t x = 0; x < c.width; ++x) {
-            out[2 * x] = u[x];
-            out[2 * x + 1] = v[x];
-        }
+        platform::interleaveChroma8(f->data[1] + r * f->linesize[1],
+                                    f->data[2] + r * f->linesize[2], c.data + r * c.rowBytes,
+                                    c.width);
     }
 }
 
 void interleave10(const AVFrame* f, const CVPixelBuffer& dst) {
+    auto row = [](uint8_t* base, std::size_t r, std::size_t stride) {
+        return reinterpret_cast<uint16_t*>(base + r * stride);
+    };
     const auto& y = dst.plane(0);
     for (std::size_t r = 0; r < y.height; ++r) {
-        const auto* in = reinterpret_cast<const uint16_t*>(f->data[0] + r * f->linesize[0]);
-        auto* out = reinterpret_cast<uint16_t*>(y.data + r * y.rowBytes);
-        for (std::size_t x = 0; x < y.width; ++x) out[x] = static_cast<uint16_t>(in[x] << 6);
+        platform::widenLuma10(row(f->data[0], r, f->linesize[0]), row(y.data, r, y.rowBytes),
+                              y.width);
     }
     const auto& c = dst.plane(1);
     for (std::size_t r = 0; r < c.height; ++r) {
-        const auto* u = reinterpret_cast<const uint16_t*>(f->data[1] + r * f->linesize[1]);
-        const auto* v = reinterpret_cast<const uint16_t*>(f->data[2] + r * f->linesize[2]);
-        auto* out = reinterpret_cast<uint16_t*>(c.data + r * c.rowBytes);
-        for (std::size_t x = 0; x < c.width; ++x) {
-            out[2 * x] = static_cast<uint16_t>(u[x] << 6);
-            out[2 * x + 1] = static_cast<uint16_t>(v[x] << 6);
-        }
+        platform::interleaveChroma10(row(f->data[1], r, f->linesize[1]),
+                                     row(f->data[2], r, f->linesize[2]), row(c.data, r, c.rowBytes),
+                                     c.width);
     }
 }
 
@@ -293,7 +288,10 @@ bool AVAssetReaderTrackOutput::Impl::start(const std::string& path, ErrorRef* er
         return false;
     }
     decoder->pkt_timebase = st->time_base;
-    decoder->thread_count = 0;
+    // An output offered several formats is asked which one the decoder gives: it takes a
+    // frame and is cancelled. One thread gives that frame soonest and decodes none in vain,
+    // where frame threads would first fill their pipeline and then finish it at the cancel.
+    decoder->thread_count = requested.size() > 1 ? 1 : 0;
     decoder->thread_type = FF_THREAD_FRAME | FF_THREAD_SLICE;
     int ret = avcodec_open2(decoder, codec, nullptr);
     if (ret < 0) {

@@ -30,6 +30,7 @@ extern "C" {
 #include "platform/AVVideoSettings.h"
 #include "platform/Log.h"
 #include "platform/linux/FFmpegSupport.h"
+#include "platform/linux/PlaneInterleave.h"
 
 using platform::ErrorRef;
 using platform::PlistDictionary;
@@ -594,34 +595,26 @@ namespace {
 void deinterleave(const CVPixelBuffer& src, AVFrame* dst, bool tenBit) {
     const auto& y = src.plane(0);
     const auto& c = src.plane(1);
-    if (!tenBit) {
-        for (std::size_t r = 0; r < y.height; ++r) {
+    auto words = [](uint8_t* base, std::size_t r, std::size_t stride) {
+        return reinterpret_cast<uint16_t*>(base + r * stride);
+    };
+    for (std::size_t r = 0; r < y.height; ++r) {
+        if (tenBit) {
+            platform::narrowLuma10(words(y.data, r, y.rowBytes),
+                                   words(dst->data[0], r, dst->linesize[0]), y.width);
+        } else {
             std::memcpy(dst->data[0] + r * dst->linesize[0], y.data + r * y.rowBytes, y.width);
         }
-        for (std::size_t r = 0; r < c.height; ++r) {
-            const uint8_t* in = c.data + r * c.rowBytes;
-            uint8_t* u = dst->data[1] + r * dst->linesize[1];
-            uint8_t* v = dst->data[2] + r * dst->linesize[2];
-            for (std::size_t x = 0; x < c.width; ++x) {
-                u[x] = in[2 * x];
-                v[x] = in[2 * x + 1];
-            }
-        }
-        return;
-    }
-    auto down = [](uint16_t s) { return static_cast<uint16_t>(std::min(1023, (s + 32) >> 6)); };
-    for (std::size_t r = 0; r < y.height; ++r) {
-        const auto* in = reinterpret_cast<const uint16_t*>(y.data + r * y.rowBytes);
-        auto* out = reinterpret_cast<uint16_t*>(dst->data[0] + r * dst->linesize[0]);
-        for (std::size_t x = 0; x < y.width; ++x) out[x] = down(in[x]);
     }
     for (std::size_t r = 0; r < c.height; ++r) {
-        const auto* in = reinterpret_cast<const uint16_t*>(c.data + r * c.rowBytes);
-        auto* u = reinterpret_cast<uint16_t*>(dst->data[1] + r * dst->linesize[1]);
-        auto* v = reinterpret_cast<uint16_t*>(dst->data[2] + r * dst->linesize[2]);
-        for (std::size_t x = 0; x < c.width; ++x) {
-            u[x] = down(in[2 * x]);
-            v[x] = down(in[2 * x + 1]);
+        if (tenBit) {
+            platform::deinterleaveChroma10(words(c.data, r, c.rowBytes),
+                                           words(dst->data[1], r, dst->linesize[1]),
+                                           words(dst->data[2], r, dst->linesize[2]), c.width);
+        } else {
+            platform::deinterleaveChroma8(c.data + r * c.rowBytes,
+                                          dst->data[1] + r * dst->linesize[1],
+                                          dst->data[2] + r * dst->linesize[2], c.width);
         }
     }
 }
