@@ -288,10 +288,7 @@ bool AVAssetReaderTrackOutput::Impl::start(const std::string& path, ErrorRef* er
         return false;
     }
     decoder->pkt_timebase = st->time_base;
-    // An output offered several formats is asked which one the decoder gives: it takes a
-    // frame and is cancelled. One thread gives that frame soonest and decodes none in vain,
-    // where frame threads would first fill their pipeline and then finish it at the cancel.
-    decoder->thread_count = requested.size() > 1 ? 1 : 0;
+    decoder->thread_count = 0;
     decoder->thread_type = FF_THREAD_FRAME | FF_THREAD_SLICE;
     int ret = avcodec_open2(decoder, codec, nullptr);
     if (ret < 0) {
