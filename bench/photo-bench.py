@@ -153,12 +153,13 @@ def unwarp_available(unwarp):
 def p3_template(unwarp, home):
     """A personal template for P3 (1080 x 1920 fit, PNG out); None when it cannot be made."""
     result = subprocess.run([unwarp, "--home", home, "template", "create", "--name", "Bench Fit",
-                             "--size", "1080x1920", "--method", "fit", "--photo-format", "png",
-                             "--json"], stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+                             "--size", "1080x1920", "--method", "fit", "--photo-format", "png"],
+                            stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
     if result.returncode != 0:
         return None
-    match = re.search(r'"key"\s*:\s*"([^"]+)"', result.stdout)
-    return match.group(1) if match else None
+    # `template create` prints the new template's key alone.
+    key = result.stdout.strip()
+    return key if re.fullmatch(r"[0-9A-F-]{36}", key) else None
 
 
 def unwarp_steps(unwarp, home, template, src, outdir):
