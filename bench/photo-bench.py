@@ -372,6 +372,9 @@ def main():
     log("\n== notes ==")
     log("P2: vips resize decodes at full size as unwarp must; vips-thumb may shrink on load "
         "(DCT scaling), which unwarp does not do, and is shown for reference only")
+    log("P2: libjpeg keeps every DCT coefficient of a progressive JPEG until its last scan "
+        "(about 3 bytes a pixel, 72 MB at 24 MP) beside the decoded bitmap; the libvips row "
+        "holds the coefficients too but streams its output")
     log("P3: the peers write PNG with unwarp's settings (zlib level 4, Paeth filter)")
     log(f"P4: all three write HEIC at libheif quality {HEIC_QUALITY} (CRF 22); unwarp sets x265's "
         "preset to ultrafast, which neither vips nor convert can choose (they run libheif's "
