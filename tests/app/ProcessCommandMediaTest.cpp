@@ -12,8 +12,12 @@
 #include <sstream>
 #include <thread>
 
+#include "app/CommandSupport.h"
 #include "photo/PhotoSupport.h"
 
+using command_test::filesIn;
+using command_test::Outcome;
+using command_test::unwarp;
 using nlohmann::json;
 using photo_test::quadrants;
 using photo_test::run;
@@ -22,40 +26,12 @@ using testing_support::TestHome;
 
 namespace {
 
-struct Outcome {
-    int exitCode;
-    std::string out;
-    std::string err;
-};
-
-// Standard input is empty (not a terminal), so the command never asks.
-Outcome unwarp(const TestHome& home, const std::string& arguments) {
-    const std::string errPath = home.path("stderr.txt");
-    Outcome o;
-    o.exitCode =
-        testing_support::runCommand(std::string("'") + UNWARP_BINARY + "' --home '" + home.root() +
-                                        "' " + arguments + " 2>'" + errPath + "' </dev/null",
-                                    &o.out);
-    std::ifstream in(errPath, std::ios::binary);
-    o.err.assign(std::istreambuf_iterator<char>(in), {});
-    return o;
-}
-
 std::vector<json> lines(const std::string& text) {
     std::vector<json> objects;
     std::istringstream in(text);
     for (std::string line; std::getline(in, line);)
         objects.push_back(json::parse(line, nullptr, false));
     return objects;
-}
-
-std::vector<std::string> filesIn(const std::string& folder) {
-    std::vector<std::string> names;
-    std::error_code ec;
-    for (const auto& e : std::filesystem::directory_iterator(folder, ec))
-        names.push_back(e.path().filename().string());
-    std::sort(names.begin(), names.end());
-    return names;
 }
 
 TEST(ProcessCommandMedia, ResultsGoToTheOutputFolderWithOneJsonObjectALine) {

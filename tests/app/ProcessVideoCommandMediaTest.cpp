@@ -10,39 +10,16 @@
 #include <nlohmann/json.hpp>
 #include <thread>
 
+#include "app/CommandSupport.h"
 #include "platform/MediaTestSupport.h"
 
+using command_test::filesIn;
+using command_test::Outcome;
+using command_test::unwarp;
 using nlohmann::json;
 using testing_support::TestHome;
 
 namespace {
-
-struct Outcome {
-    int exitCode;
-    std::string out;
-    std::string err;
-};
-
-Outcome unwarp(const TestHome& home, const std::string& arguments) {
-    const std::string errPath = home.path("stderr.txt");
-    Outcome o;
-    o.exitCode =
-        testing_support::runCommand(std::string("'") + UNWARP_BINARY + "' --home '" + home.root() +
-                                        "' " + arguments + " 2>'" + errPath + "' </dev/null",
-                                    &o.out);
-    std::ifstream in(errPath, std::ios::binary);
-    o.err.assign(std::istreambuf_iterator<char>(in), {});
-    return o;
-}
-
-std::vector<std::string> filesIn(const std::string& folder) {
-    std::vector<std::string> names;
-    std::error_code ec;
-    for (const auto& e : std::filesystem::directory_iterator(folder, ec))
-        names.push_back(e.path().filename().string());
-    std::sort(names.begin(), names.end());
-    return names;
-}
 
 // A movie through "Unwarp 1.33x" and a Live Photo pair: every result in the output folder at
 // its exact size, the Live Photo's movie beside its still, nothing left in the program's own

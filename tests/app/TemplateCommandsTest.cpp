@@ -5,29 +5,14 @@
 #include <iterator>
 #include <nlohmann/json.hpp>
 
+#include "app/CommandSupport.h"
 #include "support/TestHome.h"
 
 namespace {
 
+using command_test::Outcome;
+using command_test::unwarp;
 using nlohmann::json;
-
-struct Outcome {
-    int exitCode;
-    std::string out;
-    std::string err;
-};
-
-Outcome unwarp(const testing_support::TestHome& home, const std::string& arguments) {
-    const std::string errPath = home.path("stderr.txt");
-    Outcome run;
-    run.exitCode =
-        testing_support::runCommand(std::string("'") + UNWARP_BINARY + "' --home '" + home.root() +
-                                        "' " + arguments + " 2>'" + errPath + "'",
-                                    &run.out);
-    std::ifstream in(errPath, std::ios::binary);
-    run.err.assign(std::istreambuf_iterator<char>(in), {});
-    return run;
-}
 
 std::string firstLine(const std::string& text) {
     return text.substr(0, text.find('\n'));

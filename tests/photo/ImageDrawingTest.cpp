@@ -3,9 +3,12 @@
 #include <cstring>
 
 #include "photo/ImageDrawing.h"
+#include "photo/PhotoSupport.h"
 #include "platform/Log.h"
 
 using namespace platform;
+using photo_test::colourAt;
+using photo_test::corners;
 
 namespace {
 
@@ -33,27 +36,6 @@ Bitmap quadrants(std::size_t w, std::size_t h, CGImageAlphaInfo alpha = kCGImage
             }
         }
     return Bitmap(w, h, layout, ColorSpace::deviceRGB(), px);
-}
-
-// 'R', 'G', 'B', 'W', 'K' (black), '.' (transparent) or '?' for a pixel.
-char colourAt(const Bitmap& b, std::size_t x, std::size_t y) {
-    auto p = b.pixelAt(x, y);
-    auto on = [](std::uint16_t v) { return v > 60000; };
-    auto off = [](std::uint16_t v) { return v < 5000; };
-    if (p.a < 5000) return '.';
-    if (on(p.r) && off(p.g) && off(p.b)) return 'R';
-    if (off(p.r) && on(p.g) && off(p.b)) return 'G';
-    if (off(p.r) && off(p.g) && on(p.b)) return 'B';
-    if (on(p.r) && on(p.g) && on(p.b)) return 'W';
-    if (off(p.r) && off(p.g) && off(p.b)) return 'K';
-    return '?';
-}
-
-// The colours at the centres of the four quadrants: top-left, top-right, bottom-left, bottom-right.
-std::string corners(const Bitmap& b) {
-    const std::size_t w = b.width(), h = b.height();
-    return {colourAt(b, w / 4, h / 4), colourAt(b, 3 * w / 4, h / 4), colourAt(b, w / 4, 3 * h / 4),
-            colourAt(b, 3 * w / 4, 3 * h / 4)};
 }
 
 std::optional<Bitmap> render(const Bitmap& image, std::int64_t orientation, std::uint32_t bits,

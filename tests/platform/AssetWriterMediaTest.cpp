@@ -20,6 +20,7 @@
 
 namespace {
 
+using media_test::framemd5;
 using media_test::has;
 using media_test::makeMovie;
 using media_test::probe;
@@ -85,14 +86,6 @@ void appendFrames(const std::shared_ptr<AVAssetWriterInputPixelBufferAdaptor>& a
         paint(buffer);
         ASSERT_TRUE(adaptor->appendPixelBuffer(buffer, CMTimeMake(i, 25))) << "frame " << i;
     }
-}
-
-std::string framemd5(const std::string& path, const char* stream) {
-    std::string out;
-    testing_support::runCommand("ffmpeg -v error -i '" + path + "' -map 0:" + stream +
-                                    " -c copy -f framemd5 - 2>&1 | grep -v '^#'",
-                                &out);
-    return out;
 }
 
 // The whole road of one movie: frames read, scaled into the adaptor's pool and encoded through
@@ -451,14 +444,9 @@ TEST(AssetWriterMediaTest, DiskFullChild) {
 // "AVFoundationErrorDomain" and removes what it had written.
 TEST(AssetWriterMediaTest, DiskFullIsReportedAndLeavesNoFile) {
     testing_support::TestHome home;
-    char self[4096] = {0};
-    ASSERT_GT(::readlink("/proc/self/exe", self, sizeof self - 1), 0);
     std::string out = home.path("full.mov");
-    std::string output;
-    testing_support::runCommand("ulimit -f 64; trap '' XFSZ; UNWARP_DISK_FULL_OUTPUT='" + out +
-                                    "' '" + self +
-                                    "' --gtest_filter=AssetWriterMediaTest.DiskFullChild 2>&1",
-                                &output);
+    const std::string output = media_test::runUnderFileSizeLimit(
+        "UNWARP_DISK_FULL_OUTPUT='" + out + "'", "AssetWriterMediaTest.DiskFullChild");
     EXPECT_TRUE(has(output, "RESULT status=3 domain=AVFoundationErrorDomain code=-11807"))
         << output;
     EXPECT_FALSE(exists(out));

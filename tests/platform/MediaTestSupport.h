@@ -3,6 +3,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <condition_variable>
@@ -42,6 +43,37 @@ inline std::string probe(const std::string& path, const std::string& arguments) 
 
 inline bool has(const std::string& text, const std::string& part) {
     return text.find(part) != std::string::npos;
+}
+
+// The frames of one stream as ffmpeg's framemd5 lists them (checksums of the packets, copied).
+inline std::string framemd5(const std::string& path, const char* stream) {
+    std::string out;
+    testing_support::runCommand("ffmpeg -v error -i '" + path + "' -map 0:" + stream +
+                                    " -c copy -f framemd5 - 2>&1 | grep -v '^#'",
+                                &out);
+    return out;
+}
+
+// Two seconds of random noise encoded losslessly: far too large for the 64 KiB limit below.
+inline std::string makeNoiseMovie(const testing_support::TestHome& home) {
+    return makeMovie(home, "noise.mov",
+                     "-f lavfi -i nullsrc=size=320x240:rate=25 -t 2 -vf "
+                     "'geq=random(1)*255:128:128' -c:v libx264 -crf 0");
+}
+
+// Runs one test of this test program in a child whose files may not grow past 64 KiB, standing
+// in for a full disk. `environment` is "NAME='value' ..." for the child; returns what it printed.
+inline std::string runUnderFileSizeLimit(const std::string& environment, const std::string& test) {
+    char self[4096] = {0};
+    if (::readlink("/proc/self/exe", self, sizeof self - 1) <= 0) {
+        ADD_FAILURE() << "cannot find this test program";
+        return {};
+    }
+    std::string output;
+    testing_support::runCommand("ulimit -f 64; trap '' XFSZ; " + environment + " '" + self +
+                                    "' --gtest_filter=" + test + " 2>&1",
+                                &output);
+    return output;
 }
 
 // A serial queue on one thread, standing in for the platform's queues.

@@ -18,6 +18,7 @@
 
 namespace {
 
+using media_test::framemd5;
 using media_test::has;
 using media_test::makeMovie;
 using media_test::probe;
@@ -34,14 +35,6 @@ std::string tempVideoDirectory() {
 std::vector<std::string> leftovers() {
     return FileManager::contentsOfDirectoryAtPath(tempVideoDirectory())
         .value_or(std::vector<std::string>{});
-}
-
-std::string framemd5(const std::string& path, const char* stream) {
-    std::string out;
-    testing_support::runCommand("ffmpeg -v error -i '" + path + "' -map 0:" + stream +
-                                    " -c copy -f framemd5 - 2>&1 | grep -v '^#'",
-                                &out);
-    return out;
 }
 
 VRVideoResizeOptions optionsFor(const VRResolvedOutput& resolved) {
@@ -415,18 +408,11 @@ TEST(VRVideoResizerMedia, DiskFullChild) {
 // writer's out-of-space error and removes the partial file.
 TEST(VRVideoResizerMedia, DiskFullFailsWithNoFileLeft) {
     testing_support::TestHome home;
-    const std::string source = makeMovie(home, "noise.mov",
-                                         "-f lavfi -i nullsrc=size=320x240:rate=25 -t 2 -vf "
-                                         "'geq=random(1)*255:128:128' -c:v libx264 -crf 0");
+    const std::string source = media_test::makeNoiseMovie(home);
     ASSERT_FALSE(source.empty());
-    char self[4096] = {0};
-    ASSERT_GT(::readlink("/proc/self/exe", self, sizeof self - 1), 0);
-    std::string output;
-    testing_support::runCommand("ulimit -f 64; trap '' XFSZ; UNWARP_DISK_FULL_HOME='" +
-                                    home.root() + "' UNWARP_DISK_FULL_SOURCE='" + source + "' '" +
-                                    self +
-                                    "' --gtest_filter=VRVideoResizerMedia.DiskFullChild 2>&1",
-                                &output);
+    const std::string output = media_test::runUnderFileSizeLimit(
+        "UNWARP_DISK_FULL_HOME='" + home.root() + "' UNWARP_DISK_FULL_SOURCE='" + source + "'",
+        "VRVideoResizerMedia.DiskFullChild");
     EXPECT_TRUE(has(output, "RESULT status=1 domain=AVFoundationErrorDomain code=-11807 left=0"))
         << output;
 }

@@ -181,18 +181,12 @@ TEST(VideoStageMedia, DiskFullChild) {
 // attached, and the partial file removed.
 TEST(VideoStageMedia, DiskFullEndsWithCode17) {
     testing_support::TestHome home;
-    const std::string source = makeMovie(home, "noise.mov",
-                                         "-f lavfi -i nullsrc=size=320x240:rate=25 -t 2 -vf "
-                                         "'geq=random(1)*255:128:128' -c:v libx264 -crf 0");
+    const std::string source = media_test::makeNoiseMovie(home);
     ASSERT_FALSE(source.empty());
-    char self[4096] = {0};
-    ASSERT_GT(::readlink("/proc/self/exe", self, sizeof self - 1), 0);
-    std::string output;
-    testing_support::runCommand("ulimit -f 64; trap '' XFSZ; UNWARP_STAGE_DISK_FULL_HOME='" +
-                                    home.root() + "' UNWARP_STAGE_DISK_FULL_SOURCE='" + source +
-                                    "' '" + self +
-                                    "' --gtest_filter=VideoStageMedia.DiskFullChild 2>&1",
-                                &output);
+    const std::string output =
+        media_test::runUnderFileSizeLimit("UNWARP_STAGE_DISK_FULL_HOME='" + home.root() +
+                                              "' UNWARP_STAGE_DISK_FULL_SOURCE='" + source + "'",
+                                          "VideoStageMedia.DiskFullChild");
     EXPECT_TRUE(has(output, "RESULT code=17 encode=1 left=0")) << output;
 }
 

@@ -332,13 +332,6 @@ struct AlignedDraw {
     }
 };
 
-// Four 8-bit samples starting at px, as one little-endian word.
-inline std::uint32_t load32(const std::uint8_t* px) {
-    std::uint32_t v;
-    std::memcpy(&v, px, 4);
-    return v;
-}
-
 inline std::uint16_t load16(const std::uint8_t* px) {
     std::uint16_t v;
     std::memcpy(&v, px, 2);
