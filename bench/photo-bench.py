@@ -22,6 +22,8 @@ import subprocess
 import sys
 import tempfile
 
+from benchtools import goal_line, loadavg, log, run, timed
+
 JOBS = {
     # name: input, unwarp template, output extension, source size, output size
     "P1": dict(input="p1.jpg", template="uw-133", ext="jpg", src=(4032, 3024), out=(5363, 3024),
@@ -44,15 +46,6 @@ P2_SCALE = 1080 / 4000
 P3_SCALE = 1080 / 3000
 
 
-def log(text=""):
-    print(text, flush=True)
-
-
-def run(command, **kwargs):
-    return subprocess.run(command, check=True, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-                          text=True, **kwargs)
-
-
 def make_inputs(scratch):
     """Textured pictures made by ImageMagick's plasma fractal, each once."""
     makers = {
@@ -73,18 +66,6 @@ def make_inputs(scratch):
         if not os.path.exists(os.path.join(scratch, name)):
             log(f"making {name} ...")
             run(command, cwd=scratch)
-
-
-def timed(command, cwd):
-    """Wall seconds, CPU seconds and peak kB of one run under GNU time."""
-    report = os.path.join(cwd, ".time")
-    result = subprocess.run(["/usr/bin/time", "-f", "%e %U %S %M", "-o", report] + command,
-                            cwd=cwd, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
-    if result.returncode != 0:
-        raise RuntimeError(f"{' '.join(command)} failed:\n{result.stdout}{result.stderr}")
-    with open(report) as f:
-        wall, user, system, peak = f.read().split()[-4:]
-    return float(wall), float(user) + float(system), int(peak)
 
 
 def measure(steps, cwd, runs):
@@ -212,11 +193,6 @@ def psnr(a, b):
                             stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
     match = re.match(r"\s*([0-9.]+|inf)", result.stderr)
     return float(match.group(1)) if match else None
-
-
-def loadavg():
-    with open("/proc/loadavg") as f:
-        return " ".join(f.read().split()[:3])
 
 
 def main():
@@ -383,13 +359,6 @@ def main():
     log("\n== goals ==")
     for line in verdicts:
         log(line)
-
-
-def goal_line(name, value, limit, higher=False, unit=""):
-    met = value >= limit if higher else value <= limit
-    if met:
-        return f"{name}: goal met ({value:.2f}{unit})"
-    return f"{name}: gap {value - limit:+.2f}{unit} ({value:.2f}{unit} against {limit:.2f}{unit})"
 
 
 if __name__ == "__main__":

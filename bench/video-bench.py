@@ -28,6 +28,8 @@ import subprocess
 import sys
 import tempfile
 
+from benchtools import goal_line, loadavg, log, run, timed
+
 JOBS = {
     # input, template, output extension, the displayed output size, arrangement
     "V1": dict(input="v1.mp4", template="uw-133", ext="mp4", size=(2554, 1080), method="stretch",
@@ -52,15 +54,6 @@ PRIMARIES = {"ITU_R_709_2": "bt709", "ITU_R_2020": "bt2020", "P3_D65": "smpte432
 TRANSFERS = {"ITU_R_709_2": "bt709", "ITU_R_2100_HLG": "arib-std-b67",
              "SMPTE_ST_2084_PQ": "smpte2084"}
 MATRICES = {"ITU_R_709_2": "bt709", "ITU_R_601_4": "smpte170m", "ITU_R_2020": "bt2020nc"}
-
-
-def log(text=""):
-    print(text, flush=True)
-
-
-def run(command, **kwargs):
-    return subprocess.run(command, check=True, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-                          text=True, **kwargs)
 
 
 def make_inputs(scratch):
@@ -98,18 +91,6 @@ def make_inputs(scratch):
         if not os.path.exists(os.path.join(scratch, name)):
             log(f"making {name} ...")
             run(command, cwd=scratch)
-
-
-def timed(command, cwd):
-    """Wall seconds, CPU seconds and peak kB of one run under GNU time."""
-    report = os.path.join(cwd, ".time")
-    result = subprocess.run(["/usr/bin/time", "-f", "%e %U %S %M", "-o", report] + command,
-                            cwd=cwd, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
-    if result.returncode != 0:
-        raise RuntimeError(f"{' '.join(command)} failed:\n{result.stdout}{result.stderr}")
-    with open(report) as f:
-        wall, user, system, peak = f.read().split()[-4:]
-    return float(wall), float(user) + float(system), int(peak)
 
 
 def summary(samples):
@@ -252,17 +233,6 @@ def kernel_times(build):
         name = "/".join(entry["run_name"].split("/")[:2])
         times[name] = dict(real=entry["real_time"], cpu=entry["cpu_time"])
     return times
-
-
-def loadavg():
-    with open("/proc/loadavg") as f:
-        return " ".join(f.read().split()[:3])
-
-
-def goal_line(name, value, limit, unit=""):
-    if value <= limit:
-        return f"{name}: goal met ({value:.2f}{unit})"
-    return f"{name}: gap {value - limit:+.2f}{unit} ({value:.2f}{unit} against {limit:.2f}{unit})"
 
 
 def check_output(job, facts, source_md5):
