@@ -1,11 +1,17 @@
 // Runs the built `unwarp` command under a test's scratch home, for the command tests.
 #pragma once
 
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "support/TestHome.h"
@@ -39,6 +45,27 @@ inline std::vector<std::string> filesIn(const std::string& folder) {
         names.push_back(e.path().filename().string());
     std::sort(names.begin(), names.end());
     return names;
+}
+
+// Starts `unwarp --home HOME process --template KEY --out OUT FILE`, sends it SIGINT after
+// `delay`, and returns its exit code (-1 when it did not exit normally).
+inline int interruptedProcess(const testing_support::TestHome& home, const std::string& templateKey,
+                              const std::string& out, const std::string& file,
+                              std::chrono::milliseconds delay) {
+    const std::string root = home.root();
+    const pid_t pid = fork();
+    if (pid < 0) return -1;
+    if (pid == 0) {
+        if (!freopen("/dev/null", "w", stdout) || !freopen("/dev/null", "w", stderr)) _exit(126);
+        execl(UNWARP_BINARY, UNWARP_BINARY, "--home", root.c_str(), "process", "--template",
+              templateKey.c_str(), "--out", out.c_str(), file.c_str(), static_cast<char*>(nullptr));
+        _exit(127);
+    }
+    std::this_thread::sleep_for(delay);
+    kill(pid, SIGINT);
+    int status = 0;
+    waitpid(pid, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 }  // namespace command_test

@@ -1,16 +1,11 @@
 #include <gtest/gtest.h>
 
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <nlohmann/json.hpp>
 #include <sstream>
-#include <thread>
 
 #include "app/CommandSupport.h"
 #include "photo/PhotoSupport.h"
@@ -197,21 +192,10 @@ TEST(ProcessCommandMedia, InterruptCancelsAndLeavesNoFile) {
     const std::string source = home.path("big.png");
     run("convert -size 4000x4000 xc:gray -seed 1 +noise Random '" + source + "'");
     std::filesystem::create_directory(home.path("out"));
-    const std::string root = home.root(), out = home.path("out");
-    const pid_t pid = fork();
-    ASSERT_GE(pid, 0);
-    if (pid == 0) {
-        if (!freopen("/dev/null", "w", stdout) || !freopen("/dev/null", "w", stderr)) _exit(126);
-        execl(UNWARP_BINARY, UNWARP_BINARY, "--home", root.c_str(), "process", "--template",
-              "uw-200", "--out", out.c_str(), source.c_str(), static_cast<char*>(nullptr));
-        _exit(127);
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(400));
-    kill(pid, SIGINT);
-    int status = 0;
-    waitpid(pid, &status, 0);
-    ASSERT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(WEXITSTATUS(status), 130);
+    const std::string out = home.path("out");
+    EXPECT_EQ(command_test::interruptedProcess(home, "uw-200", out, source,
+                                               std::chrono::milliseconds(400)),
+              130);
     EXPECT_TRUE(filesIn(out).empty());
     EXPECT_TRUE(filesIn(home.path("documents")).empty());
 }

@@ -1,14 +1,10 @@
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <nlohmann/json.hpp>
-#include <thread>
 
 #include "app/CommandSupport.h"
 #include "platform/MediaTestSupport.h"
@@ -77,21 +73,10 @@ TEST(ProcessVideoCommandMedia, InterruptCancelsTheJobAndLeavesNoFile) {
         "-f lavfi -i testsrc2=size=640x360:rate=25 -t 20 -c:v libx264 -preset ultrafast");
     ASSERT_FALSE(clip.empty());
     std::filesystem::create_directory(home.path("out"));
-    const std::string root = home.root(), out = home.path("out");
-    const pid_t pid = fork();
-    ASSERT_GE(pid, 0);
-    if (pid == 0) {
-        if (!freopen("/dev/null", "w", stdout) || !freopen("/dev/null", "w", stderr)) _exit(126);
-        execl(UNWARP_BINARY, UNWARP_BINARY, "--home", root.c_str(), "process", "--template",
-              "uw-133", "--out", out.c_str(), clip.c_str(), static_cast<char*>(nullptr));
-        _exit(127);
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(800));
-    kill(pid, SIGINT);
-    int status = 0;
-    waitpid(pid, &status, 0);
-    ASSERT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(WEXITSTATUS(status), 130);
+    const std::string out = home.path("out");
+    EXPECT_EQ(
+        command_test::interruptedProcess(home, "uw-133", out, clip, std::chrono::milliseconds(800)),
+        130);
     EXPECT_TRUE(filesIn(out).empty());
     EXPECT_TRUE(filesIn(home.path("documents/_vrtempvideodir")).empty());
 }
