@@ -1,9 +1,9 @@
 // Kernel timings of the photo jobs P1-P4, each step alone: decode, draw (as the photo pipeline
 // draws: one context, a fill or clear, the transform and clip, one draw), encode, and zimg's own
 // resize of the same planes as the floor under the draw. Inputs come from the folder in
-// UNWARP_BENCH_INPUTS (p1.jpg, p2.jpg, p3.png, p4.heic, as bench/photo-bench.sh makes them);
-// without it, synthetic ones are written to a temporary folder first. The encoded results are
-// left beside the inputs as kernel-P1.jpg and so on.
+// UNWARP_BENCH_INPUTS (p1.jpg, p2.jpg, p3.png, p4.heic, as bench/photo-bench.py makes them);
+// without it, synthetic ones are written to a temporary folder first. The encode step writes
+// beside the inputs, as kernel-P1.jpg and so on.
 #include <benchmark/benchmark.h>
 
 #include <unistd.h>
@@ -200,8 +200,6 @@ void BM_Encode(benchmark::State& state, const Job& job) {
     const Bitmap& source = sourceOf(job);
     if (source.isNull()) return state.SkipWithError("decode failed");
     Bitmap out = render(job, source);
-    // Left in the input folder: bench/photo-bench.py measures the kernels' P1 against
-    // ImageMagick while unwarp cannot run the job itself.
     std::string path =
         inputFolder() + "/kernel-" + job.name + fs::path(job.file).extension().string();
     for (auto _ : state) {

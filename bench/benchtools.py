@@ -1,6 +1,8 @@
 """What the side-by-side benchmark scripts share: running and timing commands under GNU
-time, the load average, and the verdict line of a goal."""
+time, the medians of a Google Benchmark kernel program, the load average, and the verdict
+line of a goal."""
 
+import json
 import os
 import subprocess
 
@@ -36,3 +38,20 @@ def goal_line(name, value, limit, higher=False, unit=""):
     if met:
         return f"{name}: goal met ({value:.2f}{unit})"
     return f"{name}: gap {value - limit:+.2f}{unit} ({value:.2f}{unit} against {limit:.2f}{unit})"
+
+
+def kernel_medians(binary, repetitions, env=None):
+    """Median real and CPU milliseconds of every benchmark of a Google Benchmark program, keyed
+    by the first two parts of its name ("Decode/P1", "FrameScaler/V1-..."); none when the
+    program is not built."""
+    if not os.access(binary, os.X_OK):
+        log(f"no kernel benchmark at {binary}; build it first")
+        return {}
+    result = run([binary, "--benchmark_format=json", f"--benchmark_repetitions={repetitions}",
+                  "--benchmark_report_aggregates_only=true"], env=env)
+    times = {}
+    for entry in json.loads(result.stdout)["benchmarks"]:
+        if entry.get("aggregate_name") == "median":
+            name = "/".join(entry["run_name"].split("/")[:2])
+            times[name] = dict(real=entry["real_time"], cpu=entry["cpu_time"])
+    return times

@@ -28,7 +28,7 @@ import subprocess
 import sys
 import tempfile
 
-from benchtools import goal_line, loadavg, log, run, timed
+from benchtools import goal_line, kernel_medians, loadavg, log, run, timed
 
 JOBS = {
     # input, template, output extension, the displayed output size, arrangement
@@ -219,20 +219,7 @@ def ffmpeg_command(job, settings, src, out):
 
 def kernel_times(build):
     """Median real milliseconds of every frame scaler benchmark, keyed "FrameScaler/V1-..."."""
-    binary = os.path.join(build, "bench", "FrameScalerBenchmark")
-    if not os.access(binary, os.X_OK):
-        log(f"no kernel benchmark at {binary}; build it first")
-        return {}
-    result = run([binary, "--benchmark_format=json", "--benchmark_repetitions=5",
-                  "--benchmark_report_aggregates_only=true"])
-    times = {}
-    for entry in json.loads(result.stdout)["benchmarks"]:
-        if entry.get("aggregate_name") != "median":
-            continue
-        # "FrameScaler/V1-.../process_time/real_time": the kind and the job.
-        name = "/".join(entry["run_name"].split("/")[:2])
-        times[name] = dict(real=entry["real_time"], cpu=entry["cpu_time"])
-    return times
+    return kernel_medians(os.path.join(build, "bench", "FrameScalerBenchmark"), 5)
 
 
 def check_output(job, facts, source_md5):
