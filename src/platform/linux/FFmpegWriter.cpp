@@ -148,11 +148,16 @@ bool isFullRange(OSType code) {
            code == kCVPixelFormatType_420YpCbCr10BiPlanarFullRange;
 }
 
+// H.264 is always 8-bit High, since most players cannot decode High 10; only HEVC keeps more
+// than 8 bits.
 AVPixelFormat encoderFormatFor(const std::string& codec, OSType input) {
     if (codec == AVVideoCodecTypeAppleProRes4444) return AV_PIX_FMT_YUVA444P10LE;
     if (codec == AVVideoCodecTypeJPEG) return AV_PIX_FMT_YUVJ420P;
-    if (isTenBit(input)) return AV_PIX_FMT_YUV420P10LE;
-    if (codec == AVVideoCodecTypeH264 && isBiplanar(input)) return AV_PIX_FMT_NV12;
+    const bool tenBit = isTenBit(input) && codec != AVVideoCodecTypeH264;
+    if (tenBit) return AV_PIX_FMT_YUV420P10LE;
+    if (codec == AVVideoCodecTypeH264 && isBiplanar(input) && !isTenBit(input)) {
+        return AV_PIX_FMT_NV12;
+    }
     return AV_PIX_FMT_YUV420P;
 }
 
@@ -471,10 +476,7 @@ bool WriterCore::openEncoderLocked(AVAssetWriterInput::Impl& in, int timescale, 
         av_dict_set(&options, "preset", c.speedPreset.empty() ? "medium" : c.speedPreset.c_str(),
                     0);
         av_dict_set(&options, "profile",
-                    ctx->pix_fmt == AV_PIX_FMT_YUV420P10LE
-                        ? "high10"
-                        : (c.profile == AVVideoProfileLevelH264MainAutoLevel ? "main" : "high"),
-                    0);
+                    c.profile == AVVideoProfileLevelH264MainAutoLevel ? "main" : "high", 0);
         if (!c.parameters.empty()) av_dict_set(&options, "x264-params", c.parameters.c_str(), 0);
     } else if (c.codec == AVVideoCodecTypeHEVC) {
         av_dict_set(&options, "preset", c.speedPreset.empty() ? "medium" : c.speedPreset.c_str(),
