@@ -148,17 +148,25 @@ bool isFullRange(OSType code) {
            code == kCVPixelFormatType_420YpCbCr10BiPlanarFullRange;
 }
 
-// H.264 is always 8-bit High, since most players cannot decode High 10; only HEVC keeps more
-// than 8 bits.
-AVPixelFormat encoderFormatFor(const std::string& codec, OSType input) {
+// H.264 is always 8-bit (High, or High 4:4:4 for odd sides), since most players cannot decode
+// High 10; only HEVC keeps more than 8 bits. A 4:2:0 stream can only be cropped to even sides
+// (the sequence header crops in steps of two luma samples), so an odd side is encoded in 4:4:4,
+// which the encoder pads to whole blocks and crops back to the exact size in the header.
+AVPixelFormat encoderFormatFor(const std::string& codec, OSType input, bool oddSide) {
     if (codec == AVVideoCodecTypeAppleProRes4444) return AV_PIX_FMT_YUVA444P10LE;
     if (codec == AVVideoCodecTypeJPEG) return AV_PIX_FMT_YUVJ420P;
     const bool tenBit = isTenBit(input) && codec != AVVideoCodecTypeH264;
+    if (oddSide) return tenBit ? AV_PIX_FMT_YUV444P10LE : AV_PIX_FMT_YUV444P;
     if (tenBit) return AV_PIX_FMT_YUV420P10LE;
     if (codec == AVVideoCodecTypeH264 && isBiplanar(input) && !isTenBit(input)) {
         return AV_PIX_FMT_NV12;
     }
     return AV_PIX_FMT_YUV420P;
+}
+
+bool takesOddSides(const std::string& codec) {
+    return codec == AVVideoCodecTypeAppleProRes4444 || codec == AVVideoCodecTypeH264 ||
+           codec == AVVideoCodecTypeHEVC;
 }
 
 ErrorRef writeError(int averror, const std::string& what) {
@@ -442,7 +450,7 @@ bool WriterCore::openEncoderLocked(AVAssetWriterInput::Impl& in, int timescale, 
     auto encoder = std::make_unique<Encoder>();
     encoder->input =
         in.adaptorFormat ? in.adaptorFormat : kCVPixelFormatType_420YpCbCr8BiPlanarVideoRange;
-    encoder->format = encoderFormatFor(c.codec, encoder->input);
+    encoder->format = encoderFormatFor(c.codec, encoder->input, c.width % 2 || c.height % 2);
     AVCodecContext* ctx = avcodec_alloc_context3(codec);
     encoder->context = ctx;
     if (!ctx) {
@@ -475,8 +483,13 @@ bool WriterCore::openEncoderLocked(AVAssetWriterInput::Impl& in, int timescale, 
     if (c.codec == AVVideoCodecTypeH264) {
         av_dict_set(&options, "preset", c.speedPreset.empty() ? "medium" : c.speedPreset.c_str(),
                     0);
-        av_dict_set(&options, "profile",
-                    c.profile == AVVideoProfileLevelH264MainAutoLevel ? "main" : "high", 0);
+        const char* profile = "high";
+        if (ctx->pix_fmt == AV_PIX_FMT_YUV444P) {
+            profile = "high444";
+        } else if (c.profile == AVVideoProfileLevelH264MainAutoLevel) {
+            profile = "main";
+        }
+        av_dict_set(&options, "profile", profile, 0);
         if (!c.parameters.empty()) av_dict_set(&options, "x264-params", c.parameters.c_str(), 0);
     } else if (c.codec == AVVideoCodecTypeHEVC) {
         av_dict_set(&options, "preset", c.speedPreset.empty() ? "medium" : c.speedPreset.c_str(),
@@ -1058,7 +1071,7 @@ bool AVAssetWriter::canAddInput(const AVAssetWriterInputRef& input) const {
         if (!codec || c.width <= 0 || c.height <= 0 || c.width > kMaxSide || c.height > kMaxSide) {
             return false;
         }
-        if (c.codec != AVVideoCodecTypeAppleProRes4444 && (c.width % 2 || c.height % 2)) {
+        if (!takesOddSides(c.codec) && (c.width % 2 || c.height % 2)) {
             return false;
         }
         return avformat_query_codec(of, codec->id, FF_COMPLIANCE_NORMAL) == 1;
