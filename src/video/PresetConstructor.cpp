@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "platform/AVAssetWriter.h"
 #include "platform/AVOutputSettingsAssistant.h"
 #include "platform/AVVideoSettings.h"
 #include "platform/OutputSettingsPresets.h"
@@ -62,9 +63,21 @@ std::string PresetConstructor::presetName(double maxSide, bool containsAlpha, bo
     return AVOutputSettingsPreset640x480;
 }
 
+std::vector<std::string> PresetConstructor::presetsForFileType(const std::string& fileType) {
+    std::vector<std::string> accepted;
+    for (const std::string& name : platformPresets()) {
+        const OutputSettingsPreset* preset = outputSettingsPresetNamed(name);
+        if (fileType.empty() ||
+            (preset && AVAssetWriter::fileTypeAcceptsVideoCodec(fileType, preset->codec))) {
+            accepted.push_back(name);
+        }
+    }
+    return accepted;
+}
+
 std::string PresetConstructor::presetName() const {
     return presetName(std::max(_size.width, _size.height), _containsAlpha, _codecHevc,
-                      platformPresets());
+                      presetsForFileType(_fileType));
 }
 
 std::optional<PlistDictionary> PresetConstructor::presetSettings(

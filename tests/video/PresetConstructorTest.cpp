@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "platform/AVMediaFormat.h"
 #include "platform/AVVideoSettings.h"
 #include "platform/OutputSettingsPresets.h"
 #include "video/ColorManager.h"
@@ -61,6 +62,31 @@ TEST(PresetConstructor, PresetTiers) {
     EXPECT_EQ(PresetConstructor::presetName(3000, true, true, {}), AVOutputSettingsPreset640x480);
     EXPECT_EQ(PresetConstructor({3000, 2000}, false, false).presetName(),
               AVOutputSettingsPreset3840x2160);
+}
+
+// Only presets whose codec the file type holds are chosen: alpha (ProRes 4444) only in a
+// QuickTime movie, HEVC not in 3GP and 3GPP2; H.264 is the last resort everywhere.
+TEST(PresetConstructor, PresetsTheFileTypeHolds) {
+    struct Case {
+        const char* fileType;
+        double maxSide;
+        bool alpha, hevc;
+        const char* expected;
+    };
+    const Case cases[] = {
+        {AVFileTypeQuickTimeMovie, 700, true, false, AVOutputSettingsPresetHEVC1920x1080WithAlpha},
+        {AVFileTypeMPEG4, 700, true, false, AVOutputSettingsPreset640x480},
+        {AVFileTypeMPEG4, 700, true, true, AVOutputSettingsPresetHEVC1920x1080},
+        {AVFileTypeAppleM4V, 3000, true, true, AVOutputSettingsPresetHEVC3840x2160},
+        {AVFileType3GPP, 700, false, true, AVOutputSettingsPreset640x480},
+        {AVFileType3GPP2, 3000, true, true, AVOutputSettingsPreset3840x2160},
+        {"", 3000, true, false, AVOutputSettingsPresetHEVC3840x2160WithAlpha},
+    };
+    for (const Case& c : cases) {
+        const PresetConstructor presets({c.maxSide, c.maxSide / 2}, c.hevc, c.alpha, c.fileType);
+        EXPECT_EQ(presets.presetName(), c.expected)
+            << c.fileType << " " << c.maxSide << " alpha " << c.alpha << " hevc " << c.hevc;
+    }
 }
 
 TEST(PresetConstructor, CodecChoice) {

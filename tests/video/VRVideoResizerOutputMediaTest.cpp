@@ -25,6 +25,43 @@ VRVideoResizeOptions optionsOf(VRFormatType type, CGSize size, std::int64_t code
     return options;
 }
 
+// A source with alpha goes to a codec the container takes: ProRes 4444 (with its alpha) only
+// into a QuickTime movie, HEVC where it was asked for and the container holds it, else H.264.
+TEST(VRVideoResizerOutputMedia, AlphaSourceGetsACodecTheContainerHolds) {
+    testing_support::TestHome home;
+    const std::string qtrle =
+        makeMovie(home, "alpha.mov",
+                  "-f lavfi -i testsrc2=size=96x64:rate=25 -t 0.2 -vf format=argb -c:v qtrle");
+    const std::string prores = makeMovie(home, "alpha4444.mov",
+                                         "-f lavfi -i testsrc2=size=96x64:rate=25 -t 0.2 -vf "
+                                         "format=yuva444p10le -c:v prores_ks -profile:v 4444");
+    ASSERT_FALSE(qtrle.empty());
+    ASSERT_FALSE(prores.empty());
+    struct Case {
+        const std::string* source;
+        VRFormatType type;
+        std::int64_t codecType;
+        const char* codec;
+    };
+    const Case cases[] = {
+        {&qtrle, VRFormatTypeMP4, VRCodecTypeSource, "codec_name=h264\n"},
+        {&prores, VRFormatTypeMP4, VRCodecTypeSource, "codec_name=h264\n"},
+        {&qtrle, VRFormatTypeMP4, VRCodecTypeHEVC, "codec_name=hevc\n"},
+        {&prores, VRFormatTypeM4V, VRCodecTypeH264, "codec_name=h264\n"},
+        {&qtrle, VRFormatType3GP, VRCodecTypeHEVC, "codec_name=h264\n"},
+        {&qtrle, VRFormatType3G2, VRCodecTypeSource, "codec_name=h264\n"},
+        {&qtrle, VRFormatTypeMOV, VRCodecTypeSource, "codec_name=prores\n"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(*c.source + " " + std::to_string(c.type) + " " + std::to_string(c.codecType));
+        JobResult r = runJob(*c.source, "alpha", optionsOf(c.type, {96, 64}, c.codecType));
+        ASSERT_EQ(r.status, VRVideoResizeStatus::finished) << describe(r);
+        const std::string video = probe(*r.url, "-select_streams v:0 -show_streams");
+        EXPECT_TRUE(has(video, c.codec)) << video;
+        EXPECT_TRUE(has(video, "width=96\nheight=64")) << video;
+    }
+}
+
 // A template of 8 x 6 pixels gives a video of 21 x 16, whole but not even pixels; the movie
 // holds exactly that size, in both codecs.
 TEST(VRVideoResizerOutputMedia, OddResolvedSizeIsTheSizeOfTheMovie) {

@@ -1040,6 +1040,16 @@ std::shared_ptr<AVAssetWriter> AVAssetWriter::assetWriterWithURL(const std::stri
     return writer;
 }
 
+bool AVAssetWriter::fileTypeAcceptsVideoCodec(const std::string& fileType,
+                                              const std::string& codec) {
+    const Container* container = containerFor(fileType);
+    const char* name = encoderNameFor(codec);
+    const AVCodec* encoder = name ? avcodec_find_encoder_by_name(name) : nullptr;
+    const AVOutputFormat* of =
+        container ? av_guess_format(container->muxer, nullptr, nullptr) : nullptr;
+    return encoder && of && avformat_query_codec(of, encoder->id, FF_COMPLIANCE_NORMAL) == 1;
+}
+
 const std::string& AVAssetWriter::outputURL() const {
     return _impl->core->path;
 }
