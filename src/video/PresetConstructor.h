@@ -57,8 +57,9 @@ class PresetConstructor {
 
     // Bits per second, in 32-bit floats: a requested rate above 1 as it is; otherwise the
     // source's estimated rate scaled by the change in pixel count, else the preset's rate,
-    // capped at 40000000 (55000000 above 35 frames per second), and five bits per output
-    // pixel when nothing above 1 is left.
+    // five bits per output pixel when nothing above 1 is left, never below 0.05 bits per
+    // output pixel and frame (at the nominal frame rate, else 30), and capped at 40000000
+    // (55000000 above 35 frames per second).
     static float bitrate(std::int64_t requested, const platform::PlistDictionary& compression,
                          const AVAssetTrack& track, CGSize outputSize);
 

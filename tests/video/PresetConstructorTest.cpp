@@ -131,6 +131,18 @@ TEST(PresetConstructor, Bitrate) {
         {"no data rate: the preset's", 0, 30, 1, CGSize{1920, 1080}, 6e6, {960, 540}, 6e6f},
         {"data rate unknown", 0, 30, std::nullopt, CGSize{1920, 1080}, 6e6, {960, 540}, 6e6f},
         {"nothing: five bits a pixel", 0, 30, 0, CGSize{1920, 1080}, 0, {640, 360}, 1'152'000},
+        // 0.05 bits per output pixel and frame at least, the cap still above it.
+        {"static source: the floor", 0, 30, 20e3f, CGSize{640, 360}, 0, {640, 360}, 345'600},
+        {"floor at 60 fps", 0, 60, 20e3f, CGSize{640, 360}, 0, {640, 360}, 691'200},
+        {"floor without a rate at 30",
+         0,
+         std::nullopt,
+         20e3f,
+         CGSize{640, 360},
+         0,
+         {640, 360},
+         345'600},
+        {"floor above the cap", 0, 60, 20e3f, CGSize{7680, 4320}, 0, {7680, 4320}, 55e6f},
     };
     for (const Case& c : cases) {
         FakeTrack track;
