@@ -272,20 +272,30 @@ std::optional<ResizeError> VRVideoResizer2::_runProviders(Job& job) {
 
     std::vector<VRVideoResizerTrack_ProviderRef> providers = job.videoProviders;
     providers.insert(providers.end(), job.otherProviders.begin(), job.otherProviders.end());
+    if (auto e = _checkCancelled()) return e;
+    // All tracks run at once, their request blocks taking turns on the one serial queue, so
+    // that the writer gets them in time order and interleaves them in the file: a player that
+    // reads as it goes finds the sound beside the pictures. The writer holds back a track that
+    // runs ahead of the others.
+    std::vector<std::future<bool>> runs;
     for (const auto& provider : providers) {
-        if (auto e = _checkCancelled()) return e;
-        if (writer.status() != AVAssetWriterStatusWriting) break;
-        if (!provider->process(queue, cancelled, progress)) {
-            reader.cancelReading();
-            writer.cancelWriting();
-            return raise(Case::cancelled);
+        runs.push_back(std::async(std::launch::async, [provider, queue, cancelled, progress] {
+            return provider->process(queue, cancelled, progress);
+        }));
+    }
+    bool wasCancelled = false;
+    for (std::size_t i = 0; i < runs.size(); ++i) {
+        if (!runs[i].get()) {
+            wasCancelled = true;
+            continue;
         }
-        if (progressManager) progressManager->trackProgress(provider->fullProgress());
+        if (progressManager) progressManager->trackProgress(providers[i]->fullProgress());
         logStatuses("Status for reader ", reader, writer);
-        if (reader.status() != AVAssetReaderStatusReading ||
-            writer.status() != AVAssetWriterStatusWriting) {
-            break;
-        }
+    }
+    if (wasCancelled) {
+        reader.cancelReading();
+        writer.cancelWriting();
+        return raise(Case::cancelled);
     }
 
     std::promise<void> finished;

@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <map>
+#include <sstream>
 
 #include "model/VRSizeResolver.h"
 #include "model/VXHelperDevice.h"
@@ -125,6 +127,69 @@ TEST(VRVideoResizerOutputMedia, StaticLowRateSourceKeepsItsPicture) {
     JobResult r = runJob(source, "still", optionsOf(VRFormatTypeMP4, {160, 120}, VRCodecTypeH264));
     ASSERT_EQ(r.status, VRVideoResizeStatus::finished) << describe(r);
     EXPECT_GT(psnrAgainstSource(*r.url, source, {160, 120}), 30.0);
+}
+
+struct Packet {
+    int stream;
+    double time;
+};
+
+// The packets of the file in file order, with their decode times.
+std::vector<Packet> packetsInFileOrder(const std::string& path) {
+    std::string text;
+    testing_support::runCommand(
+        "ffprobe -v error -show_entries packet=stream_index,dts_time,pos "
+        "-of csv=p=0 '" +
+            path + "'",
+        &text);
+    std::map<long long, Packet> byPosition;
+    std::istringstream lines(text);
+    std::string line;
+    while (std::getline(lines, line)) {
+        int stream = 0;
+        double time = 0;
+        long long pos = 0;
+        if (std::sscanf(line.c_str(), "%d,%lf,%lld", &stream, &time, &pos) == 3) {
+            byPosition[pos] = {stream, time};
+        }
+    }
+    std::vector<Packet> packets;
+    for (const auto& [pos, packet] : byPosition) packets.push_back(packet);
+    return packets;
+}
+
+// The largest lead in seconds of a track over a packet of another track that comes later in
+// the file.
+double largestLead(const std::vector<Packet>& packets) {
+    std::map<int, double> latest;
+    double lead = 0;
+    for (const Packet& p : packets) {
+        for (const auto& [stream, time] : latest) {
+            if (stream != p.stream) lead = std::max(lead, time - p.time);
+        }
+        latest[p.stream] = std::max(latest.count(p.stream) ? latest[p.stream] : p.time, p.time);
+    }
+    return lead;
+}
+
+// Pictures and sound lie side by side in the file, in time order, as in the source: longer
+// than the muxer's own ten seconds of reordering, so that a track written whole before the
+// other shows.
+TEST(VRVideoResizerOutputMedia, TracksAreInterleavedInTimeOrder) {
+    testing_support::TestHome home;
+    const std::string source =
+        makeMovie(home, "long.mov",
+                  "-f lavfi -i testsrc2=size=64x36:rate=10 -f lavfi -i sine=sample_rate=16000 "
+                  "-t 25 -c:v libx264 -pix_fmt yuv420p -c:a aac -b:a 32k");
+    ASSERT_FALSE(source.empty());
+    for (VRFormatType type : {VRFormatTypeMOV, VRFormatTypeMP4}) {
+        SCOPED_TRACE(type);
+        JobResult r = runJob(source, "long", optionsOf(type, {96, 36}, VRCodecTypeSource));
+        ASSERT_EQ(r.status, VRVideoResizeStatus::finished) << describe(r);
+        const std::vector<Packet> packets = packetsInFileOrder(*r.url);
+        ASSERT_GT(packets.size(), 600u);
+        EXPECT_LE(largestLead(packets), 1.0);
+    }
 }
 
 }  // namespace

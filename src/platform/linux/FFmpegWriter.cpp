@@ -1,7 +1,9 @@
 // AVAssetWriter on libavformat with libx264, libx265, prores_ks and mjpeg. The file is opened at
 // startWriting; the container header is written at the first sample, when the first video
 // track's time scale is known. Each video input encodes on its own thread from a short queue,
-// so that drawing the next frame and encoding this one overlap.
+// so that drawing the next frame and encoding this one overlap. An input that runs more than
+// half a second ahead of another input being fed is not ready, so that tracks fed side by side
+// reach the muxer in time order and lie interleaved in the file.
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -39,6 +41,9 @@ using platform::PlistValue;
 namespace {
 
 constexpr std::size_t kEncoderQueue = 2;
+// Seconds an input may run ahead of the slowest input that is being fed, so that the tracks
+// reach the muxer (which writes in time order) close together and the file is interleaved.
+constexpr double kInterleaveWindow = 0.5;
 constexpr int kMaxSide = 16384;
 
 struct Container {
@@ -353,6 +358,12 @@ struct AVAssetWriterInput::Impl {
     AVRational streamTimeBase{1, 1};
     std::unique_ptr<Encoder> encoder;
     std::shared_ptr<Pump> pump = std::make_shared<Pump>();
+
+    // Under the writer's mutex: whether the input is being fed (a request block or a sample
+    // came) and the time in seconds of its last sample, for the interleaving of the inputs.
+    bool fed = false;
+    bool ended = false;
+    double lastSeconds = -INFINITY;
 };
 
 struct WriterCore : std::enable_shared_from_this<WriterCore> {
@@ -408,6 +419,42 @@ struct WriterCore : std::enable_shared_from_this<WriterCore> {
         for (auto& input : inputs) {
             if (input->impl().encoder) input->impl().encoder->changed.notify_all();
             input->impl().pump->notifyReady();
+        }
+    }
+
+    // Whether `in` is more than the window ahead of another input that is fed and unfinished.
+    bool isAheadLocked(const AVAssetWriterInput::Impl& in) const {
+        for (const auto& other : inputs) {
+            const AVAssetWriterInput::Impl& o = other->impl();
+            if (&o == &in || !o.fed || o.ended) continue;
+            if (in.lastSeconds > o.lastSeconds + kInterleaveWindow) return true;
+        }
+        return false;
+    }
+
+    // A passthrough input waits for the header, which the first picture writes with the video
+    // track's own time scale, as long as a video input may still bring one.
+    bool waitsForPicturesLocked(const AVAssetWriterInput::Impl& in) const {
+        if (headerWritten || in.video) return false;
+        for (const auto& other : inputs) {
+            if (other->impl().video && !other->impl().ended) return true;
+        }
+        return false;
+    }
+
+    // An input has moved on or ended: the inputs that waited for it may go on.
+    void noteProgress(AVAssetWriterInput::Impl& in, std::optional<double> seconds,
+                      bool ended = false) {
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            in.fed = true;
+            in.ended = in.ended || ended;
+            if (seconds && std::isfinite(*seconds)) {
+                in.lastSeconds = std::max(in.lastSeconds, *seconds);
+            }
+        }
+        for (auto& other : inputs) {
+            if (&other->impl() != &in) other->impl().pump->notifyReady();
         }
     }
 
@@ -860,6 +907,10 @@ bool AVAssetWriterInput::isReadyForMoreMediaData() const {
     AVAssetWriterStatus s = core->currentStatus();
     if (s == AVAssetWriterStatusFailed) return true;
     if (s != AVAssetWriterStatusWriting) return false;
+    {
+        std::lock_guard<std::mutex> lock(core->mutex);
+        if (core->isAheadLocked(*_impl) || core->waitsForPicturesLocked(*_impl)) return false;
+    }
     if (Encoder* e = _impl->encoder.get()) {
         std::lock_guard<std::mutex> lock(e->mutex);
         return e->queue.size() < kEncoderQueue;
@@ -870,11 +921,14 @@ bool AVAssetWriterInput::isReadyForMoreMediaData() const {
 void AVAssetWriterInput::requestMediaDataWhenReadyOnQueue(
     std::shared_ptr<platform::DispatchQueue> queue, std::function<void()> block) {
     Pump& pump = *_impl->pump;
-    std::lock_guard<std::mutex> lock(pump.mutex);
-    if (_impl->finished) return;
-    pump.queue = std::move(queue);
-    pump.block = std::move(block);
-    pump.scheduleLocked(false);
+    {
+        std::lock_guard<std::mutex> lock(pump.mutex);
+        if (_impl->finished) return;
+        pump.queue = std::move(queue);
+        pump.block = std::move(block);
+        pump.scheduleLocked(false);
+    }
+    if (auto core = _impl->writer.lock()) core->noteProgress(*_impl, std::nullopt);
 }
 
 bool AVAssetWriterInput::appendSampleBuffer(const CMSampleBufferRef& sample) {
@@ -905,6 +959,7 @@ bool AVAssetWriterInput::appendSampleBuffer(const CMSampleBufferRef& sample) {
         }
         int64_t pts = toTimeBase(t, in.encoder->context->time_base) -
                       toTimeBase(start, in.encoder->context->time_base);
+        core->noteProgress(in, CMTimeGetSeconds(t) - CMTimeGetSeconds(start));
         Encoder& e = *in.encoder;
         std::unique_lock<std::mutex> lock(e.mutex);
         // An append beyond readiness waits, as the platform's would block the caller.
@@ -933,6 +988,10 @@ bool AVAssetWriterInput::appendSampleBuffer(const CMSampleBufferRef& sample) {
         int64_t v = toTimeBase(t, in.streamTimeBase);
         return v == AV_NOPTS_VALUE ? v : v - offset;
     };
+    const CMTime dts = sample->decodeTimeStamp();
+    core->noteProgress(
+        in, CMTimeGetSeconds(CMTIME_IS_NUMERIC(dts) ? dts : sample->presentationTimeStamp()) -
+                CMTimeGetSeconds(start));
     packet->pts = shifted(sample->presentationTimeStamp());
     packet->dts = shifted(sample->decodeTimeStamp());
     packet->duration = std::max<int64_t>(0, toTimeBase(sample->duration(), in.streamTimeBase));
@@ -951,6 +1010,7 @@ void AVAssetWriterInput::markAsFinished() {
         in.finished = true;
         in.pump->block = nullptr;
     }
+    if (auto core = in.writer.lock()) core->noteProgress(in, std::nullopt, true);
     if (Encoder* e = in.encoder.get()) {
         {
             std::lock_guard<std::mutex> lock(e->mutex);
