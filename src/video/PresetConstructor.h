@@ -36,7 +36,7 @@ class PresetConstructor {
     static std::string presetName(double maxSide, bool containsAlpha, bool codecHevc,
                                   const std::vector<std::string>& available);
     // The same with the platform's presets (read once) whose codec the file type can hold: the
-    // alpha presets (ProRes 4444) only in QuickTime movies, HEVC not in 3GP and 3GPP2. So a
+    // alpha presets (ProRes 4444) only in QuickTime movies, HEVC not in M4V, 3GP and 3GPP2. So a
     // source with alpha written to MP4 gets HEVC or H.264 without alpha.
     std::string presetName() const;
     static std::vector<std::string> presetsForFileType(const std::string& fileType);

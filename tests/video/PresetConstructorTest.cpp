@@ -65,7 +65,7 @@ TEST(PresetConstructor, PresetTiers) {
 }
 
 // Only presets whose codec the file type holds are chosen: alpha (ProRes 4444) only in a
-// QuickTime movie, HEVC not in 3GP and 3GPP2; H.264 is the last resort everywhere.
+// QuickTime movie, HEVC not in M4V, 3GP and 3GPP2; H.264 is the last resort everywhere.
 TEST(PresetConstructor, PresetsTheFileTypeHolds) {
     struct Case {
         const char* fileType;
@@ -77,7 +77,8 @@ TEST(PresetConstructor, PresetsTheFileTypeHolds) {
         {AVFileTypeQuickTimeMovie, 700, true, false, AVOutputSettingsPresetHEVC1920x1080WithAlpha},
         {AVFileTypeMPEG4, 700, true, false, AVOutputSettingsPreset640x480},
         {AVFileTypeMPEG4, 700, true, true, AVOutputSettingsPresetHEVC1920x1080},
-        {AVFileTypeAppleM4V, 3000, true, true, AVOutputSettingsPresetHEVC3840x2160},
+        {AVFileTypeAppleM4V, 3000, true, true, AVOutputSettingsPreset3840x2160},
+        {AVFileTypeMPEG4, 3000, true, true, AVOutputSettingsPresetHEVC3840x2160},
         {AVFileType3GPP, 700, false, true, AVOutputSettingsPreset640x480},
         {AVFileType3GPP2, 3000, true, true, AVOutputSettingsPreset3840x2160},
         {"", 3000, true, false, AVOutputSettingsPresetHEVC3840x2160WithAlpha},
