@@ -34,6 +34,10 @@ class AVAssetWriter : public std::enable_shared_from_this<AVAssetWriter> {
                                                              platform::ErrorRef* error);
     ~AVAssetWriter();
 
+    // Whether a file of the type can hold video of the codec (an AVVideoCodecType... value):
+    // ProRes only in QuickTime movies, HEVC not in M4V, 3GP and 3GPP2.
+    static bool fileTypeAcceptsVideoCodec(const std::string& fileType, const std::string& codec);
+
     const std::string& outputURL() const;
     const std::string& outputFileType() const;
 

@@ -44,9 +44,12 @@ class AVAssetWriterInput {
     void setMetadata(std::vector<AVMetadataItem> items);
     const std::vector<AVMetadataItem>& metadata() const;
 
-    // True while the writer is writing and the input can take a sample without waiting. Once
-    // the writer has failed it stays true, so that a request loop appends once more, sees the
-    // append fail and ends.
+    // True while the writer is writing and the input can take a sample without waiting. False
+    // while the input is more than half a second ahead of another input that is being fed
+    // (that has a request block or samples, and is not finished), and for a passthrough input
+    // until a video input has brought its first picture or finished: inputs fed side by side
+    // are thus written interleaved in time order. Once the writer has failed it stays true, so
+    // that a request loop appends once more, sees the append fail and ends.
     bool isReadyForMoreMediaData() const;
     // Calls `block` on `queue` whenever the input is ready, until markAsFinished or until the
     // writer ends. The block is expected to append while isReadyForMoreMediaData holds.

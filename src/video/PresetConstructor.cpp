@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "platform/AVAssetWriter.h"
 #include "platform/AVOutputSettingsAssistant.h"
 #include "platform/AVVideoSettings.h"
 #include "platform/OutputSettingsPresets.h"
@@ -33,6 +34,13 @@ constexpr Tier kTiers[] = {
      AVOutputSettingsPreset640x480},
 };
 
+// The least a computed rate gives each output pixel of each frame. Rescaling a source's rate
+// by the change in pixel count can leave a very static, very low-rate source with a few
+// kilobits per second, and the encoder then sends a grey picture. 0.05 bits is about the rate
+// at which H.264 and HEVC still hold a moving picture at small sizes (360p at 30 frames per
+// second gets 346 kbit/s), and a still picture gets a clean key frame from it.
+constexpr double kMinimumBitsPerPixel = 0.05;
+
 const std::vector<std::string>& platformPresets() {
     static const std::vector<std::string> presets =
         AVOutputSettingsAssistant::availableOutputSettingsPresets();
@@ -62,9 +70,21 @@ std::string PresetConstructor::presetName(double maxSide, bool containsAlpha, bo
     return AVOutputSettingsPreset640x480;
 }
 
+std::vector<std::string> PresetConstructor::presetsForFileType(const std::string& fileType) {
+    std::vector<std::string> accepted;
+    for (const std::string& name : platformPresets()) {
+        const OutputSettingsPreset* preset = outputSettingsPresetNamed(name);
+        if (fileType.empty() ||
+            (preset && AVAssetWriter::fileTypeAcceptsVideoCodec(fileType, preset->codec))) {
+            accepted.push_back(name);
+        }
+    }
+    return accepted;
+}
+
 std::string PresetConstructor::presetName() const {
     return presetName(std::max(_size.width, _size.height), _containsAlpha, _codecHevc,
-                      platformPresets());
+                      presetsForFileType(_fileType));
 }
 
 std::optional<PlistDictionary> PresetConstructor::presetSettings(
@@ -114,9 +134,10 @@ float PresetConstructor::bitrate(std::int64_t requested, const PlistDictionary& 
             }
         }
     }
-    if (cap < candidate) return cap;
-    if (candidate > 1) return candidate;
-    return static_cast<float>(outputArea * 5.0);
+    float chosen = candidate > 1 ? candidate : static_cast<float>(outputArea * 5.0);
+    const float fps = rate && rate.value() > 0 ? std::min(rate.value(), 240.0f) : 30.0f;
+    chosen = std::max(chosen, static_cast<float>(outputArea * fps * kMinimumBitsPerPixel));
+    return std::min(chosen, cap);
 }
 
 PlistDictionary PresetConstructor::encoderSettings(

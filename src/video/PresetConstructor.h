@@ -16,8 +16,12 @@
 
 class PresetConstructor {
   public:
-    PresetConstructor(CGSize size, bool codecHevc, bool containsAlpha)
-        : _size(size), _codecHevc(codecHevc), _containsAlpha(containsAlpha) {}
+    // `fileType` is the writer's; empty takes every preset of the platform.
+    PresetConstructor(CGSize size, bool codecHevc, bool containsAlpha, std::string fileType = {})
+        : _size(size),
+          _codecHevc(codecHevc),
+          _containsAlpha(containsAlpha),
+          _fileType(std::move(fileType)) {}
 
     // Codec type 1 gives H.264, 2 HEVC, anything else HEVC when the source format's subtype is
     // 'hvc1'.
@@ -31,8 +35,11 @@ class PresetConstructor {
     // then the plain one. Nothing available at all gives the plain 640x480 preset.
     static std::string presetName(double maxSide, bool containsAlpha, bool codecHevc,
                                   const std::vector<std::string>& available);
-    // The same with the platform's presets, read once.
+    // The same with the platform's presets (read once) whose codec the file type can hold: the
+    // alpha presets (ProRes 4444) only in QuickTime movies, HEVC not in M4V, 3GP and 3GPP2. So a
+    // source with alpha written to MP4 gets HEVC or H.264 without alpha.
     std::string presetName() const;
+    static std::vector<std::string> presetsForFileType(const std::string& fileType);
 
     // The assistant's settings for the chosen preset, told the source format and its frame
     // durations; absent when there is no assistant. A nominal rate F below 1 becomes a frame
@@ -50,8 +57,9 @@ class PresetConstructor {
 
     // Bits per second, in 32-bit floats: a requested rate above 1 as it is; otherwise the
     // source's estimated rate scaled by the change in pixel count, else the preset's rate,
-    // capped at 40000000 (55000000 above 35 frames per second), and five bits per output
-    // pixel when nothing above 1 is left.
+    // five bits per output pixel when nothing above 1 is left, never below 0.05 bits per
+    // output pixel and frame (at the nominal frame rate, else 30), and capped at 40000000
+    // (55000000 above 35 frames per second).
     static float bitrate(std::int64_t requested, const platform::PlistDictionary& compression,
                          const AVAssetTrack& track, CGSize outputSize);
 
@@ -63,4 +71,5 @@ class PresetConstructor {
     CGSize _size;
     bool _codecHevc;
     bool _containsAlpha;
+    std::string _fileType;
 };

@@ -6,6 +6,7 @@
 
 #include "platform/AVError.h"
 #include "platform/AVMediaFormat.h"
+#include "platform/AVVideoSettings.h"
 #include "platform/FileManager.h"
 #include "platform/Log.h"
 #include "storage/VXHelperFiles.h"
@@ -43,6 +44,23 @@ CMFormatDescriptionRef formatHintOf(const AVAssetTrack& track) {
     return nullptr;
 }
 
+// Why the writer refused a video input: the codec and size that the file type cannot hold.
+platform::ErrorRef refusedInputError(const AVAssetWriterInput& input, const VRFormat& format) {
+    std::string what = "this video";
+    if (const auto& settings = input.outputSettings()) {
+        const platform::PlistValue* codec = nullptr;
+        if (auto it = settings->find(AVVideoCodecKey); it != settings->end()) codec = &it->second;
+        auto side = [&](const char* key) {
+            auto it = settings->find(key);
+            return it != settings->end() ? std::to_string(it->second.integerValue()) : "?";
+        };
+        what = (codec && codec->string() ? *codec->string() : std::string("unknown")) +
+               " video of " + side(AVVideoWidthKey) + " x " + side(AVVideoHeightKey) + " pixels";
+    }
+    return platform::avError(AVErrorOperationNotAllowed,
+                             "A " + format.extension() + " file cannot hold " + what);
+}
+
 void logStatuses(const char* opening, const AVAssetReader& reader, const AVAssetWriter& writer) {
     platform::logf("~~ %s%d, status for writer %d", opening, static_cast<int>(reader.status()),
                    static_cast<int>(writer.status()));
@@ -57,6 +75,7 @@ std::pair<VRVideoResizeStatus, platform::ErrorRef> ResizeError::outcome() const 
         case Case::readingError:
         case Case::writingError:
         case Case::writerFailed:
+        case Case::invalidWriterInput:
             return {VRVideoResizeStatus::failed, error};
         case Case::cancelled:
             return {VRVideoResizeStatus::cancelled, nullptr};
@@ -64,7 +83,6 @@ std::pair<VRVideoResizeStatus, platform::ErrorRef> ResizeError::outcome() const 
             return {VRVideoResizeStatus::trackNotFound, nullptr};
         case Case::unknownError:
         case Case::invalidReaderOutput:
-        case Case::invalidWriterInput:
         case Case::outputBusy:
             break;
     }
@@ -198,7 +216,9 @@ std::optional<ResizeError> VRVideoResizer2::_addVideoTracks(Job& job) {
         if (!job.reader->canAddOutput(output)) return raise(Case::invalidReaderOutput);
         job.reader->addOutput(output);
         AVAssetWriterInputRef input = constructor.writerInput(_options, true);
-        if (!job.writer->canAddInput(input)) return raise(Case::invalidWriterInput);
+        if (!job.writer->canAddInput(input)) {
+            return raise(Case::invalidWriterInput, refusedInputError(*input, _options.fileFormat));
+        }
         job.writer->addInput(input);
         auto provider = constructor.provider(_options, input, output);
         duration += provider->duration();
@@ -252,20 +272,30 @@ std::optional<ResizeError> VRVideoResizer2::_runProviders(Job& job) {
 
     std::vector<VRVideoResizerTrack_ProviderRef> providers = job.videoProviders;
     providers.insert(providers.end(), job.otherProviders.begin(), job.otherProviders.end());
+    if (auto e = _checkCancelled()) return e;
+    // All tracks run at once, their request blocks taking turns on the one serial queue, so
+    // that the writer gets them in time order and interleaves them in the file: a player that
+    // reads as it goes finds the sound beside the pictures. The writer holds back a track that
+    // runs ahead of the others.
+    std::vector<std::future<bool>> runs;
     for (const auto& provider : providers) {
-        if (auto e = _checkCancelled()) return e;
-        if (writer.status() != AVAssetWriterStatusWriting) break;
-        if (!provider->process(queue, cancelled, progress)) {
-            reader.cancelReading();
-            writer.cancelWriting();
-            return raise(Case::cancelled);
+        runs.push_back(std::async(std::launch::async, [provider, queue, cancelled, progress] {
+            return provider->process(queue, cancelled, progress);
+        }));
+    }
+    bool wasCancelled = false;
+    for (std::size_t i = 0; i < runs.size(); ++i) {
+        if (!runs[i].get()) {
+            wasCancelled = true;
+            continue;
         }
-        if (progressManager) progressManager->trackProgress(provider->fullProgress());
+        if (progressManager) progressManager->trackProgress(providers[i]->fullProgress());
         logStatuses("Status for reader ", reader, writer);
-        if (reader.status() != AVAssetReaderStatusReading ||
-            writer.status() != AVAssetWriterStatusWriting) {
-            break;
-        }
+    }
+    if (wasCancelled) {
+        reader.cancelReading();
+        writer.cancelWriting();
+        return raise(Case::cancelled);
     }
 
     std::promise<void> finished;

@@ -41,7 +41,8 @@ class VRVideoResizer2 : public std::enable_shared_from_this<VRVideoResizer2> {
         Case kind = Case::unknownError;
         platform::ErrorRef error;
 
-        // nilReader, nilWriter, readingError, writingError and writerFailed: failed with the
+        // nilReader, nilWriter, readingError, writingError, writerFailed and
+        // invalidWriterInput (which says what the file type cannot hold): failed with the
         // payload; cancelled: cancelled; trackNotFound: trackNotFound; the rest failed with no
         // error.
         std::pair<VRVideoResizeStatus, platform::ErrorRef> outcome() const;

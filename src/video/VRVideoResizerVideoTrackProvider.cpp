@@ -93,7 +93,7 @@ AVAssetWriterInputRef Constructor::writerInput(const VRVideoResizeOptions& optio
     const CMFormatDescriptionRef sourceFormat = sourceFormatOf(*_track);
     const PresetConstructor presets(options.imageFrame.size,
                                     PresetConstructor::isCodecHevc(options.codecType, sourceFormat),
-                                    _containsAlpha);
+                                    _containsAlpha, options.fileFormat.UTI());
     PlistDictionary settings = presets.encoderSettings(options, *_track, sourceFormat);
     platform::log("~~ compression settings 2: " +
                   platform::PlistValue(settings).debugDescription());

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "platform/AVMediaFormat.h"
 #include "platform/AVVideoSettings.h"
 #include "platform/OutputSettingsPresets.h"
 #include "video/ColorManager.h"
@@ -63,6 +64,32 @@ TEST(PresetConstructor, PresetTiers) {
               AVOutputSettingsPreset3840x2160);
 }
 
+// Only presets whose codec the file type holds are chosen: alpha (ProRes 4444) only in a
+// QuickTime movie, HEVC not in M4V, 3GP and 3GPP2; H.264 is the last resort everywhere.
+TEST(PresetConstructor, PresetsTheFileTypeHolds) {
+    struct Case {
+        const char* fileType;
+        double maxSide;
+        bool alpha, hevc;
+        const char* expected;
+    };
+    const Case cases[] = {
+        {AVFileTypeQuickTimeMovie, 700, true, false, AVOutputSettingsPresetHEVC1920x1080WithAlpha},
+        {AVFileTypeMPEG4, 700, true, false, AVOutputSettingsPreset640x480},
+        {AVFileTypeMPEG4, 700, true, true, AVOutputSettingsPresetHEVC1920x1080},
+        {AVFileTypeAppleM4V, 3000, true, true, AVOutputSettingsPreset3840x2160},
+        {AVFileTypeMPEG4, 3000, true, true, AVOutputSettingsPresetHEVC3840x2160},
+        {AVFileType3GPP, 700, false, true, AVOutputSettingsPreset640x480},
+        {AVFileType3GPP2, 3000, true, true, AVOutputSettingsPreset3840x2160},
+        {"", 3000, true, false, AVOutputSettingsPresetHEVC3840x2160WithAlpha},
+    };
+    for (const Case& c : cases) {
+        const PresetConstructor presets({c.maxSide, c.maxSide / 2}, c.hevc, c.alpha, c.fileType);
+        EXPECT_EQ(presets.presetName(), c.expected)
+            << c.fileType << " " << c.maxSide << " alpha " << c.alpha << " hevc " << c.hevc;
+    }
+}
+
 TEST(PresetConstructor, CodecChoice) {
     const auto hevc = videoFormat(kCMVideoCodecType_HEVC, 8);
     const auto avc = videoFormat(kCMVideoCodecType_H264, 8);
@@ -105,6 +132,18 @@ TEST(PresetConstructor, Bitrate) {
         {"no data rate: the preset's", 0, 30, 1, CGSize{1920, 1080}, 6e6, {960, 540}, 6e6f},
         {"data rate unknown", 0, 30, std::nullopt, CGSize{1920, 1080}, 6e6, {960, 540}, 6e6f},
         {"nothing: five bits a pixel", 0, 30, 0, CGSize{1920, 1080}, 0, {640, 360}, 1'152'000},
+        // 0.05 bits per output pixel and frame at least, the cap still above it.
+        {"static source: the floor", 0, 30, 20e3f, CGSize{640, 360}, 0, {640, 360}, 345'600},
+        {"floor at 60 fps", 0, 60, 20e3f, CGSize{640, 360}, 0, {640, 360}, 691'200},
+        {"floor without a rate at 30",
+         0,
+         std::nullopt,
+         20e3f,
+         CGSize{640, 360},
+         0,
+         {640, 360},
+         345'600},
+        {"floor above the cap", 0, 60, 20e3f, CGSize{7680, 4320}, 0, {7680, 4320}, 55e6f},
     };
     for (const Case& c : cases) {
         FakeTrack track;

@@ -81,7 +81,7 @@ TEST(VRVideoResizer2, ErrorsMapToStatuses) {
         {Case::cancelled, VRVideoResizeStatus::cancelled, false},
         {Case::trackNotFound, VRVideoResizeStatus::trackNotFound, false},
         {Case::invalidReaderOutput, VRVideoResizeStatus::failed, false},
-        {Case::invalidWriterInput, VRVideoResizeStatus::failed, false},
+        {Case::invalidWriterInput, VRVideoResizeStatus::failed, true},
         {Case::outputBusy, VRVideoResizeStatus::failed, false},
     };
     for (const Row& row : rows) {

@@ -133,7 +133,8 @@ TEST(VRVideoResizerMedia, AudioOnlyEndsTrackNotFoundWithNothingLeft) {
 }
 
 // 10-bit HLG stays 10-bit HEVC with its three tags when the codec follows the source; with
-// H.264 the BT.2020 matrix fails the colour test and all three tags fall back to BT.709.
+// H.264 the BT.2020 matrix fails the colour test and all three tags fall back to BT.709, and
+// the picture becomes 8-bit 4:2:0 High profile, which every player decodes (not High 10).
 TEST(VRVideoResizerMedia, HighBitDepthKeepsTagsWhereTheCodecAllows) {
     testing_support::TestHome home;
     const std::string source = makeMovie(
@@ -151,7 +152,8 @@ TEST(VRVideoResizerMedia, HighBitDepthKeepsTagsWhereTheCodecAllows) {
          {"codec_name=hevc\n", "pix_fmt=yuv420p10le\n",
           "color_space=bt2020nc\ncolor_transfer=arib-std-b67\ncolor_primaries=bt2020"}},
         {VRCodecTypeH264,
-         {"codec_name=h264\n", "color_space=bt709\ncolor_transfer=bt709\ncolor_primaries=bt709"}},
+         {"codec_name=h264\n", "profile=High\n", "pix_fmt=yuv420p\n",
+          "color_space=bt709\ncolor_transfer=bt709\ncolor_primaries=bt709"}},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.codecType);
