@@ -80,6 +80,8 @@ TEST(ProcessCommandMedia, AdjustmentsReachThePixels) {
         EXPECT_EQ(photo_test::corners(*pixels), c.corners);
         // uw-133 widens by 1.33 whatever the turn (Smart size follows the shape).
         EXPECT_EQ(vipsSize(out), c.size == "100x50" ? "133x50" : "50x133");
+        // The next result would not replace this one.
+        std::filesystem::remove(out);
     }
     // A fill colour shows in the margins of a fit template.
     Outcome o = unwarp(home, "process --template ig-square-fit --fill '#0000FF' --out '" +

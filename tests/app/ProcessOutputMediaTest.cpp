@@ -156,9 +156,14 @@ TEST(ProcessOutputMedia, FailuresNameTheirCause) {
         Outcome text = unwarp(home, "process --template uw-133 --out " + quoted(home.path("out")) +
                                         " " + quoted(c.file));
         EXPECT_EQ(text.exitCode, 1);
-        const auto newline = text.err.find('\n');
+        // "unwarp: FILE: words", then the cause on the next line.
+        const auto said = text.err.find("unwarp: ");
+        ASSERT_NE(said, std::string::npos) << text.err;
+        const auto newline = text.err.find('\n', said);
         ASSERT_NE(newline, std::string::npos);
-        EXPECT_NE(text.err.substr(0, newline).find(c.words), std::string::npos) << text.err;
+        EXPECT_NE(text.err.substr(said, newline - said).find(c.words), std::string::npos)
+            << text.err;
+        EXPECT_EQ(text.err.substr(newline, 3), "\n  ") << text.err;
         EXPECT_NE(text.err.substr(newline).find(c.cause), std::string::npos) << text.err;
         Outcome js = unwarp(home, "process --template uw-133 --json --out " +
                                       quoted(home.path("out")) + " " + quoted(c.file));

@@ -118,7 +118,9 @@ TEST(VideoStageMedia, LivePhotoPairsAndDropsAFailedMovie) {
     auto* single = dynamic_cast<const VRURLAsset*>(alone.result->object().get());
     ASSERT_TRUE(single);
     EXPECT_FALSE(single->pairedVideoURL());
-    EXPECT_TRUE(contents(VXHelper::temporaryDirectory()).empty());
+    // No link to the movie is left in this process's temporary folder.
+    EXPECT_TRUE(
+        contents(VRFileStorage::ownTemporaryFolder(VXHelper::temporaryDirectory())).empty());
     EXPECT_TRUE(FileManager::fileExistsAtPath(sound));
 }
 
