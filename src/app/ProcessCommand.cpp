@@ -70,8 +70,13 @@ json jsonFromPlist(const platform::PlistValue& value) {
             return value.boolValue();
         case Type::Integer:
             return value.integerValue();
-        case Type::Real:
-            return value.doubleValue();
+        case Type::Real: {
+            // Sizes are whole pixels: printed as integers, as the results' sizes are.
+            const double number = value.doubleValue();
+            if (std::isfinite(number) && std::trunc(number) == number && std::fabs(number) < 1e15)
+                return static_cast<std::int64_t>(number);
+            return number;
+        }
         case Type::String:
             return *value.string();
         case Type::Array: {

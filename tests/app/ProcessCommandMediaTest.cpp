@@ -116,7 +116,9 @@ TEST(ProcessCommandMedia, TheLimitIsRefusedWithTheQuestionOrTakenWithYes) {
     ASSERT_EQ(objects.size(), 1u);
     EXPECT_EQ(objects[0]["error"]["code"], 5);
     EXPECT_EQ(objects[0]["error"]["userInfo"]["VRErrorUserInfoCorrectingSizesKey"],
-              json::parse("[[8192.0, 9.0]]"));
+              json::parse("[[8192, 9]]"));
+    EXPECT_TRUE(objects[0]["error"]["userInfo"]["VRErrorUserInfoCorrectingSizesKey"][0][0]
+                    .is_number_integer());
 
     Outcome yes = unwarp(home, command + "--yes '" + wide + "'");
     EXPECT_EQ(yes.exitCode, 0) << yes.err;
