@@ -7,12 +7,14 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cmath>
 #include <filesystem>
 #include <iostream>
 #include <nlohmann/json.hpp>
 
 #include "app/Command.h"
 #include "app/ProcessArguments.h"
+#include "app/ResultHandOver.h"
 #include "assets/VRAsset.h"
 #include "assets/VRURLAsset.h"
 #include "core/ErrorMessages.h"
@@ -22,6 +24,8 @@
 #include "model/VXHelperText.h"
 #include "platform/Dispatch.h"
 #include "platform/FileManager.h"
+#include "platform/ImageFrames.h"
+#include "storage/VRFileStorage.h"
 #include "storage/VRSettings.h"
 #include "templates/TemplateManager.h"
 
@@ -30,22 +34,34 @@ namespace {
 using nlohmann::json;
 using platform::FileManager;
 
-constexpr int kExitInterrupted = 130;
-
 std::atomic<bool> gInterrupted{false};
+std::atomic<int> gSignal{SIGINT};
 
-void onInterrupt(int) {
+void onInterrupt(int signal) {
+    gSignal = signal;
     gInterrupted = true;
 }
 
-// Without SA_RESTART, so that a question waiting for an answer is interrupted too.
+// Ctrl-C, a termination and a hang-up all cancel the run, so that its temporaries are removed
+// before the process goes. Without SA_RESTART, so that a question waiting for an answer is
+// interrupted too.
 void catchInterrupt() {
     struct sigaction action {};
     action.sa_handler = onInterrupt;
     sigemptyset(&action.sa_mask);
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
+    for (int signal : {SIGINT, SIGTERM, SIGHUP}) sigaction(signal, &action, nullptr);
 }
+
+// The shell's code for a process ended by a signal: 130 for Ctrl-C, 143 for SIGTERM, 129 for
+// SIGHUP.
+int interruptedExitCode() {
+    return 128 + gSignal.load();
+}
+
+// This process's temporaries go when the command ends, whichever way it ends.
+struct TemporariesRemoval {
+    ~TemporariesRemoval() { VRFileStorage::removeOwnTemporaries(); }
+};
 
 json jsonFromPlist(const platform::PlistValue& value) {
     using Type = platform::PlistValue::Type;
@@ -54,8 +70,13 @@ json jsonFromPlist(const platform::PlistValue& value) {
             return value.boolValue();
         case Type::Integer:
             return value.integerValue();
-        case Type::Real:
-            return value.doubleValue();
+        case Type::Real: {
+            // Sizes are whole pixels: printed as integers, as the results' sizes are.
+            const double number = value.doubleValue();
+            if (std::isfinite(number) && std::trunc(number) == number && std::fabs(number) < 1e15)
+                return static_cast<std::int64_t>(number);
+            return number;
+        }
         case Type::String:
             return *value.string();
         case Type::Array: {
@@ -143,6 +164,11 @@ class ProcessCommand : public app::Command {
         if (code != app::kExitSuccess) return code;
         code = prepareLivePhoto();
         if (code != app::kExitSuccess) return code;
+        code = checkMediaAgainstTemplate();
+        if (code != app::kExitSuccess) return code;
+        code = prepareOutputFolder();
+        if (code != app::kExitSuccess) return code;
+        TemporariesRemoval removal;
         catchInterrupt();
         for (std::size_t i = 0; i < _files.size() && code == app::kExitSuccess; ++i)
             code = processFile(i);
@@ -175,12 +201,48 @@ class ProcessCommand : public app::Command {
             state->setFillColor(*color);
         }
         _state = state;
+        return app::kExitSuccess;
+    }
+
+    // A missing --out folder is made, with its parents.
+    int prepareOutputFolder() {
         std::error_code error;
         _outDir = std::filesystem::absolute(_out.value_or("."), error).lexically_normal().string();
+        if (error)
+            return app::reportUsageError("--out " + _out.value_or(".") + ": " + error.message());
+        while (_outDir.size() > 1 && _outDir.back() == '/') _outDir.pop_back();
         bool isDirectory = false;
-        if (error || !FileManager::fileExistsAtPath(_outDir, &isDirectory) || !isDirectory)
-            return app::reportUsageError("--out " + _out.value_or(".") + ": no such folder");
+        if (FileManager::fileExistsAtPath(_outDir, &isDirectory)) {
+            if (!isDirectory)
+                return app::reportUsageError("--out " + *_out + ": a file, not a folder");
+            return app::kExitSuccess;
+        }
+        platform::ErrorRef made;
+        if (!FileManager::createDirectoryAtPath(_outDir, true, &made))
+            return app::reportUsageError("--out " + _out.value_or(".") + ": " +
+                                         (made ? made->localizedDescription() : "not made"));
         return app::kExitSuccess;
+    }
+
+    // A movie needs a template with a video size; a photo-only one would re-encode the movie
+    // at its own size, which is not what was asked for. The Live Photo's movie goes with the
+    // still's size, so it needs none.
+    int checkMediaAgainstTemplate() const {
+        if (_tpl->sizeEntryForMediaType(VRFormatMediaTypeVideo)) return app::kExitSuccess;
+        for (const auto& file : _files) {
+            if (VRURLAsset::mediaTypeForPath(file) == VRFormatMediaTypeVideo)
+                return app::reportUsageError(file + ": the template " + _key +
+                                             " has no video size (it is for photos only)");
+        }
+        return app::kExitSuccess;
+    }
+
+    // Only the first frame of an animated GIF is used; the result is still made.
+    void noteAnimation(const std::string& file) const {
+        if (VRFormat::formatFromURL(file).type() != VRFormatTypeGIF) return;
+        auto bytes = FileManager::contentsAtPath(file, nullptr, 256u << 20);
+        if (bytes && platform::imageFrameCount(*bytes) > 1)
+            std::cerr << "unwarp: " << file << " is animated: only its first frame is used\n";
     }
 
     Outcome runOnce(const VRAssetRef& asset, CGSize size) {
@@ -218,6 +280,7 @@ class ProcessCommand : public app::Command {
         }
         auto asset = VRAsset::assetWithObject(object);
         std::cerr << "[" << index + 1 << "/" << _files.size() << "] " << file << "\n";
+        noteAnimation(file);
         CGSize size = CGSizeZero;
         for (;;) {
             Outcome outcome = runOnce(asset, size);
@@ -254,54 +317,43 @@ class ProcessCommand : public app::Command {
                 FileManager::removeItemAtPath(*paired);
         }
         std::cerr << "unwarp: cancelled\n";
-        return kExitInterrupted;
+        return interruptedExitCode();
     }
 
     int finished(const std::string& file, const VRAsset& result) {
         const std::string from = result.objectIdentifier();
-        const std::string to = FileManager::stringByAppendingPathComponent(
-            _outDir, FileManager::lastPathComponent(from));
+        const std::optional<std::string> paired = pairedVideoOf(result);
         const CGSize size = result.pixelSize();
-        if (isSource(to)) {
-            FileManager::removeItemAtPath(from);
-            return app::reportFailure(file + ": the result " + to +
-                                      " would replace its source; choose another --out, or "
-                                      "turn on isOriginalFilenameSuffixEnabled");
-        }
         platform::ErrorRef error;
-        if (to != from) {
-            // A result of the same name is replaced, as the writer replaces its own.
-            if (FileManager::fileExistsAtPath(to)) FileManager::removeItemAtPath(to);
-            if (!FileManager::moveItemAtPath(from, to, &error)) {
-                FileManager::removeItemAtPath(from);
-                return app::reportFailure(file + ": " + to + ": " +
-                                          (error ? error->localizedDescription() : "not moved"));
-            }
+        const auto handed = app::handOverResult(from, paired, _outDir, &error);
+        if (!handed) {
+            FileManager::removeItemAtPath(from);
+            if (paired) FileManager::removeItemAtPath(*paired);
+            // A full disk in --out has the words of a full disk during the encode.
+            platform::PlistDictionary info;
+            info[VRErrorUserInfoReasonKey] =
+                "The result could not be moved into " + _outDir + ": " +
+                (error ? error->localizedDescription() : std::string("unknown"));
+            auto failure = VRError::errorWithCode(error && VRErrorIsOutOfSpace(*error) ? 17 : 2,
+                                                  std::move(info));
+            return failed(file, *failure, std::nullopt);
         }
-        const std::optional<std::string> pairedTo = movePairedVideo(result);
+        const std::string& to = handed->output;
         const std::string format = VRFormat::formatFromURL(to).name();
+        const auto width = std::llround(size.width);
+        const auto height = std::llround(size.height);
         if (_json) {
-            json line = {
-                {"source", file},      {"output", to},          {"mediaType", result.mediaType()},
-                {"width", size.width}, {"height", size.height}, {"format", format}};
-            if (pairedTo) line["pairedOutput"] = *pairedTo;
+            json line = {{"source", file}, {"output", to},     {"mediaType", result.mediaType()},
+                         {"width", width}, {"height", height}, {"format", format}};
+            if (handed->pairedOutput) line["pairedOutput"] = *handed->pairedOutput;
             std::cout << line.dump(-1, ' ', false, json::error_handler_t::replace) << std::endl;
         } else {
             std::cout << file << " -> " << to << "  " << VXHelper::stringFromSize(size) << " "
                       << format;
-            if (pairedTo) std::cout << " + " << *pairedTo;
+            if (handed->pairedOutput) std::cout << " + " << *handed->pairedOutput;
             std::cout << std::endl;
         }
         return app::kExitSuccess;
-    }
-
-    // Sources of this run, by file identity, so that no result overwrites one.
-    bool isSource(const std::string& path) const {
-        std::error_code ec;
-        for (const auto& source : _files)
-            if (std::filesystem::equivalent(path, source, ec)) return true;
-        if (!_live.empty() && std::filesystem::equivalent(path, _live.at(1), ec)) return true;
-        return false;
     }
 
     int failed(const std::string& file, const VRError& error,
@@ -310,13 +362,16 @@ class ProcessCommand : public app::Command {
                                     : VRErrorMessageForCode(error.code()).message;
         const auto& info = error.userInfo();
         auto root = info.find(VRErrorUserInfoRootKey);
+        const std::optional<std::string> reason = offer ? std::nullopt : reasonOf(file, error);
         if (_json) {
+            json userInfo = jsonFromPlist(platform::PlistValue(info));
+            if (reason) userInfo[VRErrorUserInfoReasonKey] = *reason;
             json line = {{"source", file},
                          {"error",
                           {{"code", error.code()},
                            {"domain", error.domain()},
                            {"message", message},
-                           {"userInfo", jsonFromPlist(platform::PlistValue(info))}}}};
+                           {"userInfo", userInfo}}}};
             std::cout << line.dump(-1, ' ', false, json::error_handler_t::replace) << std::endl;
             return app::kExitProcessingFailure;
         }
@@ -325,7 +380,25 @@ class ProcessCommand : public app::Command {
         if (offer) message += " (--yes takes the smaller size)";
         if (root != info.end() && root->second.string())
             message += " (" + *root->second.string() + ")";
+        // The cause goes on a line of its own under the words of the code.
+        if (reason) message += "\n  " + *reason;
         return app::reportFailure(file + ": " + message);
+    }
+
+    // The source's own problem first (missing, unreadable, a folder, not a picture), since
+    // the code's words may blame the saving; then what the error itself names.
+    std::optional<std::string> reasonOf(const std::string& file, const VRError& error) const {
+        if (const auto* set = userInfoString(error, VRErrorUserInfoReasonKey)) return *set;
+        std::error_code ec;
+        const std::string path = std::filesystem::absolute(file, ec).lexically_normal().string();
+        const bool isPhoto = VRURLAsset::mediaTypeForPath(path) != VRFormatMediaTypeVideo;
+        if (auto problem = VRSourceProblem(path, isPhoto)) return problem;
+        return VRErrorReason(error);
+    }
+
+    static const std::string* userInfoString(const VRError& error, const char* key) {
+        auto it = error.userInfo().find(key);
+        return it == error.userInfo().end() ? nullptr : it->second.string();
     }
 
     // The Live Photo given with --live goes first, as its still; the movie follows it as the
@@ -353,26 +426,6 @@ class ProcessCommand : public app::Command {
     static std::optional<std::string> pairedVideoOf(const VRAsset& result) {
         auto* url = dynamic_cast<const VRURLAsset*>(result.object().get());
         return url ? url->pairedVideoURL() : std::nullopt;
-    }
-
-    // A Live Photo's movie goes beside its still; one that cannot be moved is dropped, as a
-    // failed video half is.
-    std::optional<std::string> movePairedVideo(const VRAsset& result) {
-        const auto from = pairedVideoOf(result);
-        if (!from) return std::nullopt;
-        const std::string to = FileManager::stringByAppendingPathComponent(
-            _outDir, FileManager::lastPathComponent(*from));
-        if (to == *from) return to;
-        if (isSource(to)) {
-            FileManager::removeItemAtPath(*from);
-            return std::nullopt;
-        }
-        if (FileManager::fileExistsAtPath(to)) FileManager::removeItemAtPath(to);
-        if (!FileManager::moveItemAtPath(*from, to)) {
-            FileManager::removeItemAtPath(*from);
-            return std::nullopt;
-        }
-        return to;
     }
 
     static constexpr int kProgressBarWidth = 30;

@@ -59,6 +59,7 @@ int runProgram(int argc, char** argv) {
     std::string problem;
     if (!applyGlobalOptions(options, &problem)) return app::reportUsageError(problem);
     ApplicationStart::prepareUnarchiver();
+    ApplicationStart::removeTemporaryFiles();
     for (auto& [parser, command] : parsers) {
         if (parser->parsed()) return command->run();
     }

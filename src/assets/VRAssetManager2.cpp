@@ -6,6 +6,7 @@
 #include "platform/FileManager.h"
 #include "platform/ImageSource.h"
 #include "platform/Log.h"
+#include "storage/VRFileStorage.h"
 #include "storage/VXHelperFiles.h"
 
 namespace {
@@ -69,7 +70,7 @@ std::optional<std::string> VRAssetManager2::urlForVideoAsset(const VRAssetRef& a
         const std::string stem = platform::FileManager::stringByDeletingPathExtension(
             platform::FileManager::lastPathComponent(url->url()));
         return platform::FileManager::stringByAppendingPathComponent(
-            VXHelper::temporaryDirectory(),
+            VRFileStorage::ownTemporaryFolder(VXHelper::temporaryDirectory()),
             stem + "-livePhotoVideo." + platform::FileManager::pathExtension(*paired));
     }
     if (url->mediaType() == VRFormatMediaTypeVideo) return url->url();

@@ -37,8 +37,8 @@ class VRAssetManager2 {
     using AVAssetCompletion = std::function<void(AVAssetRef movie)>;
     void requestAVAssetForAsset(const VRAssetRef& asset, const AVAssetCompletion& completion);
     // Where the movie of a video asset is read from: its own file, or for a Live Photo the
-    // temporary link of its movie ("<still's name>-livePhotoVideo.<movie's extension>" in the
-    // temporary directory). Absent for other assets.
+    // temporary link of its movie ("<still's name>-livePhotoVideo.<movie's extension>" in this
+    // process's folder of the temporary directory). Absent for other assets.
     std::optional<std::string> urlForVideoAsset(const VRAssetRef& asset) const;
 
     // Files larger than this are not read into memory (the image source's own limit).

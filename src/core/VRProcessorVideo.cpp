@@ -182,6 +182,8 @@ void VRProcessor::_videoStageWithAVAsset(const AVAssetRef& movie, const VRAssetR
             _videoResizers.erase(identifier);
         }
         if (state == static_cast<std::int64_t>(VRVideoResizeStatus::finished)) {
+            // The Live Photo's temporary link to its movie has served.
+            if (paired && sourceURL) FileManager::removeItemAtPath(*sourceURL);
             completion(url, VRFormatMediaTypeVideo, std::nullopt, nullptr);
         } else {
             VRErrorRef failure = _videoJobError(state, error, [&] {

@@ -3,7 +3,9 @@
 #include <array>
 #include <regex>
 
+#include "model/VXHelperText.h"
 #include "platform/Environment.h"
+#include "platform/FileManager.h"
 #include "platform/Log.h"
 
 namespace VXHelper {
@@ -89,8 +91,17 @@ std::string appFullName() {
 }
 
 std::string systemMessage() {
-    return "Machine name: " + deviceMachineName() +
-           "\niOS: " + platform::Environment::systemVersion() + "\nApp version: " + appVersion();
+    std::string message = "Machine name: " + deviceMachineName() +
+                          "\niOS: " + platform::Environment::systemVersion() +
+                          "\nApp version: " + appVersion();
+    // The free space of the documents' file system; the documents folder itself may not be
+    // made yet, so its nearest existing parent answers for it.
+    std::string path = platform::Environment::documentsDirectory();
+    std::optional<std::uint64_t> free;
+    while (!path.empty() && !(free = platform::FileManager::freeDiskSpaceAtPath(path)))
+        path = path == "/" ? "" : platform::FileManager::stringByDeletingLastPathComponent(path);
+    if (free) message += "\nFree disk space: " + stringFromDataLength(*free);
+    return message;
 }
 
 }  // namespace VXHelper

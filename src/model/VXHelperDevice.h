@@ -38,7 +38,8 @@ std::string appVersion();
 std::string appFullName();
 
 // The lines that describe this machine in a problem report:
-// "Machine name: <name>\niOS: <system version>\nApp version: <version>".
+// "Machine name: <name>\niOS: <system version>\nApp version: <version>", and
+// "\nFree disk space: <stringFromDataLength>" when the documents' file system answers.
 std::string systemMessage();
 
 }  // namespace VXHelper

@@ -92,7 +92,10 @@ void VRPhotoJob::processImageData(std::optional<std::vector<std::uint8_t>> data,
                           metadata, &error)) {
         platform::logf("~~ PHOTO: writing %s failed: %s", path.c_str(),
                        error ? error->description().c_str() : "no image");
-        return completion(std::nullopt, mediaType, std::nullopt, VRError::errorWithCode(2));
+        // The writer's own error goes along, so that the words can name the cause.
+        return completion(
+            std::nullopt, mediaType, std::nullopt,
+            error ? VRError::errorWithCodeUnderlyingErrors(2, {error}) : VRError::errorWithCode(2));
     }
     VXHelper::excludeURLFromBackup(path);
     completion(path, mediaType, output.outputSize, nullptr);

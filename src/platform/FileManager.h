@@ -17,7 +17,9 @@ class FileManager {
     static bool createDirectoryAtPath(const std::string& path, bool withIntermediateDirectories,
                                       ErrorRef* error = nullptr);
     static bool removeItemAtPath(const std::string& path, ErrorRef* error = nullptr);
-    // Fails when the target exists, as the platform's move and copy do.
+    // Fails when the target exists, as the platform's move and copy do: the name is claimed
+    // atomically, so two processes never both take it. A file moved to another file system is
+    // copied under a temporary name beside the target and only then given its name.
     static bool moveItemAtPath(const std::string& from, const std::string& to,
                                ErrorRef* error = nullptr);
     static bool copyItemAtPath(const std::string& from, const std::string& to,
@@ -40,6 +42,9 @@ class FileManager {
     // Marks an item as excluded from backups: the freedesktop extended attribute
     // "user.xdg.robots.backup" set to "false". Failures are reported, callers may ignore them.
     static bool setExcludedFromBackup(const std::string& path, ErrorRef* error = nullptr);
+    // Takes the mark away from an item that leaves the program's own storage; an item without
+    // the mark is fine.
+    static bool removeExcludedFromBackup(const std::string& path, ErrorRef* error = nullptr);
     static bool isExcludedFromBackup(const std::string& path);
 
     // NSURLCreationDateKey: the birth time of the item (statx), absent when the file system

@@ -57,3 +57,14 @@ void VRFileStorage::removeFilesWithPrefix(const std::string& prefix) {
 void VRFileStorage::clearApplicationFiles() {
     FileManager::removeItemAtPath(projectURLs().appfilesURL);
 }
+
+void VRFileStorage::removeCameraAssets() {
+    removeFilesWithPrefix("camera");
+}
+
+void VRFileStorage::removeTemporaryImportAssets() {
+    const std::string folder =
+        FileManager::stringByAppendingPathComponent(projectURLs().assetsURL, "import");
+    if (FileManager::fileExistsAtPath(folder) && FileManager::removeItemAtPath(folder))
+        platform::log("~~ removed temporary import assets");
+}

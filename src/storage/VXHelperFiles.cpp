@@ -8,6 +8,7 @@
 
 #include "platform/Environment.h"
 #include "platform/FileManager.h"
+#include "storage/VRFileStorage.h"
 
 using platform::FileManager;
 
@@ -104,7 +105,8 @@ std::string pathWithFilename(const std::optional<std::string>& filename,
                              const std::string& extension) {
     std::string name = filename && !filename->empty() ? *filename : uniqueFilename();
     if (!extension.empty()) name += "." + extension;
-    return FileManager::stringByAppendingPathComponent(documentDirectory(), name);
+    return FileManager::stringByAppendingPathComponent(
+        VRFileStorage::ownTemporaryFolder(documentDirectory()), name);
 }
 
 }  // namespace VXHelper

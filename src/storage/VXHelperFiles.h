@@ -39,10 +39,11 @@ std::optional<std::uint64_t> freeDiskSpace();
 
 // "file-" and a string unique to this call in this process and across processes.
 std::string uniqueFilename();
-// documents/<unique name>[.extension]
+// documents/<this process's folder>/<unique name>[.extension]
 std::string uniquePathWithExtension(const std::string& extension);
-// documents/<filename or a unique name when absent or empty>[.extension]; the extension is
-// appended with a dot only when it is not empty.
+// documents/<this process's folder>/<filename or a unique name when absent or empty>
+// [.extension]; the extension is appended with a dot only when it is not empty. The folder
+// (VRFileStorage::ownTemporaryFolder) keeps two processes with one home from writing one file.
 std::string pathWithFilename(const std::optional<std::string>& filename,
                              const std::string& extension);
 

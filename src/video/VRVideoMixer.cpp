@@ -9,6 +9,7 @@
 #include "platform/Dispatch.h"
 #include "platform/FileManager.h"
 #include "platform/Log.h"
+#include "storage/VRFileStorage.h"
 #include "storage/VXHelperFiles.h"
 #include "video/VRVideoMetadataManager.h"
 #include "video/VRVideoResizeStatus.h"
@@ -45,8 +46,6 @@ ErrorRef joinedError(std::int64_t code, std::initializer_list<ErrorRef> errors) 
     }
     return VRError::errorWithCodeUnderlyingErrors(code, present);
 }
-
-const char* kTemporaryDirectory = "_vrtempvideodir";
 
 }  // namespace
 
@@ -170,8 +169,8 @@ void VRVideoMixer::_rebuildNonVideoTracks(Completion completion) {
             _mixComposition(*composition, _asset, track, errors);
         }
     }
-    const std::string directory = FileManager::stringByAppendingPathComponent(
-        VXHelper::documentDirectory(), kTemporaryDirectory);
+    const std::string directory =
+        VRFileStorage::ownTemporaryFolder(VRFileStorage::temporaryVideoDirectory());
     const std::string base =
         FileManager::stringByDeletingPathExtension(FileManager::lastPathComponent(_outputURL()));
     const std::string outputURL = FileManager::stringByAppendingPathComponent(
@@ -230,9 +229,8 @@ void VRVideoMixer::_export(const AVAssetExportSessionRef& session, const std::st
 }
 
 std::string VRVideoMixer::_outputURL() const {
-    const std::string directory = FileManager::stringByAppendingPathComponent(
-        VXHelper::documentDirectory(), kTemporaryDirectory);
-    FileManager::createDirectoryAtPath(directory, true);
+    const std::string directory =
+        VRFileStorage::ownTemporaryFolder(VRFileStorage::temporaryVideoDirectory());
     std::string name = _identifier;
     if (_videoURL) {
         name = std::regex_replace(

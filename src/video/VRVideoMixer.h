@@ -54,7 +54,8 @@ class VRVideoMixer : public std::enable_shared_from_this<VRVideoMixer> {
     void _export(const AVAssetExportSessionRef& session, const std::string& outputURL,
                  std::vector<std::string> trackErrors, std::int64_t failureCode,
                  Completion completion);
-    // documents/_vrtempvideodir/<name>.<extension of the output format>, any file there
+    // <this process's folder in documents/_vrtempvideodir>/<name>.<extension of the output
+    // format>, any file there
     // removed; the name is videoURL's without extension and without a final "-vid", or the
     // identifier.
     std::string _outputURL() const;

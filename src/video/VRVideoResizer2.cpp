@@ -9,6 +9,7 @@
 #include "platform/AVVideoSettings.h"
 #include "platform/FileManager.h"
 #include "platform/Log.h"
+#include "storage/VRFileStorage.h"
 #include "storage/VXHelperFiles.h"
 #include "video/VRVideoMetadataManager.h"
 #include "video/VRVideoResizerTrackProvider2.h"
@@ -101,8 +102,8 @@ struct VRVideoResizer2::Job {
 VRVideoResizer2::VRVideoResizer2(AVAssetRef asset, std::string identifier,
                                  VRVideoResizeOptions options)
     : _asset(std::move(asset)), _identifier(std::move(identifier)), _options(options) {
-    std::string directory = FileManager::stringByAppendingPathComponent(
-        VXHelper::documentDirectory(), "_vrtempvideodir");
+    std::string directory =
+        VRFileStorage::ownTemporaryFolder(VRFileStorage::temporaryVideoDirectory());
     _outputURL = FileManager::stringByAppendingPathComponent(directory, _identifier) + "." +
                  _options.fileFormat.extension();
 }

@@ -53,8 +53,8 @@ class VRVideoResizer2 : public std::enable_shared_from_this<VRVideoResizer2> {
         std::function<void(const std::optional<std::string>& url, VRVideoResizeStatus status,
                            const platform::ErrorRef& error)>;
 
-    // The output is documents/_vrtempvideodir/<identifier>.<extension of the format>: the
-    // identifier alone makes the name, so two jobs with one identifier share a file.
+    // The output is <this process's folder in documents/_vrtempvideodir>/<identifier>.
+    // <extension of the format>: jobs of two processes never share a file.
     static std::shared_ptr<VRVideoResizer2> resizerWithAsset(AVAssetRef asset,
                                                              std::string identifier,
                                                              VRVideoResizeOptions options);

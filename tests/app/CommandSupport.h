@@ -9,6 +9,7 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <string>
 #include <thread>
@@ -66,6 +67,72 @@ inline int interruptedProcess(const testing_support::TestHome& home, const std::
     int status = 0;
     waitpid(pid, &status, 0);
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+// A running `unwarp`, started without waiting, its standard output and error going to files
+// under the home.
+struct Running {
+    pid_t pid = -1;
+    std::string outPath;
+    std::string errPath;
+};
+
+inline Running start(const testing_support::TestHome& home, std::vector<std::string> arguments,
+                     const std::string& name) {
+    Running r;
+    r.outPath = home.path(name + ".out");
+    r.errPath = home.path(name + ".err");
+    arguments.insert(arguments.begin(), {UNWARP_BINARY, "--home", home.root()});
+    std::vector<char*> argv;
+    for (auto& a : arguments) argv.push_back(a.data());
+    argv.push_back(nullptr);
+    r.pid = fork();
+    if (r.pid == 0) {
+        if (!freopen("/dev/null", "r", stdin) || !freopen(r.outPath.c_str(), "w", stdout) ||
+            !freopen(r.errPath.c_str(), "w", stderr))
+            _exit(126);
+        execv(UNWARP_BINARY, argv.data());
+        _exit(127);
+    }
+    return r;
+}
+
+inline std::string contentsOf(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+// Waits for the process; a process ended by a signal reports 128 + the signal, as a shell does.
+inline Outcome finish(const Running& r) {
+    int status = 0;
+    waitpid(r.pid, &status, 0);
+    Outcome o;
+    o.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    o.out = contentsOf(r.outPath);
+    o.err = contentsOf(r.errPath);
+    return o;
+}
+
+// Waits until `ready()` holds (a file has appeared, say), looking every few milliseconds; false
+// when it did not within `patience`.
+inline bool waitUntil(const std::function<bool()>& ready,
+                      std::chrono::milliseconds patience = std::chrono::seconds(60)) {
+    const auto end = std::chrono::steady_clock::now() + patience;
+    while (!ready()) {
+        if (std::chrono::steady_clock::now() > end) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return true;
+}
+
+// Every file under `folder`, as paths relative to it, sorted; none when it does not exist.
+inline std::vector<std::string> allFilesUnder(const std::string& folder) {
+    std::vector<std::string> names;
+    std::error_code ec;
+    for (const auto& e : std::filesystem::recursive_directory_iterator(folder, ec))
+        if (!e.is_directory()) names.push_back(e.path().lexically_relative(folder).string());
+    std::sort(names.begin(), names.end());
+    return names;
 }
 
 }  // namespace command_test

@@ -5,8 +5,11 @@
 #include <string>
 #include <vector>
 
+#include "model/VXHelperText.h"
 #include "platform/Environment.h"
+#include "platform/FileManager.h"
 #include "platform/Log.h"
+#include "support/TestHome.h"
 
 namespace {
 
@@ -68,7 +71,23 @@ TEST(VXHelperDevice, ThisMachineAndProgram) {
               VXHelper::deviceClassForMachineName(platform::Environment::machineName()));
     EXPECT_EQ(VXHelper::maxVideoSize(), VXHelper::maxVideoSize(VXHelper::deviceClass()));
     EXPECT_EQ(VXHelper::appFullName(), "Unwarp v" + platform::Environment::appVersion());
-    EXPECT_EQ(VXHelper::systemMessage(), "Machine name: " + platform::Environment::machineName() +
-                                             "\niOS: " + platform::Environment::systemVersion() +
-                                             "\nApp version: " + VXHelper::appVersion());
+}
+
+// The report's machine lines end with the free space of the documents' file system, in the
+// words of stringFromDataLength.
+TEST(VXHelperDevice, SystemMessageEndsWithTheFreeDiskSpace) {
+    testing_support::TestHome home;
+    const std::string head = "Machine name: " + platform::Environment::machineName() +
+                             "\niOS: " + platform::Environment::systemVersion() +
+                             "\nApp version: " + VXHelper::appVersion();
+    const auto before = platform::FileManager::freeDiskSpaceAtPath(home.root());
+    const std::string message = VXHelper::systemMessage();
+    const auto after = platform::FileManager::freeDiskSpaceAtPath(home.root());
+    ASSERT_TRUE(before && after);
+    ASSERT_EQ(message.rfind(head, 0), 0u) << message;
+    const std::string line = message.substr(head.size());
+    // Other writers may change the figure between the reads.
+    EXPECT_TRUE(line == "\nFree disk space: " + VXHelper::stringFromDataLength(*before) ||
+                line == "\nFree disk space: " + VXHelper::stringFromDataLength(*after))
+        << line;
 }

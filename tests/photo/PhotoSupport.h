@@ -88,11 +88,13 @@ inline nlohmann::json exif(const std::string& path) {
     return all.is_array() && !all.empty() ? all[0] : nlohmann::json::object();
 }
 
-// Files in the documents folder, hidden temporaries included.
+// Files in the documents folder and the folders below it (where each process keeps its
+// results), hidden temporaries included.
 inline std::vector<std::string> documents(const testing_support::TestHome& home) {
     std::vector<std::string> names;
     std::error_code ec;
-    for (const auto& entry : std::filesystem::directory_iterator(home.path("documents"), ec))
+    for (const auto& entry :
+         std::filesystem::recursive_directory_iterator(home.path("documents"), ec))
         if (entry.is_regular_file()) names.push_back(entry.path().filename().string());
     return names;
 }

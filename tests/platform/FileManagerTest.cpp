@@ -16,6 +16,7 @@
 #include <fstream>
 #include <iterator>
 
+#include "support/SmallDisk.h"
 #include "support/TestHome.h"
 
 using platform::ErrorRef;
@@ -223,6 +224,12 @@ TEST(FileManager, BackupExclusionAndFreeSpace) {
     EXPECT_TRUE(FileManager::isExcludedFromBackup(path));
     EXPECT_FALSE(FileManager::setExcludedFromBackup(home.path("absent"), &error));
     EXPECT_EQ(error->code(), ENOENT);
+    // A file handed to the user loses the mark; one without it is fine.
+    ASSERT_TRUE(FileManager::removeExcludedFromBackup(path, &error));
+    EXPECT_LT(getxattr(path.c_str(), "user.xdg.robots.backup", value, sizeof value), 0);
+    EXPECT_EQ(errno, ENODATA);
+    EXPECT_TRUE(FileManager::removeExcludedFromBackup(path, &error));
+    EXPECT_FALSE(FileManager::removeExcludedFromBackup(home.path("absent"), &error));
 
     struct statvfs info {};
     ASSERT_EQ(statvfs(home.root().c_str(), &info), 0);
@@ -270,3 +277,41 @@ TEST(FileManager, PathHelpers) {
             << j.path << " + " << j.component;
     }
 }
+
+namespace {
+
+// A move to another file system copies under a temporary name and claims the target's name
+// only with the whole file: an existing name is never replaced, and a full disk leaves nothing
+// in the target folder and keeps the source.
+TEST(FileManager, MovesAcrossFileSystemsClaimTheNameWithTheWholeFile) {
+    testing_support::TestHome home;
+    testing_support::SmallDisk disk(256);
+    UNWARP_REQUIRE_SMALL_DISK(disk);
+    ErrorRef error;
+    const std::string taken = disk.path() + "/taken.jpg";
+    ASSERT_TRUE(FileManager::writeDataAtomically(bytes("theirs"), taken, nullptr));
+    const std::string result = home.path("result.jpg");
+    ASSERT_TRUE(FileManager::writeDataAtomically(bytes(std::string(40000, 'r')), result, nullptr));
+    chmod(result.c_str(), 0640);
+
+    EXPECT_FALSE(FileManager::moveItemAtPath(result, taken, &error));
+    EXPECT_EQ(error->code(), EEXIST);
+    EXPECT_EQ(readFile(taken), "theirs");
+    ASSERT_TRUE(FileManager::moveItemAtPath(result, disk.path() + "/moved.jpg", &error));
+    EXPECT_EQ(readFile(disk.path() + "/moved.jpg"), std::string(40000, 'r'));
+    EXPECT_FALSE(FileManager::fileExistsAtPath(result));
+    struct stat info {};
+    ASSERT_EQ(stat((disk.path() + "/moved.jpg").c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, 0640u);
+
+    const std::string big = home.path("big.jpg");
+    ASSERT_TRUE(FileManager::writeDataAtomically(bytes(std::string(400000, 'b')), big, nullptr));
+    EXPECT_FALSE(FileManager::moveItemAtPath(big, disk.path() + "/big.jpg", &error));
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->domain(), platform::NSCocoaErrorDomain);
+    EXPECT_EQ(error->code(), platform::NSFileWriteOutOfSpaceError);
+    EXPECT_EQ(sortedContents(disk.path()), (std::vector<std::string>{"moved.jpg", "taken.jpg"}));
+    EXPECT_EQ(readFile(big).size(), 400000u);
+}
+
+}  // namespace

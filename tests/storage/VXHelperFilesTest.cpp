@@ -8,6 +8,7 @@
 #include <set>
 
 #include "platform/FileManager.h"
+#include "storage/VRFileStorage.h"
 #include "support/TestHome.h"
 
 using platform::FileManager;
@@ -94,7 +95,10 @@ TEST(VXHelperFiles, MoveCreatesTheTargetFolderAndNeverReplaces) {
 
 TEST(VXHelperFiles, PathsWithAndWithoutNames) {
     testing_support::TestHome home;
-    const std::string documents = home.path("documents");
+    // Results lie in this process's own folder in the documents, so that another process on
+    // the same home never writes the same file.
+    const std::string documents = VRFileStorage::ownTemporaryFolder(home.path("documents"));
+    ASSERT_EQ(FileManager::stringByDeletingLastPathComponent(documents), home.path("documents"));
     const struct {
         std::optional<std::string> filename;
         const char* extension;

@@ -7,6 +7,7 @@
 #include "platform/Dispatch.h"
 #include "platform/FileManager.h"
 #include "platform/MediaTestSupport.h"
+#include "storage/VRFileStorage.h"
 #include "storage/VXHelperFiles.h"
 
 namespace {
@@ -50,8 +51,7 @@ std::string packets(const std::string& path, const char* stream) {
 
 std::vector<std::string> temporaryVideos() {
     return FileManager::contentsOfDirectoryAtPath(
-               FileManager::stringByAppendingPathComponent(VXHelper::documentDirectory(),
-                                                           "_vrtempvideodir"))
+               VRFileStorage::ownTemporaryFolder(VRFileStorage::temporaryVideoDirectory()))
         .value_or(std::vector<std::string>{});
 }
 

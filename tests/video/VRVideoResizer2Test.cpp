@@ -7,6 +7,7 @@
 
 #include "platform/AVError.h"
 #include "platform/FileManager.h"
+#include "storage/VRFileStorage.h"
 #include "storage/VRSettings.h"
 #include "storage/VXHelperFiles.h"
 #include "support/TestHome.h"
@@ -100,7 +101,9 @@ TEST(VRVideoResizer2, OutputPath) {
         VRVideoResizer2::resizerWithAsset(AVAsset::assetWithURL("/x/a.mov"), "IMG_1-uwrp", options);
     auto b =
         VRVideoResizer2::resizerWithAsset(AVAsset::assetWithURL("/y/b.mov"), "IMG_1-uwrp", options);
-    EXPECT_EQ(a->outputURL(), VXHelper::documentDirectory() + "/_vrtempvideodir/IMG_1-uwrp.mp4");
+    EXPECT_EQ(a->outputURL(),
+              VRFileStorage::ownTemporaryFolder(VRFileStorage::temporaryVideoDirectory()) +
+                  "/IMG_1-uwrp.mp4");
     EXPECT_EQ(a->outputURL(), b->outputURL());
 }
 
@@ -165,7 +168,8 @@ TEST(LegacyManager, VideoBridge) {
     ASSERT_TRUE(o.metadataOptions);
     EXPECT_FALSE(o.metadataOptions->copyGPSMetadata);
     EXPECT_EQ((*resizer)->outputURL(),
-              VXHelper::documentDirectory() + "/_vrtempvideodir/missing.m4v");
+              VRFileStorage::ownTemporaryFolder(VRFileStorage::temporaryVideoDirectory()) +
+                  "/missing.m4v");
 
     EXPECT_FALSE((*resizer)->stateManager()->isCancelled());
     LegacyManager::videoResizerCancel(std::any(std::string("not a job")));

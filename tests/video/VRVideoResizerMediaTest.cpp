@@ -13,6 +13,7 @@
 #include "platform/AVError.h"
 #include "platform/Environment.h"
 #include "platform/FileManager.h"
+#include "storage/VRFileStorage.h"
 #include "storage/VXHelperFiles.h"
 #include "video/VideoJobSupport.h"
 
@@ -27,9 +28,9 @@ using video_test::describe;
 using video_test::JobResult;
 using video_test::runJob;
 
+// This process's own folder of temporary videos.
 std::string tempVideoDirectory() {
-    return FileManager::stringByAppendingPathComponent(VXHelper::documentDirectory(),
-                                                       "_vrtempvideodir");
+    return VRFileStorage::ownTemporaryFolder(VRFileStorage::temporaryVideoDirectory());
 }
 
 std::vector<std::string> leftovers() {

@@ -9,6 +9,7 @@
 #include "platform/Environment.h"
 #include "platform/FileManager.h"
 #include "platform/MediaTestSupport.h"
+#include "storage/VRFileStorage.h"
 #include "storage/VRSettings.h"
 #include "storage/VXHelperFiles.h"
 #include "templates/TemplateManager.h"
@@ -50,7 +51,7 @@ std::vector<std::string> contents(const std::string& folder) {
 }
 
 std::string temporaryVideos() {
-    return VXHelper::documentDirectory() + "/_vrtempvideodir";
+    return VRFileStorage::ownTemporaryFolder(VRFileStorage::temporaryVideoDirectory());
 }
 
 // A movie goes through the processor at the resolved size; a movie without video ends with
@@ -117,7 +118,9 @@ TEST(VideoStageMedia, LivePhotoPairsAndDropsAFailedMovie) {
     auto* single = dynamic_cast<const VRURLAsset*>(alone.result->object().get());
     ASSERT_TRUE(single);
     EXPECT_FALSE(single->pairedVideoURL());
-    EXPECT_TRUE(contents(VXHelper::temporaryDirectory()).empty());
+    // No link to the movie is left in this process's temporary folder.
+    EXPECT_TRUE(
+        contents(VRFileStorage::ownTemporaryFolder(VXHelper::temporaryDirectory())).empty());
     EXPECT_TRUE(FileManager::fileExistsAtPath(sound));
 }
 

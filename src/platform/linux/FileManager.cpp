@@ -46,10 +46,10 @@ struct FdCloser {
     }
 };
 
-bool writeAll(int fd, const PlistData& data) {
+bool writeAll(int fd, const std::uint8_t* bytes, std::size_t size) {
     std::size_t done = 0;
-    while (done < data.size()) {
-        ssize_t n = ::write(fd, data.data() + done, data.size() - done);
+    while (done < size) {
+        ssize_t n = ::write(fd, bytes + done, size - done);
         if (n < 0 && errno == EINTR) continue;
         if (n <= 0) {
             if (n == 0) errno = EIO;
@@ -106,6 +106,48 @@ bool makeOneDirectory(const std::string& path, bool existingIsFine, ErrorRef* er
     return fail(error, errnum, "mkdir", path);
 }
 
+// A file moved to another file system is copied under a hidden temporary name beside the
+// target, made durable, and then linked to the target's name, which fails rather than replace
+// a file that appeared meanwhile. A failure (a full disk included) leaves neither file behind.
+bool copyFileUnderTemporaryName(const std::string& from, const std::string& to, mode_t mode,
+                                ErrorRef* error) {
+    const std::string directory = FileManager::stringByDeletingLastPathComponent(to);
+    std::string temporary = FileManager::stringByAppendingPathComponent(
+        directory, "." + FileManager::lastPathComponent(to) + "." + std::to_string(::getpid()) +
+                       "-XXXXXX.part");
+    const int source = ::open(from.c_str(), O_RDONLY | O_CLOEXEC);
+    if (source < 0) return fail(error, errno, "open", from);
+    FdCloser sourceCloser{source};
+    const int fd = ::mkostemps(temporary.data(), 5, O_CLOEXEC);
+    if (fd < 0) return fail(error, errno, "create", to);
+    FdCloser closer{fd};
+    const auto abandon = [&](const char* operation) {
+        const int errnum = errno;
+        ::unlink(temporary.c_str());
+        return fail(error, errnum, operation, to);
+    };
+    std::uint8_t buffer[64 * 1024];
+    for (;;) {
+        ssize_t n = ::read(source, buffer, sizeof buffer);
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) return abandon("read");
+        if (n == 0) break;
+        if (!writeAll(fd, buffer, static_cast<std::size_t>(n))) return abandon("write");
+    }
+    if (::fchmod(fd, mode) != 0 || ::fsync(fd) != 0) return abandon("write");
+    if (::link(temporary.c_str(), to.c_str()) != 0) {
+        // Without hard links the no-replace rename claims the name instead.
+        if (errno == EEXIST ||
+            ::renameat2(AT_FDCWD, temporary.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) != 0)
+            return abandon("move");
+        fsyncDirectory(directory);
+        return true;
+    }
+    ::unlink(temporary.c_str());
+    fsyncDirectory(directory);
+    return true;
+}
+
 }  // namespace
 
 bool FileManager::fileExistsAtPath(const std::string& path, bool* isDirectory) {
@@ -146,9 +188,19 @@ bool FileManager::moveItemAtPath(const std::string& from, const std::string& to,
         return true;
     }
     int errnum = errno;
-    if (errnum == EINVAL && ::rename(from.c_str(), to.c_str()) == 0) return true;
+    // A file system without the no-replace rename: a link claims the name just as surely.
+    if (errnum == EINVAL) {
+        if (::link(from.c_str(), to.c_str()) != 0) return fail(error, errno, "move", to);
+        ::unlink(from.c_str());
+        return true;
+    }
     if (errnum != EXDEV) return fail(error, errnum, "move", from);
-    // Across file systems a move is a copy and a removal, as the platform does it.
+    if (::lstat(from.c_str(), &info) != 0) return fail(error, errno, "move", from);
+    if (S_ISREG(info.st_mode)) {
+        if (!copyFileUnderTemporaryName(from, to, info.st_mode & 07777, error)) return false;
+        return removeItemAtPath(from, error);
+    }
+    // Across file systems a folder is copied and removed, as the platform does it.
     if (!copyItemAtPath(from, to, error)) return false;
     return removeItemAtPath(from, error);
 }
@@ -246,7 +298,7 @@ bool FileManager::writeDataAtomically(const PlistData& data, const std::string& 
         return fail(error, errnum, operation, path);
     };
     if (::fchmod(fd, newFileMode(path)) != 0) return abandon("chmod");
-    if (!writeAll(fd, data)) return abandon("write");
+    if (!writeAll(fd, data.data(), data.size())) return abandon("write");
     if (::fsync(fd) != 0) return abandon("fsync");
     if (::rename(temporary.c_str(), path.c_str()) != 0) return abandon("rename");
     // The rename is durable only once the directory entry is on disk; the new file is in
@@ -259,6 +311,13 @@ bool FileManager::setExcludedFromBackup(const std::string& path, ErrorRef* error
     if (::setxattr(path.c_str(), kBackupAttribute, kBackupExcluded, std::strlen(kBackupExcluded),
                    0) != 0) {
         return fail(error, errno, "setxattr", path);
+    }
+    return true;
+}
+
+bool FileManager::removeExcludedFromBackup(const std::string& path, ErrorRef* error) {
+    if (::removexattr(path.c_str(), kBackupAttribute) != 0 && errno != ENODATA) {
+        return fail(error, errno, "removexattr", path);
     }
     return true;
 }
