@@ -23,7 +23,7 @@ volatile std::size_t gDepthLimit = SIZE_MAX;
 }  // namespace
 
 // The sanitizers would report these faults as their own findings before the signal comes.
-[[gnu::noinline, gnu::no_sanitize("undefined")]] void crashTestSegv() {
+__attribute__((noinline, no_sanitize("undefined"))) void crashTestSegv() {
     *gNowhere = 1;
 }
 
@@ -46,7 +46,7 @@ volatile std::size_t gDepthLimit = SIZE_MAX;
 #endif
 }
 
-[[gnu::noinline, gnu::no_sanitize("undefined")]] void crashTestFpe() {
+__attribute__((noinline, no_sanitize("undefined"))) void crashTestFpe() {
 #if defined(__x86_64__) || defined(__i386__)
     gZero = gOne / gZero;
 #else

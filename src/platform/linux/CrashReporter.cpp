@@ -103,9 +103,8 @@ int openReport(const char* kind, std::uint64_t sequence, Buffer& part, Buffer& f
 }
 
 void writeHeader(int fd, const char* title) {
-    Buffer line;
-    line.append(title).append("\n");
-    writeBuffer(fd, line);
+    writeAll(fd, title, std::strlen(title));
+    writeAll(fd, "\n", 1);
     writeAll(fd, gPrepared->header.data(), gPrepared->header.size());
     Buffer facts;
     facts.append("process: ").appendNumber(getpid()).append("\ntime: ");
