@@ -5,10 +5,12 @@ find_package(nlohmann_json 3.10 REQUIRED)
 find_package(CLI11 REQUIRED)
 
 pkg_check_modules(PLIST REQUIRED IMPORTED_TARGET libplist-2.0)
+# The HTTP client that posts crash reports (the tests also run its server).
+pkg_check_modules(CPP_HTTPLIB REQUIRED IMPORTED_TARGET cpp-httplib)
 
 add_library(unwarp_platform_deps INTERFACE)
 add_library(unwarp::platform_deps ALIAS unwarp_platform_deps)
-target_link_libraries(unwarp_platform_deps INTERFACE PkgConfig::PLIST)
+target_link_libraries(unwarp_platform_deps INTERFACE PkgConfig::PLIST PkgConfig::CPP_HTTPLIB)
 
 # Image codecs, metadata, colour management, scaling and FFmpeg behind the platform services.
 foreach(mod IN ITEMS libjpeg libpng libtiff-4 libheif exiv2 zimg lcms2 imagequant

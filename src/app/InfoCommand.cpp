@@ -2,6 +2,7 @@
 #include <iostream>
 
 #include "app/Command.h"
+#include "core/CrashReporting.h"
 #include "model/VXHelperDevice.h"
 #include "platform/Environment.h"
 #include "platform/FileManager.h"
@@ -41,6 +42,11 @@ class InfoCommand : public app::Command {
                   << "free space:   "
                   << (freeSpace ? std::to_string(*freeSpace) + " bytes" : std::string("unknown"))
                   << "\n";
+        // Reports of earlier runs that were not sent (see crashReportURL).
+        const auto reports = CrashReporting::pendingReports();
+        std::cout << "crash reports: "
+                  << (reports.empty() ? "none" : CrashReporting::reportsDirectory()) << "\n";
+        for (const auto& path : reports) std::cout << "  " << path << "\n";
         return app::kExitSuccess;
     }
 };

@@ -10,6 +10,7 @@
 
 #include "app/Command.h"
 #include "app/TemplateArguments.h"
+#include "core/CrashReporting.h"
 #include "model/VXHelperSize.h"
 #include "model/VXHelperText.h"
 #include "storage/VRSettings.h"
@@ -351,6 +352,8 @@ std::vector<Setting> settingsTable() {
                     S2::isTemplateCustomPersonal, S2::setTemplateCustomPersonal),
         boolSetting(VRSettings2TemplateCustomOnKey, "isTemplateCustomOn", S2::isTemplateCustomOn,
                     S2::setTemplateCustomOn),
+        {VRCrashReportURLKey, VRCrashReportURLKey, CrashReporting::reportURLText,
+         CrashReporting::setReportURL},
     };
 }
 

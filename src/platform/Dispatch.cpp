@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/CrashReporter.h"
 #include "platform/Log.h"
 
 namespace platform {
@@ -127,6 +128,7 @@ class WorkerPool {
     }
 
     void workerLoop() {
+        CrashReporter::ThreadSignalStack signalStack;
         std::unique_lock lock(_mutex);
         for (;;) {
             ++_idle;
@@ -413,6 +415,26 @@ const std::thread::id gInitialThread = std::this_thread::get_id();
 std::atomic<std::thread::id> gMainThread{gInitialThread};
 std::atomic<bool> gMainThreadClaimed{false};
 
+// The heartbeat behind MainRunLoop::busySince: the start of the main-queue block in work, in
+// clock ticks, or 0. The depth counts the blocks the main thread is inside (nested loops).
+std::atomic<Clock::rep> gBusySince{0};
+int gMainBlockDepth = 0;  // main thread only
+
+void markMainBlockStarted() {
+    ++gMainBlockDepth;
+    gBusySince = Clock::now().time_since_epoch().count();
+}
+
+void markMainBlockEnded() {
+    --gMainBlockDepth;
+    gBusySince = 0;
+}
+
+// A loop returns to the block that ran it: that block is busy again from now.
+void markLoopLeft() {
+    if (gMainBlockDepth > 0) gBusySince = Clock::now().time_since_epoch().count();
+}
+
 bool claimMainThread() {
     const auto self = std::this_thread::get_id();
     bool expected = false;
@@ -477,6 +499,8 @@ class MainCore final : public QueueCore {
             block = std::move(_blocks.front());
             _blocks.pop_front();
         }
+        markMainBlockStarted();
+        ScopeExit ended([] { markMainBlockEnded(); });
         RunningScope running(this, false);
         block();
         return Wake::block;
@@ -669,6 +693,7 @@ DispatchQueue& DispatchQueue::global(DispatchQoS qos) {
 void MainRunLoop::run() {
     if (!claimMainThread()) return;
     auto& core = *MainCore::shared();
+    ScopeExit left([] { markLoopLeft(); });
     while (core.runNext(Clock::time_point::max()) != MainCore::Wake::stop) {
     }
 }
@@ -677,6 +702,7 @@ bool MainRunLoop::runUntil(const std::function<bool()>& predicate,
                            std::chrono::milliseconds timeout) {
     if (!claimMainThread()) return false;
     auto& core = *MainCore::shared();
+    ScopeExit left([] { markLoopLeft(); });
     // Saturate rather than overflow for the "forever" default.
     const auto now = Clock::now();
     const auto deadline = timeout >= std::chrono::duration_cast<std::chrono::milliseconds>(
@@ -695,6 +721,7 @@ bool MainRunLoop::runUntil(const std::function<bool()>& predicate,
 int MainRunLoop::drain() {
     if (!claimMainThread()) return 0;
     auto& core = *MainCore::shared();
+    ScopeExit left([] { markLoopLeft(); });
     // Only the blocks queued now: a block that queues another must not keep drain going.
     const std::size_t due = core.queuedCount();
     int ran = 0;
@@ -711,6 +738,10 @@ void MainRunLoop::stop() {
 
 bool MainRunLoop::isMainThread() {
     return gMainThread.load() == std::this_thread::get_id();
+}
+
+std::chrono::steady_clock::time_point MainRunLoop::busySince() {
+    return Clock::time_point(Clock::duration(gBusySince.load()));
 }
 
 }  // namespace platform

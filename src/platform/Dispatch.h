@@ -78,6 +78,10 @@ class MainRunLoop {
     // or drain; before that, the process's initial thread). Loop calls from any other thread
     // are refused with a log line.
     static bool isMainThread();
+    // The hang watchdog's heartbeat: when the main thread took the main-queue block that it is
+    // still running without coming back to a run loop (a nested loop counts as coming back);
+    // the clock's epoch while a loop waits or no loop runs. Any thread may read it.
+    static std::chrono::steady_clock::time_point busySince();
 };
 
 // A once-guard: the block of the first call runs, later calls wait for it and skip.

@@ -374,3 +374,49 @@ TEST(MainRunLoop, RunUntilDrainAndStop) {
     MainRunLoop::run();  // returns at once
     EXPECT_EQ(MainRunLoop::drain(), 0);
 }
+
+TEST(MainRunLoop, BusySinceFollowsTheBlockInWorkAndRestartsAfterANestedLoop) {
+    using Clock = std::chrono::steady_clock;
+    const Clock::time_point idle{};
+    auto& main = DispatchQueue::main();
+    EXPECT_EQ(MainRunLoop::busySince(), idle);
+
+    // A queued block that has not started is not busy work of the loop.
+    main.async([] {});
+    EXPECT_EQ(MainRunLoop::busySince(), idle);
+    MainRunLoop::drain();
+
+    Clock::time_point outer{}, inner{}, afterNested{};
+    Clock::time_point beforeNested{};
+    main.async([&] {
+        outer = MainRunLoop::busySince();
+        beforeNested = Clock::now();
+        main.async([&] { inner = MainRunLoop::busySince(); });
+        // A nested loop serves the queue, so the outer block is not stalled meanwhile.
+        MainRunLoop::runUntil([&] { return inner != Clock::time_point{}; },
+                              testing_support::kPatience);
+        afterNested = MainRunLoop::busySince();
+    });
+    const auto start = Clock::now();
+    EXPECT_EQ(MainRunLoop::drain(), 1);
+    EXPECT_GE(outer, start);
+    EXPECT_GE(inner, beforeNested);
+    EXPECT_GE(afterNested, inner);
+    // Back in the loop: idle again.
+    EXPECT_EQ(MainRunLoop::busySince(), idle);
+
+    // Another thread sees the block's start while it runs.
+    std::atomic<bool> release{false};
+    Signal seenBusy;
+    std::thread watcher([&] {
+        while (MainRunLoop::busySince() == idle) std::this_thread::yield();
+        seenBusy.notify();
+    });
+    main.async([&] {
+        EXPECT_TRUE(seenBusy.waitFor());
+        release = true;
+    });
+    MainRunLoop::runUntil([&] { return release.load(); }, testing_support::kPatience);
+    watcher.join();
+    EXPECT_TRUE(release);
+}
