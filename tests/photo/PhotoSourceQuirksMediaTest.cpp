@@ -1,0 +1,75 @@
+// Sources that other readers take although something about them is off: a damaged colour
+// profile, bytes whose name says another type.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "photo/PhotoSupport.h"
+#include "platform/Log.h"
+
+using namespace photo_test;
+using testing_support::TestHome;
+
+namespace {
+
+const VRSizeOptions kStretch = {VRSizeOptionNormal, VRSizeOptionStretch};
+
+std::string readAll(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+void writeAll(const std::string& path, const std::string& bytes) {
+    std::ofstream(path, std::ios::binary) << bytes;
+}
+
+void collect(const std::string& line, void* context) {
+    static_cast<std::vector<std::string>*>(context)->push_back(line);
+}
+
+// An APP2 ICC_PROFILE segment (one chunk of one) whose payload is no profile, spliced in
+// before the quantisation tables, after the EXIF segment.
+std::string withGarbageProfile(const std::string& jpeg) {
+    std::string payload = std::string("ICC_PROFILE\0\x01\x01", 14);
+    for (int i = 0; i < 8; ++i) payload += "this is not an ICC profile at all. ";
+    const std::size_t length = payload.size() + 2;
+    std::string segment = "\xFF\xE2";
+    segment += static_cast<char>(length >> 8);
+    segment += static_cast<char>(length & 0xFF);
+    const std::size_t tables = jpeg.find("\xFF\xDB");
+    EXPECT_NE(tables, std::string::npos);
+    return jpeg.substr(0, tables) + segment + payload + jpeg.substr(tables);
+}
+
+TEST(PhotoSourceQuirksMedia, AnUnreadableColourProfileIsDroppedAndThePictureReadAsSrgb) {
+    TestHome home;
+    const std::string clean = quadrants(home, "clean.jpg", 64, 48, "-quality 95");
+    run("exiftool -q -overwrite_original -Artist='Ada' '" + clean + "'");
+    const std::string source = home.path("IMG_7.jpg");
+    writeAll(source, withGarbageProfile(readAll(clean)));
+    // Other readers take the file; exiftool names the damage.
+    EXPECT_EQ(vipsSize(source), "64x48");
+    EXPECT_NE(run("exiftool -ICC_Profile:all '" + source + "'").find("ICC"), std::string::npos);
+
+    std::vector<std::string> lines;
+    platform::setLogSink(collect, &lines);
+    for (std::uint64_t type : {VRFormatTypeAuto, VRFormatTypePNG, VRFormatTypeTIFF}) {
+        SCOPED_TRACE(type);
+        Processed out = process(source, makeTemplate(100, 100, VRSizeTypePercent, kStretch, type));
+        ASSERT_TRUE(out.result) << (out.error ? out.error->description() : "cancelled");
+        EXPECT_EQ(vipsSize(out.path()), "64x48");
+        auto pixels = decode(out.path());
+        ASSERT_TRUE(pixels);
+        EXPECT_EQ(corners(*pixels), "RGBW");
+        EXPECT_TRUE(pixels->colorSpace().iccProfile().empty());
+        EXPECT_EQ(exif(out.path()).value("IFD0:Artist", ""), "Ada");
+    }
+    platform::setLogSink(nullptr, nullptr);
+    EXPECT_TRUE(std::any_of(lines.begin(), lines.end(), [](const std::string& l) {
+        return l.rfind("~~ ", 0) == 0 && l.find("ICC profile") != std::string::npos;
+    }));
+}
+
+}  // namespace
