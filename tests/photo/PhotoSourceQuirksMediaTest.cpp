@@ -5,9 +5,11 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <map>
 
 #include "photo/PhotoSupport.h"
 #include "platform/Log.h"
+#include "storage/VRSettings.h"
 
 using namespace photo_test;
 using testing_support::TestHome;
@@ -70,6 +72,34 @@ TEST(PhotoSourceQuirksMedia, AnUnreadableColourProfileIsDroppedAndThePictureRead
     EXPECT_TRUE(std::any_of(lines.begin(), lines.end(), [](const std::string& l) {
         return l.rfind("~~ ", 0) == 0 && l.find("ICC profile") != std::string::npos;
     }));
+}
+
+// JPEG bytes named .webp: the name's type is no format of ours, so Auto takes JPEG at the
+// setting's compression, exactly as a template that names JPEG does, and not the 0.85 that a
+// JPEG reached through its own type keeps.
+TEST(PhotoSourceQuirksMedia, BytesOfAnotherTypeThanTheirNameTakeJpegAtTheSettingsCompression) {
+    TestHome home;
+    const std::string jpeg = quadrants(home, "q.jpg", 64, 48, "-quality 95");
+    const std::string named = home.path("IMG_3.webp");
+    std::filesystem::copy_file(jpeg, named);
+    auto automatic = makeTemplate(100, 100, VRSizeTypePercent, kStretch, VRFormatTypeAuto);
+    auto asJpeg = makeTemplate(100, 100, VRSizeTypePercent, kStretch, VRFormatTypeJPEG);
+    std::map<std::pair<int, bool>, std::string> bytes;
+    for (int setting : {20, 100}) {
+        VRSettings::setPhotoJPEGCompression(setting);
+        for (bool isAuto : {true, false}) {
+            SCOPED_TRACE(std::to_string(setting) + (isAuto ? " auto" : " jpeg"));
+            Processed out = process(named, isAuto ? automatic : asJpeg);
+            ASSERT_TRUE(out.result) << (out.error ? out.error->description() : "cancelled");
+            EXPECT_EQ(out.path(), home.path("documents/IMG_3.jpg"));
+            EXPECT_EQ(run("exiftool -s3 -FileType '" + out.path() + "'"), "JPEG");
+            bytes[{setting, isAuto}] = readAll(out.path());
+        }
+    }
+    VRSettings::setPhotoJPEGCompression(85);
+    EXPECT_EQ(bytes[std::make_pair(20, true)], bytes[std::make_pair(20, false)]);
+    EXPECT_EQ(bytes[std::make_pair(100, true)], bytes[std::make_pair(100, false)]);
+    EXPECT_NE(bytes[std::make_pair(20, true)], bytes[std::make_pair(100, true)]);
 }
 
 }  // namespace
