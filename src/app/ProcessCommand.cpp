@@ -193,7 +193,9 @@ class ProcessCommand : public app::Command {
         if (_shift) {
             auto shift = app::parseShift(*_shift, &problem);
             if (!shift) return app::reportUsageError(problem);
-            state->setDisplacement(*shift);
+            // Given in the output's directions; the state keeps it in the item's own frame.
+            state->setDisplacement(displacementFromScreenDisplacement(
+                *shift, state->orientation().value_or(VROrientation())));
         }
         if (_fill) {
             auto color = app::parseFillColor(*_fill, &problem);

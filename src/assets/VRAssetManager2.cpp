@@ -2,6 +2,7 @@
 
 #include "assets/VRDataAsset.h"
 #include "assets/VRURLAsset.h"
+#include "model/TypeIdentifiers.h"
 #include "model/VRFormat.h"
 #include "platform/FileManager.h"
 #include "platform/ImageSource.h"
@@ -25,7 +26,12 @@ std::pair<Data, std::string> urlAssetData(const VRAsset& asset, const VRURLAsset
         if (!data)
             platform::logf("~~ ASSET: no data for %s: %s", url.url().c_str(),
                            error ? error->localizedDescription().c_str() : "unknown");
-        uti = format.UTI();
+        // The type the name gives; Auto's own type (JPEG) would make bytes of a type no
+        // format of ours names come out as JPEG at its default compression, not the setting's.
+        uti = format.type() == VRFormatTypeAuto
+                  ? TypeIdentifiers::preferredIdentifierForExtension(
+                        platform::FileManager::pathExtension(url.url()))
+                  : format.UTI();
     } else {
         platform::logf("~~ ASSET: no image data for %s of media type %llu", url.url().c_str(),
                        static_cast<unsigned long long>(url.mediaType()));

@@ -162,3 +162,16 @@ CGPoint displacementForOrientation(CGPoint displacement, const VROrientation& si
     }
     return p;
 }
+
+CGPoint displacementFromScreenDisplacement(CGPoint screen, const VROrientation& orientation) {
+    VROrientation simplified = orientation;
+    simplified.simplify();
+    CGPoint p = screen;
+    if (simplified.rotation() != 0) {
+        const double a = -simplified.rotationAngle();
+        const double c = std::cos(a), s = std::sin(a);
+        p = {p.x * c - p.y * s, p.x * s + p.y * c};
+    }
+    if (simplified.isFlipped()) p.x = -p.x;
+    return {std::round(p.x), std::round(p.y)};
+}

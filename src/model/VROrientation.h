@@ -86,3 +86,10 @@ std::ostream& operator<<(std::ostream& out, const VROrientation& orientation);
 // flipped, then turned about the origin by rotationAngle and rounded, halves away from zero,
 // when the rotation is not zero.
 CGPoint displacementForOrientation(CGPoint displacement, const VROrientation& simplified);
+// The other way: a displacement given in the directions of the turned and mirrored output as
+// the user sees it (x right, y down) becomes the displacement of the adjust state, in the
+// frame of the item as it is stored, so that it survives later turns and flips. Any
+// orientation, simplified here; the point is turned back by rotationAngle, x negated when
+// flipped, and both rounded, halves away from zero. displacementForOrientation of the result
+// gives the screen displacement back.
+CGPoint displacementFromScreenDisplacement(CGPoint screen, const VROrientation& orientation);

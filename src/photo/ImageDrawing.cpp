@@ -140,7 +140,8 @@ std::optional<Bitmap> VRRenderCGImage(const Bitmap& image, std::int64_t orientat
                                       CGInterpolationQuality quality,
                                       const std::optional<VRColor>& fillColor,
                                       std::uint32_t arrangement, double k, double angle,
-                                      CGRect crop, CGSize target, CGPoint displacement) {
+                                      CGRect crop, CGSize target, CGPoint displacement,
+                                      ErrorRef* error) {
     if (image.isNull()) return std::nullopt;
     const VROrientation o = VROrientation::orientationWithImageOrientation(orientation);
     const std::int64_t r = o.rotation();
@@ -199,9 +200,10 @@ std::optional<Bitmap> VRRenderCGImage(const Bitmap& image, std::int64_t orientat
     } else {
         context->rotateCTM(-fx * angle);
     }
-    context->drawImage({{-p.pivot.x * scale.s, -p.pivot.y * scale.s},
-                        {stored.width * scale.s, stored.height * scale.s}},
-                       image);
+    if (!context->drawImage({{-p.pivot.x * scale.s, -p.pivot.y * scale.s},
+                             {stored.width * scale.s, stored.height * scale.s}},
+                            image, error))
+        return std::nullopt;
     context->restoreGState();
     return context->createImage();
 }

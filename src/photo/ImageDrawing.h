@@ -27,13 +27,16 @@
 // The output has target's sides truncated to whole pixels. Opaque sources keep an opaque
 // layout unless the fill colour's alpha is below 0.999. A fill colour of none or clearColor
 // leaves the margins transparent (or black in an opaque layout). Null when the image is null,
-// a side of the output is 0, or no bitmap context can be made.
+// a side of the output is 0, no bitmap context can be made, or the picture cannot be drawn
+// into it; `error` then says why where there is more to say than nothing to draw. A bitmap of
+// nothing but the fill colour is never returned for a picture that failed to draw.
 std::optional<platform::Bitmap> VRRenderCGImage(const platform::Bitmap& image,
                                                 std::int64_t orientation,
                                                 platform::CGInterpolationQuality quality,
                                                 const std::optional<VRColor>& fillColor,
                                                 std::uint32_t arrangement, double k, double angle,
-                                                CGRect crop, CGSize target, CGPoint displacement);
+                                                CGRect crop, CGSize target, CGPoint displacement,
+                                                platform::ErrorRef* error = nullptr);
 
 // VRRenderImage: the same on an image object, reading its orientation and scale. The result
 // has the image's scale and is tagged "up" when the Oriented bit is set, else with the image's

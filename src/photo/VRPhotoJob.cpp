@@ -70,12 +70,18 @@ void VRPhotoJob::processImageData(std::optional<std::vector<std::uint8_t>> data,
     {
         // The decoded source lives only in this scope.
         std::optional<platform::Bitmap> bitmap;
+        platform::ErrorRef drawError;
         if (image) {
             const std::int64_t orientation = output.drawingOrientation.imageOrientation();
             bitmap = VRRenderCGImage(image->cgImage(), orientation, platform::kCGInterpolationHigh,
                                      output.fillColor, output.drawingArrangement, image->scale(), 0,
-                                     CGRect{}, output.imageFrame.size, output.imageFrame.origin);
+                                     CGRect{}, output.imageFrame.size, output.imageFrame.origin,
+                                     &drawError);
         }
+        // A picture that could not be drawn would be saved as nothing but the fill colour.
+        if (drawError)
+            return completion(std::nullopt, mediaType, std::nullopt,
+                              VRError::errorWithCodeUnderlyingErrors(2, {drawError}));
         if (bitmap)
             drawn =
                 VRImage::imageWithCGImage(std::move(*bitmap), image->scale(), VROrientation::up);

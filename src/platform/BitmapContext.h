@@ -85,8 +85,10 @@ class BitmapContext {
     // layout, whose skip sample is set to full).
     void clearRect(CGRect rect);
     // Source-over draw of `image` scaled into `rect`, with the interpolation quality of the
-    // state; premultiplied alpha throughout, colour converted to the context's space.
-    void drawImage(CGRect rect, const Bitmap& image);
+    // state; premultiplied alpha throughout, colour converted to the context's space. False,
+    // with the reason in `error`, when the resampler refuses the draw or runs out of memory;
+    // nothing to draw (a null image, a rectangle outside the clip) is no failure.
+    bool drawImage(CGRect rect, const Bitmap& image, ErrorRef* error = nullptr);
 
     // CGBitmapContextCreateImage: an image of the current pixels. It shares the pixels until
     // the context draws again, so a context released after its snapshot costs no copy.

@@ -168,6 +168,32 @@ TEST(VROrientation, DisplacementFollowsTheOrientation) {
     }
 }
 
+TEST(VROrientation, ScreenDisplacementBecomesTheStoredOne) {
+    // Given as the output shows it (right 10, down 3): stored in the item's own frame, and
+    // turned back by the pipelines into the same screen directions.
+    struct Case {
+        VROrientation o;
+        CGPoint stored;
+    } cases[] = {
+        {make(false, false, 0), {10, 3}},   {make(true, false, 0), {-10, 3}},
+        {make(false, true, 0), {10, -3}},   {make(false, false, 1), {3, -10}},
+        {make(false, false, 2), {-10, -3}}, {make(false, false, 3), {-3, 10}},
+        {make(true, false, 1), {-3, -10}},  {make(false, true, 1), {3, 10}},
+        {make(true, true, 0), {-10, -3}},   {make(false, false, -1), {-3, 10}},
+        {make(true, false, 6), {10, -3}},
+    };
+    const CGPoint screen{10, 3};
+    for (const auto& c : cases) {
+        const CGPoint stored = displacementFromScreenDisplacement(screen, c.o);
+        EXPECT_EQ(stored, c.stored) << c.o;
+        VROrientation simplified = c.o;
+        simplified.simplify();
+        EXPECT_EQ(displacementForOrientation(stored, simplified), screen) << c.o;
+    }
+    EXPECT_EQ(displacementFromScreenDisplacement({2.5, -0.4}, make(false, false, 0)),
+              (CGPoint{3, -0}));
+}
+
 TEST(VROrientation, EqualityAndHash) {
     EXPECT_EQ(make(true, false, 1), make(true, false, 1));
     EXPECT_NE(make(true, false, 1), make(true, false, 5));

@@ -196,6 +196,26 @@ TEST(ImageDrawing, CropPicksTheRegionInDisplayedOrientation) {
     EXPECT_EQ(corners(*turned), "RRRR");
 }
 
+TEST(ImageDrawing, APictureThatCannotBeDrawnGivesNoBitmapButItsReason) {
+    // A crop far beyond the picture shrinks it past what the resampler can filter (a filter
+    // wider than 2^31 taps), so the draw itself fails; the margins alone are no result.
+    const Bitmap source = quadrants(8, 8);
+    ErrorRef error;
+    auto refused = VRRenderCGImage(source, 0, kCGInterpolationHigh, VRColor::whiteColor(), kStretch,
+                                   1, 0, CGRect{{0, 0}, {1e12, 1e12}}, {10, 10}, {}, &error);
+    EXPECT_FALSE(refused);
+    ASSERT_TRUE(error);
+    EXPECT_NE(error->description().find("could not be drawn"), std::string::npos)
+        << error->description();
+    // The same call within the resampler's reach draws.
+    ErrorRef none;
+    auto drawn = VRRenderCGImage(source, 0, kCGInterpolationHigh, VRColor::whiteColor(), kStretch,
+                                 1, 0, CGRect{{0, 0}, {8, 8}}, {10, 10}, {}, &none);
+    ASSERT_TRUE(drawn);
+    EXPECT_FALSE(none);
+    EXPECT_EQ(corners(*drawn), "RGBW");
+}
+
 TEST(ImageDrawing, RenderImageTagsTheResultByTheOrientedBit) {
     auto image = VRImage::imageWithCGImage(quadrants(60, 40), 2, 3);
     auto oriented = VRRenderImage(*image, kCGInterpolationMedium, std::nullopt, kStretch, 0,

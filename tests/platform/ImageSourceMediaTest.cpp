@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <optional>
 #include <random>
 #include <string>
 #include <vector>
@@ -300,4 +301,63 @@ TEST(ImageSourceMedia, LimitsRefuseHugeButValidImagesNamingTheLimit) {
             << error->localizedDescription();
     }
     EXPECT_TRUE(ImageSource::createWithURL(square, nullptr, {1ull << 30, 300, 90000}));
+}
+
+namespace {
+
+// The peak resident memory in KiB since the last reset (VmHWM), or -1.
+long peakKiB() {
+    std::ifstream in("/proc/self/status");
+    for (std::string line; std::getline(in, line);)
+        if (line.rfind("VmHWM:", 0) == 0) return std::stol(line.substr(6));
+    return -1;
+}
+
+long residentKiB() {
+    std::ifstream in("/proc/self/status");
+    for (std::string line; std::getline(in, line);)
+        if (line.rfind("VmRSS:", 0) == 0) return std::stol(line.substr(6));
+    return -1;
+}
+
+// Writing 5 to clear_refs starts the peak anew at the present size.
+bool resetPeak() {
+    std::ofstream out("/proc/self/clear_refs");
+    out << "5";
+    out.flush();
+    return static_cast<bool>(out);
+}
+
+}  // namespace
+
+// Files the fuzzers found, kept as seeds of their corpus: each fails with the decoder's
+// reason, quickly and without the memory that its headers claim.
+TEST(ImageSourceMedia, FuzzerFindingsFailFastWithLittleMemory) {
+    struct Case {
+        const char* file;
+        const char* fault;  // what the file does
+        const char* reason;
+    } cases[] = {
+        {"png-itxt-claims-1.6gb.png",
+         "198 bytes; an iTXt chunk before the pixels claims 1,667,244,039 bytes, which libpng "
+         "allocated and zeroed before finding the file truncated",
+         "iTXt chunk claims 1667244039 bytes"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::string(c.file) + ": " + c.fault);
+        const auto bytes = readAll(std::string(UNWARP_FUZZ_SEEDS) + "/ImageSourceFuzzer/" + c.file);
+        ASSERT_FALSE(bytes.empty());
+        const bool reset = resetPeak();
+        const long before = reset ? residentKiB() : peakKiB();
+        ErrorRef error;
+        auto source = ImageSource::createWithData(bytes, &error);
+        std::optional<Bitmap> bitmap;
+        if (source) bitmap = source->createImageAtIndex(0, &error);
+        const long grown = peakKiB() - before;
+        EXPECT_FALSE(bitmap);
+        ASSERT_TRUE(error);
+        EXPECT_NE(error->localizedDescription().find(c.reason), std::string::npos)
+            << error->localizedDescription();
+        EXPECT_LT(grown, 64 * 1024) << "KiB";
+    }
 }

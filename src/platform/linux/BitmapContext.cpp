@@ -896,9 +896,9 @@ void BitmapContext::clearRect(CGRect rect) {
     fillDeviceRect(rect, {0, 0, 0, 0}, true);
 }
 
-void BitmapContext::drawImage(CGRect userRect, const Bitmap& image) {
+bool BitmapContext::drawImage(CGRect userRect, const Bitmap& image, ErrorRef* error) {
     CGRect rect = standardized(userRect);
-    if (image.isNull() || !(rect.size.width > 0) || !(rect.size.height > 0)) return;
+    if (image.isNull() || !(rect.size.width > 0) || !(rect.size.height > 0)) return true;
     const double W = static_cast<double>(image.width()), Hs = static_cast<double>(image.height());
     const double Hc = static_cast<double>(height());
     const auto& t = _state.ctm;
@@ -911,7 +911,7 @@ void BitmapContext::drawImage(CGRect userRect, const Bitmap& image) {
     Box clip{_state.clip.origin.x, Hc - (_state.clip.origin.y + _state.clip.size.height),
              _state.clip.origin.x + _state.clip.size.width, Hc - _state.clip.origin.y};
     clip = clip.intersect({0, 0, static_cast<double>(width()), Hc});
-    if (clip.empty()) return;
+    if (clip.empty()) return true;
 
     SourceReader reader{&image,
                         image.layout(),
@@ -925,7 +925,7 @@ void BitmapContext::drawImage(CGRect userRect, const Bitmap& image) {
     if (!isAxisAligned(CGAffineTransform{m00, m10, m01, m11, 0, 0})) {
         // Any other angle: bilinear inverse mapping, pixel centres decide, hard edges.
         double det = m00 * m11 - m01 * m10;
-        if (std::fabs(det) < 1e-12) return;
+        if (std::fabs(det) < 1e-12) return true;
         double i00 = m11 / det, i01 = -m01 / det, i10 = -m10 / det, i11 = m00 / det;
         double corners[4][2] = {{0, 0}, {W, 0}, {0, Hs}, {W, Hs}};
         Box box{1e300, 1e300, -1e300, -1e300};
@@ -935,7 +935,7 @@ void BitmapContext::drawImage(CGRect userRect, const Bitmap& image) {
             box.y0 = std::min(box.y0, Y), box.y1 = std::max(box.y1, Y);
         }
         box = box.intersect(clip);
-        if (box.empty()) return;
+        if (box.empty()) return true;
         DestAccess dest = destAccess(mutablePixels(), _bitmap);
         std::size_t X0 = static_cast<std::size_t>(std::floor(box.x0));
         std::size_t X1 = std::min(width(), static_cast<std::size_t>(std::ceil(box.x1)));
@@ -970,7 +970,7 @@ void BitmapContext::drawImage(CGRect userRect, const Bitmap& image) {
                 dest.blend(dest.base + y * dest.stride + x * dest.bpp, q(acc[0]), q(acc[1]),
                            q(acc[2]), q(acc[3]));
             }
-        return;
+        return true;
     }
 
     AlignedDraw d{};
@@ -988,12 +988,12 @@ void BitmapContext::drawImage(CGRect userRect, const Bitmap& image) {
     d.oy = d.flipY ? m12 + ky * static_cast<double>(d.oHeight) : m12;
     Box placed{d.ox, d.oy, d.ox + d.kx * d.oWidth, d.oy + d.ky * d.oHeight};
     d.cover = placed.intersect(clip);
-    if (d.cover.empty()) return;
+    if (d.cover.empty()) return true;
     d.X0 = static_cast<std::size_t>(std::max(0.0, std::floor(d.cover.x0)));
     d.Y0 = static_cast<std::size_t>(std::max(0.0, std::floor(d.cover.y0)));
     d.X1 = std::min(width(), static_cast<std::size_t>(std::ceil(d.cover.x1)));
     d.Y1 = std::min(height(), static_cast<std::size_t>(std::ceil(d.cover.y1)));
-    if (d.X1 <= d.X0 || d.Y1 <= d.Y0) return;
+    if (d.X1 <= d.X0 || d.Y1 <= d.Y0) return true;
     const PixelLayout& src = image.layout();
     const PixelLayout& dst = _bitmap.layout();
     d.planes = src.colorComponents == 3 && dst.colorComponents == 3 ? 3 : 1;
@@ -1006,7 +1006,10 @@ void BitmapContext::drawImage(CGRect userRect, const Bitmap& image) {
     d.dest = destAccess(mutablePixels(), _bitmap);
     d.quality = _state.quality;
     std::string why;
-    if (!drawAligned(d, why)) logf("~~ IMAGE: drawing failed: %s", why.c_str());
+    if (drawAligned(d, why)) return true;
+    logf("~~ IMAGE: drawing failed: %s", why.c_str());
+    if (error) *error = contextError("The picture could not be drawn: " + why);
+    return false;
 }
 
 Bitmap BitmapContext::createImage() {

@@ -4,6 +4,9 @@
 
 #include <memory>
 
+#include "platform/Log.h"
+#include "platform/linux/ImageCodecs.h"
+
 namespace platform {
 
 int ColorSpace::numberOfComponents() const {
@@ -48,4 +51,26 @@ std::string ColorSpace::description() const {
     return "<" + colorModelName() + " " + (n.empty() ? std::string("device") : n) + ">";
 }
 
+namespace codecs {
+
+void dropUnusableProfile(std::vector<std::uint8_t>& icc, ColorSpace::Model model) {
+    if (icc.empty()) return;
+    std::unique_ptr<void, decltype(&cmsCloseProfile)> profile(
+        cmsOpenProfileFromMem(icc.data(), static_cast<cmsUInt32Number>(icc.size())),
+        &cmsCloseProfile);
+    const cmsColorSpaceSignature expected = model == ColorSpace::Model::Gray   ? cmsSigGrayData
+                                            : model == ColorSpace::Model::CMYK ? cmsSigCmykData
+                                                                               : cmsSigRgbData;
+    const char* problem = !profile                                      ? "unreadable"
+                          : cmsGetColorSpace(profile.get()) != expected ? "for another colour model"
+                                                                        : nullptr;
+    if (!problem) return;
+    logf(
+        "~~ IMAGE: the embedded ICC profile (%zu bytes) is %s and is dropped; the picture is "
+        "read as sRGB",
+        icc.size(), problem);
+    icc.clear();
+}
+
+}  // namespace codecs
 }  // namespace platform

@@ -56,6 +56,9 @@ std::optional<Opened> open(Bytes data, std::size_t size, std::string& why) {
     initialise();
     Opened o{ContextPtr(heif_context_alloc()), nullptr};
     if (!o.context) return why = "out of memory", std::nullopt;
+    // libheif refuses images, tiles and grids whose area is above this side squared before it
+    // allocates for them: 20000 x 20000 is the image source's own area limit.
+    heif_context_set_maximum_image_size_limit(o.context.get(), 20000);
     if (failed(heif_context_read_from_memory_without_copy(o.context.get(), data, size, nullptr),
                why))
         return std::nullopt;
@@ -171,7 +174,9 @@ std::optional<Bitmap> heifDecode(Bytes data, std::size_t size, std::string& why)
             std::memcpy(out + i * 2, &s, 2);
         }
     }
-    return Bitmap(width, height, layout, ColorSpace(ColorSpace::Model::RGB, readIcc(h)),
+    std::vector<std::uint8_t> icc = readIcc(h);
+    dropUnusableProfile(icc, ColorSpace::Model::RGB);
+    return Bitmap(width, height, layout, ColorSpace(ColorSpace::Model::RGB, std::move(icc)),
                   std::move(pixels), rowBytes);
 }
 

@@ -91,6 +91,12 @@ std::string encodeXmpPacket(const PlistDictionary& properties);
 void unpackRow8(const Bitmap& image, std::size_t y, bool gray, bool alpha, std::uint8_t* out);
 void unpackRow16(const Bitmap& image, std::size_t y, bool gray, bool alpha, std::uint16_t* out);
 
+// An embedded ICC profile that lcms cannot read, or that describes another colour model than
+// the pixels', is dropped with a log line: the picture is then read, drawn and written as
+// sRGB (or its grey), as other readers do, instead of carrying a profile that no reader of
+// the result could open.
+void dropUnusableProfile(std::vector<std::uint8_t>& icc, ColorSpace::Model model);
+
 // Small helpers shared by the codecs.
 // The value under `key`, or a null value.
 const PlistValue& valueForKey(const PlistDictionary& dictionary, const std::string& key);

@@ -507,10 +507,18 @@ void familyToXmp(const PlistDictionary& properties, Exiv2::XmpData& xmp) {
 
 void readMetadataFromFile(Bytes data, std::size_t size, PlistDictionary& properties) {
     initialiseExiv2();
+    Exiv2::Image::AutoPtr image;
     try {
-        auto image = Exiv2::ImageFactory::open(data, static_cast<long>(size));
+        image = Exiv2::ImageFactory::open(data, static_cast<long>(size));
         if (!image.get()) return;
         image->readMetadata();
+    } catch (const std::exception& e) {
+        // exiv2 stops at the first block it refuses (a damaged colour profile, say); the
+        // blocks it had read before that are whole and still carried over.
+        platform::logf("~~ IMAGE: metadata read in part: %s", e.what());
+        if (!image.get()) return;
+    }
+    try {
         exifToFamilies(image->exifData(), properties);
         iptcToFamily(image->iptcData(), properties);
         xmpToFamily(image->xmpData(), properties);

@@ -37,9 +37,27 @@ void onMessage(j_common_ptr cinfo, int level) {
     if (level < 0 && cinfo->err->msg_code == JWRN_JPEG_EOF) onError(cinfo);
 }
 
+// A progressive file may hold any number of scans, each one a pass over the whole picture,
+// so that a small file can keep the decoder busy for minutes; real files have about a dozen.
+constexpr int kMaxScans = 500;
+// The whole-picture coefficient buffers of progressive and multi-scan files are refused above
+// this, before they are allocated; the pixels themselves are bounded by the image source.
+constexpr long kMaxDecoderMemory = 1L << 30;
+
+void onProgress(j_common_ptr common) {
+    if (!common->is_decompressor) return;
+    auto* cinfo = reinterpret_cast<j_decompress_ptr>(common);
+    if (cinfo->input_scan_number <= kMaxScans) return;
+    auto* err = reinterpret_cast<ErrorManager*>(cinfo->err);
+    std::snprintf(err->message, sizeof err->message,
+                  "more than %d scans (damaged file or a decoding bomb)", kMaxScans);
+    longjmp(err->jump, 1);
+}
+
 // The decompressor and its buffers live in one heap block that outlives any longjmp.
 struct Decoder {
     jpeg_decompress_struct cinfo{};
+    jpeg_progress_mgr progress{};
     ErrorManager err{};
     bool created = false;
     ~Decoder() {
@@ -57,7 +75,12 @@ bool openHeader(Decoder& d, Bytes data, std::size_t size, std::string& why) {
     }
     jpeg_create_decompress(&d.cinfo);
     d.created = true;
+    d.cinfo.mem->max_memory_to_use = kMaxDecoderMemory;
+    d.progress.progress_monitor = onProgress;
+    d.cinfo.progress = &d.progress;
     jpeg_mem_src(&d.cinfo, data, static_cast<unsigned long>(size));
+    // Only the ICC profile's segments are kept; each is at most 64 KiB and they cannot add up
+    // to more than the file.
     jpeg_save_markers(&d.cinfo, JPEG_APP0 + 2, 0xFFFF);
     jpeg_read_header(&d.cinfo, TRUE);
     return true;
@@ -122,7 +145,11 @@ std::optional<Bitmap> finishDecode(const jpeg_decompress_struct& c, std::vector<
     bool gray = c.num_components == 1;
     std::size_t width = c.output_width, height = c.output_height;
     PixelLayout layout{8, gray ? 1 : 3, gray ? kCGImageAlphaNone : kCGImageAlphaNoneSkipLast};
-    ColorSpace space(gray ? ColorSpace::Model::Gray : ColorSpace::Model::RGB, icc);
+    const auto model = gray        ? ColorSpace::Model::Gray
+                       : isCmyk(c) ? ColorSpace::Model::CMYK
+                                   : ColorSpace::Model::RGB;
+    dropUnusableProfile(icc, model);
+    ColorSpace space(model == ColorSpace::Model::CMYK ? ColorSpace::Model::RGB : model, icc);
     if (isCmyk(c)) {
         if (!cmykToRgb(icc, c.saw_Adobe_marker, pixels.data(), width * height, why))
             return std::nullopt;

@@ -2,6 +2,7 @@
 #include <png.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <cstring>
 #include <memory>
@@ -37,7 +38,43 @@ void readBytes(png_structp png, png_bytep out, png_size_t length) {
     r->offset += length;
 }
 
+std::uint32_t bigEndian32(Bytes p) {
+    return (std::uint32_t(p[0]) << 24) | (std::uint32_t(p[1]) << 16) | (std::uint32_t(p[2]) << 8) |
+           p[3];
+}
+
+// Ancillary chunks (text, profiles) above this are refused; real ones are far smaller.
+constexpr std::uint32_t kMaxChunkBytes = 16u << 20;
+
+// libpng reads each chunk before the pixels whole, into a buffer of the length the chunk
+// claims, which it allocates and zeroes first; above its own limit it only warns and goes on.
+// So a few bytes claiming gigabytes would cost that much memory before failing as truncated.
+// The lengths are checked here against what the file holds, before libpng sees them. The
+// pixel data are read piecewise and need no such check.
+bool chunksFitTheFile(Bytes data, std::size_t size, std::string& why) {
+    for (std::size_t at = 8; at + 8 <= size;) {
+        const std::uint32_t length = bigEndian32(data + at);
+        std::string type(reinterpret_cast<const char*>(data + at + 4), 4);
+        if (type == "IDAT") return true;
+        const std::size_t left = size - at - 8;  // after the length and type
+        if (std::uint64_t(length) + 4 > left || length > kMaxChunkBytes) {
+            if (!std::all_of(type.begin(), type.end(),
+                             [](unsigned char c) { return std::isalpha(c) != 0; }))
+                type = "a";
+            why = "the " + type + " chunk claims " + std::to_string(length) + " bytes, but " +
+                  (length > kMaxChunkBytes ? "a chunk before the pixels may hold at most " +
+                                                 std::to_string(kMaxChunkBytes)
+                                           : "the file holds only " + std::to_string(left)) +
+                  " (damaged or truncated file)";
+            return false;
+        }
+        at += 12 + std::size_t(length);
+    }
+    return true;  // libpng reports a file without pixels itself
+}
+
 bool openReader(Reader& r, Bytes data, std::size_t size, std::string& why) {
+    if (!chunksFitTheFile(data, size, why)) return false;
     r.data = data;
     r.size = size;
     r.png = png_create_read_struct(PNG_LIBPNG_VER_STRING, &r, onError, onWarning);
@@ -45,9 +82,12 @@ bool openReader(Reader& r, Bytes data, std::size_t size, std::string& why) {
     r.info = png_create_info_struct(r.png);
     if (!r.info) return why = "out of memory", false;
     png_set_read_fn(r.png, &r, readBytes);
-    // Checksums are checked; oversized chunks are refused by libpng's own user limits.
+    // Checksums are checked. The sides are left to the image source's limits, which name
+    // them; more than a thousand ancillary chunks, or a larger chunk than above, are refused
+    // before anything is allocated for them.
     png_set_user_limits(r.png, 0x7fffffff, 0x7fffffff);
-    png_set_chunk_malloc_max(r.png, 64u << 20);
+    png_set_chunk_cache_max(r.png, 1000);
+    png_set_chunk_malloc_max(r.png, kMaxChunkBytes);
     return true;
 }
 
@@ -82,11 +122,6 @@ void readTexts(png_structp png, png_infop info, PlistDictionary& family, std::st
             family[apple] = value;
         }
     }
-}
-
-std::uint32_t bigEndian32(Bytes p) {
-    return (std::uint32_t(p[0]) << 24) | (std::uint32_t(p[1]) << 16) | (std::uint32_t(p[2]) << 8) |
-           p[3];
 }
 
 // Text chunks behind the pixel data, which libpng reaches only by decoding them: walked here
@@ -241,6 +276,7 @@ std::optional<Bitmap> pngDecode(Bytes data, std::size_t size, std::string& why) 
     int compression = 0;
     if (png_get_iCCP(r->png, r->info, &name, &compression, &profile, &profileLength) && profile)
         icc->assign(profile, profile + profileLength);
+    dropUnusableProfile(*icc, gray ? ColorSpace::Model::Gray : ColorSpace::Model::RGB);
     pixels->resize(stride * h);
     rows->resize(h);
     for (png_uint_32 y = 0; y < h; ++y) (*rows)[y] = pixels->data() + stride * y;

@@ -72,11 +72,19 @@ struct TiffCloser {
 };
 using TiffPtr = std::unique_ptr<TIFF, TiffCloser>;
 
+constexpr tmsize_t kMaxSingleAllocation = tmsize_t(256) << 20;
+
 TiffPtr openMemory(Memory& m, std::string& why) {
     installHandlers();
     tiffMessage.clear();
-    TIFF* t = TIFFClientOpen("memory", "rm", &m, memRead, memWrite, memSeek, memClose, memSize,
-                             memMap, memUnmap);
+    // No single allocation of libtiff (a directory's tag arrays, a strip or tile buffer) may
+    // exceed this, so that a few bytes claiming huge tags or strips fail before they cost
+    // memory. Our own raster is bounded by the image source's pixel limits instead.
+    std::unique_ptr<TIFFOpenOptions, void (*)(TIFFOpenOptions*)> options(TIFFOpenOptionsAlloc(),
+                                                                         TIFFOpenOptionsFree);
+    if (options) TIFFOpenOptionsSetMaxSingleMemAlloc(options.get(), kMaxSingleAllocation);
+    TIFF* t = TIFFClientOpenExt("memory", "rm", &m, memRead, memWrite, memSeek, memClose, memSize,
+                                memMap, memUnmap, options.get());
     if (!t) why = tiffMessage.empty() ? "not a readable TIFF" : tiffMessage;
     return TiffPtr(t);
 }
@@ -189,12 +197,11 @@ std::optional<Bitmap> tiffDecode(Bytes data, std::size_t size, std::string& why)
                 }
             }
         }
-        return Bitmap(
-            l.width, l.height, layout,
-            ColorSpace(gray ? ColorSpace::Model::Gray : ColorSpace::Model::RGB,
-                       l.photometric == PHOTOMETRIC_SEPARATED ? std::vector<std::uint8_t>{}
-                                                              : std::move(icc)),
-            std::move(pixels), stride);
+        if (l.photometric == PHOTOMETRIC_SEPARATED) icc.clear();
+        const auto model = gray ? ColorSpace::Model::Gray : ColorSpace::Model::RGB;
+        dropUnusableProfile(icc, model);
+        return Bitmap(l.width, l.height, layout, ColorSpace(model, std::move(icc)),
+                      std::move(pixels), stride);
     }
     // libtiff's general reader: every photometric and tiling, 8-bit RGBA with straight alpha.
     std::vector<std::uint8_t> pixels(static_cast<std::size_t>(l.width) * l.height * 4);
@@ -209,9 +216,9 @@ std::optional<Bitmap> tiffDecode(Bytes data, std::size_t size, std::string& why)
     bool keepProfile = l.photometric != PHOTOMETRIC_SEPARATED &&
                        l.photometric != PHOTOMETRIC_MINISBLACK &&
                        l.photometric != PHOTOMETRIC_MINISWHITE;
-    return Bitmap(l.width, l.height, layout,
-                  ColorSpace(ColorSpace::Model::RGB,
-                             keepProfile ? std::move(icc) : std::vector<std::uint8_t>{}),
+    if (!keepProfile) icc.clear();
+    dropUnusableProfile(icc, ColorSpace::Model::RGB);
+    return Bitmap(l.width, l.height, layout, ColorSpace(ColorSpace::Model::RGB, std::move(icc)),
                   std::move(pixels));
 }
 
