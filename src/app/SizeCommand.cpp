@@ -56,7 +56,7 @@ class SizeCommand : public app::Command {
         if (!mediaType || !source) return app::reportUsageError(problem);
         auto& manager = TemplateManager::shared();
         auto tpl = manager.templateWithKey(_key);
-        if (!tpl) return app::reportUsageError("no template with key " + _key);
+        if (!tpl) return app::reportFailure("no template with key " + _key);
         auto entry = tpl->sizeEntryForMediaType(*mediaType);
         if (!entry) {
             return app::reportUsageError("template " + _key + " has no " + _media + " settings");
