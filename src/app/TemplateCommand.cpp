@@ -5,6 +5,7 @@
 
 #include "app/Command.h"
 #include "app/TemplateArguments.h"
+#include "app/TemplateJSON.h"
 #include "model/VXHelperText.h"
 #include "storage/VRSettings.h"
 #include "templates/TemplateManager.h"
@@ -45,21 +46,6 @@ std::string sizeModeWord(const VRSizeOptions& options) {
     std::string word = containsOption(options, VRSizeOptionSmart) ? "smart" : "normal";
     if (containsOption(options, VRSizeOptionTargetPortrait)) word += ", for portrait";
     return word;
-}
-
-json mediaJSON(const VXTemplate& tpl, std::uint64_t mediaType) {
-    auto entry = tpl.sizeEntryForMediaType(mediaType);
-    if (!entry) return nullptr;
-    auto options = tpl.optionsForMediaType(mediaType).value_or(VRSizeOptions{});
-    auto format = tpl.formatForMediaType(mediaType);
-    return {{"size", {entry->width(), entry->height()}},
-            {"type", entry->type()},
-            {"text", VXHelper::stringFromSizeEntry(*entry, true)},
-            {"options", options},
-            {"method", app::methodWord(options)},
-            {"smart", containsOption(options, VRSizeOptionSmart)},
-            {"format", format.name()},
-            {"formatType", format.rawType()}};
 }
 
 void printMedia(const VXTemplate& tpl, std::uint64_t mediaType, const char* word) {
@@ -156,8 +142,8 @@ class TemplateCommand : public app::Command {
                            {"name", tpl->name() ? json(*tpl->name()) : json(nullptr)},
                            {"locked", tpl->locked()},
                            {"stored", tpl->stored()},
-                           {"photo", mediaJSON(*tpl, VRFormatMediaTypePhoto)},
-                           {"video", mediaJSON(*tpl, VRFormatMediaTypeVideo)},
+                           {"photo", app::mediaJSON(*tpl, VRFormatMediaTypePhoto)},
+                           {"video", app::mediaJSON(*tpl, VRFormatMediaTypeVideo)},
                            {"description", VXHelper::descriptionForTemplate(*tpl)}};
             std::cout << output.dump(2, ' ', false, json::error_handler_t::replace) << "\n";
             return app::kExitSuccess;

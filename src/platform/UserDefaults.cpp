@@ -1,5 +1,6 @@
 #include "platform/UserDefaults.h"
 
+#include <cerrno>
 #include <map>
 
 #include "platform/Environment.h"
@@ -37,6 +38,20 @@ std::optional<PlistDictionary> readDefaults(const std::string& path) {
         return std::nullopt;
     }
     return *value->dictionary();
+}
+
+// mkdir -p reports "File exists" when a file stands where a folder should be; name that file.
+ErrorRef folderError(const std::string& folder, ErrorRef error) {
+    for (std::string path = folder; !path.empty() && path != "/";
+         path = FileManager::stringByDeletingLastPathComponent(path)) {
+        bool isDirectory = false;
+        if (FileManager::fileExistsAtPath(path, &isDirectory)) {
+            if (!isDirectory)
+                return Error::posixError(ENOTDIR, path + " is a file, not a folder", path);
+            break;
+        }
+    }
+    return error;
 }
 
 }  // namespace
@@ -98,12 +113,19 @@ bool writeDefaults(const PlistDictionary& values, const std::string& path, Error
 
 bool UserDefaults::synchronize(ErrorRef* error) {
     std::lock_guard lock(_mutex);
-    if (_pendingEdits.empty()) return true;
+    if (_pendingEdits.empty()) {
+        // Nothing to write: only take in what other processes stored. Atomic renames keep
+        // the file whole, so this read needs no lock.
+        if (auto values = readDefaults(_path)) _values = std::move(*values);
+        return true;
+    }
     ErrorRef failure;
     const std::string directory = FileManager::stringByDeletingLastPathComponent(_path);
     std::optional<FileLock> fileLock;
     if (directory.empty() || FileManager::createDirectoryAtPath(directory, true, &failure)) {
         fileLock = FileLock::lockPath(_path, &failure);
+    } else {
+        failure = folderError(directory, failure);
     }
     if (fileLock) {
         // What another process wrote since this one last read is the base of the edits.

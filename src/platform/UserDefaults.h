@@ -48,7 +48,8 @@ class UserDefaults {
     double doubleForKey(const std::string& key) const { return objectForKey(key).doubleValue(); }
     PlistDictionary dictionaryRepresentation() const;
 
-    // When something changed since the last write: under the file's lock, reads the file
+    // Takes in what other processes stored meanwhile. When something changed since the last
+    // write: under the file's lock, reads the file
     // again, makes the pending edits on it, and writes it (temporary file, fsync, rename, so a
     // crash leaves the old or the new file, never a torn one); the values in memory become
     // that result. False with the reason when the lock, the folder or the write failed (the
