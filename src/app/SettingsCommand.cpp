@@ -1,11 +1,14 @@
 // `unwarp settings list|get KEY|set KEY VALUE|reset`: the persistent settings by their stored
-// keys, each shown and set through its accessor, so that a "...Disabled" key reads as the
-// accessor's positive meaning.
+// keys, each shown with its stored value and, beside it, what that value means ("...Disabled"
+// keys store the negation of their accessor). A setting is set by its stored key with a stored
+// value, or by its accessor's name with the accessor's value.
+#include <algorithm>
 #include <cinttypes>
 #include <cmath>
 #include <cstdio>
 #include <functional>
 #include <iostream>
+#include <regex>
 #include <sstream>
 
 #include "app/Command.h"
@@ -21,14 +24,16 @@ namespace {
 using platform::PlistArray;
 using platform::PlistValue;
 
-// Reads a value from the command line; false with the reason when it can't.
-using Setter = std::function<bool(const std::string& text, std::string* problem)>;
+// Reads a value from the command line; false with the reason when it can't. `byAccessor`
+// tells that the setting was named by its accessor, whose value a "...Disabled" key negates.
+using Setter = std::function<bool(const std::string& text, bool byAccessor, std::string* problem)>;
 
 struct Setting {
     std::string key;
     std::string accessor;
-    std::function<std::string()> get;
-    Setter set;  // empty: read-only
+    std::function<std::string()> get;  // the stored value
+    Setter set;                        // empty: read-only
+    std::function<std::string()> meaning = nullptr;
 };
 
 std::string boolText(bool value) {
@@ -77,21 +82,33 @@ std::optional<std::int64_t> parseInteger(const std::string& text) {
     return value;
 }
 
+bool endsWith(const std::string& text, const std::string& end) {
+    return text.size() >= end.size() &&
+           text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
+
+// `whenOn` and `whenOff` tell what the accessor's true and false mean.
 Setting boolSetting(std::string key, std::string accessor, std::function<bool()> get,
-                    std::function<void(bool)> set) {
-    return {std::move(key), std::move(accessor), [get] { return boolText(get()); },
-            [set](const std::string& text, std::string* problem) {
+                    std::function<void(bool)> set, std::string whenOn = {},
+                    std::string whenOff = {}) {
+    const bool negated = endsWith(key, "Disabled");
+    return {std::move(key), std::move(accessor),
+            [get, negated] { return boolText(get() != negated); },
+            [set, negated](const std::string& text, bool byAccessor, std::string* problem) {
                 auto value = parseBool(text);
                 if (!value) *problem = "expected true or false: " + text;
-                if (value) set(*value);
+                if (value) set(byAccessor ? *value : *value != negated);
                 return value.has_value();
-            }};
+            },
+            whenOn.empty() ? nullptr : std::function<std::string()>([get, whenOn, whenOff] {
+                return get() ? whenOn : whenOff;
+            })};
 }
 
 Setting doubleSetting(std::string key, std::string accessor, std::function<double()> get,
                       std::function<void(double)> set, double minimum, double maximum) {
     return {std::move(key), std::move(accessor), [get] { return numberText(get()); },
-            [set, minimum, maximum](const std::string& text, std::string* problem) {
+            [set, minimum, maximum](const std::string& text, bool, std::string* problem) {
                 auto value = parseDouble(text);
                 if (!value || *value < minimum || *value > maximum) {
                     *problem = "expected a number from " + numberText(minimum) + " to " +
@@ -107,7 +124,7 @@ Setting integerSetting(std::string key, std::string accessor, std::function<std:
                        std::function<void(std::int64_t)> set, std::int64_t minimum,
                        std::int64_t maximum) {
     return {std::move(key), std::move(accessor), [get] { return std::to_string(get()); },
-            [set, minimum, maximum](const std::string& text, std::string* problem) {
+            [set, minimum, maximum](const std::string& text, bool, std::string* problem) {
                 auto value = parseInteger(text);
                 if (!value || *value < minimum || *value > maximum) {
                     *problem = "expected a whole number from " + std::to_string(minimum) + " to " +
@@ -133,7 +150,7 @@ Setting sizesSetting(std::string key, std::function<PlistArray()> get,
                      std::function<void(const PlistArray&)> set) {
     std::string accessor = key;
     return {std::move(key), std::move(accessor), [get] { return sizesText(get()); },
-            [set](const std::string& text, std::string* problem) {
+            [set](const std::string& text, bool, std::string* problem) {
                 PlistArray sizes;
                 for (const auto& part : split(text)) {
                     auto size = app::parseSourceSize(part, problem);
@@ -159,7 +176,7 @@ Setting optionsSetting(std::string key, std::function<VRSizeOptions()> get,
                        std::function<void(const VRSizeOptions&)> set) {
     std::string accessor = key;
     return {std::move(key), std::move(accessor), [get] { return integersText(get()); },
-            [set](const std::string& text, std::string* problem) {
+            [set](const std::string& text, bool, std::string* problem) {
                 VRSizeOptions options;
                 for (const auto& part : split(text)) {
                     auto value = parseInteger(part);
@@ -186,7 +203,7 @@ Setting formatSetting(std::string key, std::uint64_t mediaType, std::function<st
                            .name() +
                        ")";
             },
-            [set, mediaType](const std::string& text, std::string* problem) {
+            [set, mediaType](const std::string& text, bool, std::string* problem) {
                 auto format = app::parseFormat(text, mediaType, problem);
                 if (!format) return false;
                 set(static_cast<std::int64_t>(format->rawType()));
@@ -204,7 +221,7 @@ Setting colorSetting(std::string key, std::string accessor,
                      std::function<std::optional<VRColor>()> get,
                      std::function<void(const std::optional<VRColor>&)> set) {
     return {std::move(key), std::move(accessor), [get] { return colorText(get()); },
-            [set](const std::string& text, std::string* problem) {
+            [set](const std::string& text, bool, std::string* problem) {
                 if (text == "none") {
                     set(std::nullopt);
                     return true;
@@ -227,9 +244,38 @@ Setting colorSetting(std::string key, std::string accessor,
 
 Setting stringSetting(std::string key, std::string accessor, std::function<std::string()> get,
                       std::function<void(const std::string&)> set) {
-    return {std::move(key), std::move(accessor), get, [set](const std::string& text, std::string*) {
+    return {std::move(key), std::move(accessor), get,
+            [set](const std::string& text, bool, std::string*) {
                 set(text);
                 return true;
+            }};
+}
+
+// The bit rate field's rules: at most two decimals, a comma counts as a point, no leading
+// zero before other digits ("05" is refused, "0.5" and ".5" are not); an empty text changes
+// nothing.
+Setting bitrateSetting() {
+    return {"videoBitrate", "videoBitrate", [] { return numberText(VRSettings::videoBitrate()); },
+            [](const std::string& text, bool, std::string* problem) {
+                static const std::regex pattern("^(0?|[1-9][0-9]*)([\\.,][0-9]{0,2})?$");
+                if (text.empty()) return true;
+                std::string number = text;
+                std::replace(number.begin(), number.end(), ',', '.');
+                auto value = std::regex_match(text, pattern) ? parseDouble(number) : std::nullopt;
+                if (!value) {
+                    *problem =
+                        "expected megabits per second with at most two decimals, like "
+                        "11.5: " +
+                        text;
+                    return false;
+                }
+                VRSettings::setVideoBitrate(*value);
+                return true;
+            },
+            [] {
+                return VRSettings::isVideoBitrateAuto()
+                           ? std::string("not used while videoBitrateAuto is true")
+                           : numberText(VRSettings::videoBitrate()) + " Mbit/s";
             }};
 }
 
@@ -245,7 +291,6 @@ std::string storedNumber(const char* key) {
 std::vector<Setting> settingsTable() {
     using S = VRSettings;
     using S2 = VRSettings2;
-    constexpr double kMaxDouble = 1e9;
     return {
         readOnly("settingsInit", "settingsInit", [] { return storedNumber("settingsInit"); }),
         readOnly("settingsFix271215", "settingsFix271215",
@@ -261,39 +306,50 @@ std::vector<Setting> settingsTable() {
         formatSetting("videoFormat", VRFormatMediaTypeVideo, S::videoFormat, S::setVideoFormat),
         optionsSetting("videoOptions", S::videoOptions, S::setVideoOptions),
         boolSetting("homeScreenRequiredDisabled", "homeScreenChoiceRequired",
-                    S::homeScreenChoiceRequired, S::setHomeScreenChoiceRequired),
+                    S::homeScreenChoiceRequired, S::setHomeScreenChoiceRequired,
+                    "the home screen choice is asked for",
+                    "the home screen choice is not asked for"),
         boolSetting("pixelSizeDisabled", "isPixelSizeEnabled", S::isPixelSizeEnabled,
-                    S::setPixelSizeEnabled),
+                    S::setPixelSizeEnabled, "sizes are shown in pixels",
+                    "sizes are not shown in pixels"),
         boolSetting("autoSaveDisabled", "isAutoSaveEnabled", S::isAutoSaveEnabled,
-                    S::setAutoSaveEnabled),
+                    S::setAutoSaveEnabled, "results are saved to the library",
+                    "results are not saved to the library"),
         boolSetting("albumsResultsDisabled", "areAlbumsForResultsEnabled",
-                    S::areAlbumsForResultsEnabled, S::setAlbumsForResultsEnabled),
+                    S::areAlbumsForResultsEnabled, S::setAlbumsForResultsEnabled,
+                    "results go into albums", "results do not go into albums"),
         boolSetting("albumOriginalsDisabled", "isAlbumForOriginalsEnabled",
-                    S::isAlbumForOriginalsEnabled, S::setAlbumForOriginalsEnabled),
+                    S::isAlbumForOriginalsEnabled, S::setAlbumForOriginalsEnabled,
+                    "originals go into an album", "originals do not go into an album"),
         boolSetting("notifyExceedingMaxSizeDisabled", "isNotifyExceedingMaxSizeEnabled",
-                    S::isNotifyExceedingMaxSizeEnabled, S::setNotifyExceedingMaxSizeEnabled),
+                    S::isNotifyExceedingMaxSizeEnabled, S::setNotifyExceedingMaxSizeEnabled,
+                    "sizes over the limit are reported", "sizes over the limit are made smaller"),
         boolSetting("copyExifMetadataDisabled", "shouldCopyExifMetadata", S::shouldCopyExifMetadata,
-                    S::setCopyExifMetadata),
+                    S::setCopyExifMetadata, "EXIF is copied", "EXIF is not copied"),
         boolSetting("copyIptcMetadataDisabled", "shouldCopyIptcMetadata", S::shouldCopyIptcMetadata,
-                    S::setCopyIptcMetadata),
+                    S::setCopyIptcMetadata, "IPTC is copied", "IPTC is not copied"),
         boolSetting("copyGpsMetadataDisabled", "shouldCopyGpsMetadata", S::shouldCopyGpsMetadata,
-                    S::setCopyGpsMetadata),
+                    S::setCopyGpsMetadata, "GPS is copied", "GPS is not copied"),
         boolSetting("copyVideoGpsMetadataDisabled", "shouldCopyVideoGpsMetadata",
-                    S::shouldCopyVideoGpsMetadata, S::setCopyVideoGpsMetadata),
+                    S::shouldCopyVideoGpsMetadata, S::setCopyVideoGpsMetadata,
+                    "GPS of videos is copied", "GPS of videos is not copied"),
         boolSetting("originalFilenameSuffixActive", "isOriginalFilenameSuffixEnabled",
-                    S::isOriginalFilenameSuffixEnabled, S::setOriginalFilenameSuffixEnabled),
+                    S::isOriginalFilenameSuffixEnabled, S::setOriginalFilenameSuffixEnabled,
+                    "original names get a suffix", "original names get no suffix"),
         boolSetting("livePhotoIndicatorEnabled", "isLivePhotoIndicatorEnabled",
-                    S::isLivePhotoIndicatorEnabled, S::setLivePhotoIndicatorEnabled),
+                    S::isLivePhotoIndicatorEnabled, S::setLivePhotoIndicatorEnabled,
+                    "the Live Photo mark is shown", "the Live Photo mark is not shown"),
         boolSetting("livePhotoEnabled", "isLivePhotoEnabled", S::isLivePhotoEnabled,
-                    S::setLivePhotoEnabled),
+                    S::setLivePhotoEnabled, "Live Photos are made", "Live Photos are not made"),
         doubleSetting("photoDPI", "photoDPI", S::photoDPI, S::setPhotoDPI, 0, 100000),
-        boolSetting("photoDPIAuto", "isPhotoDPIAuto", S::isPhotoDPIAuto, S::setPhotoDPIAuto),
+        boolSetting("photoDPIAuto", "isPhotoDPIAuto", S::isPhotoDPIAuto, S::setPhotoDPIAuto,
+                    "the source's DPI is kept", "photoDPI is written"),
         doubleSetting("photoJPEGCompression", "photoJPEGCompression", S::photoJPEGCompression,
                       S::setPhotoJPEGCompression, 0, 100),
-        doubleSetting("videoBitrate", "videoBitrate", S::videoBitrate, S::setVideoBitrate, 0,
-                      kMaxDouble),
+        bitrateSetting(),
         boolSetting("videoBitrateAuto", "isVideoBitrateAuto", S::isVideoBitrateAuto,
-                    S::setVideoBitrateAuto),
+                    S::setVideoBitrateAuto, "bit rate of the source, recalculated for the new size",
+                    "videoBitrate is used"),
         integerSetting("videoCodecType", "codecType", S::codecType, S::setCodecType, 0, 2),
         integerSetting("exportFilenameType", "exportFilenameType", S::exportFilenameType,
                        S::setExportFilenameType, 0, 1),
@@ -340,7 +396,7 @@ std::vector<Setting> settingsTable() {
         boolSetting(VRSettings2RecentsSelectedKey, "isRecentsSelected", S2::isRecentsSelected,
                     S2::setRecentsSelected),
         {VRSettings2TemplateSortingKey, "templateSorting", S2::templateSorting,
-         [](const std::string& text, std::string* problem) {
+         [](const std::string& text, bool, std::string* problem) {
              if (text != VRTemplateSortingStandardName && text != VRTemplateSortingSelectionName) {
                  *problem = "the sorting is standard or selection: " + text;
                  return false;
@@ -364,10 +420,19 @@ const Setting* findSetting(const std::vector<Setting>& table, const std::string&
     return nullptr;
 }
 
+// "copyGpsMetadataDisabled = true (GPS is not copied)": the stored key and value as they are
+// in the file, and what they mean.
 void printSetting(const Setting& setting) {
-    std::cout << setting.key;
-    if (setting.accessor != setting.key) std::cout << " (" << setting.accessor << ")";
-    std::cout << " = " << setting.get() << (setting.set ? "" : "  [read-only]") << "\n";
+    std::cout << setting.key << " = " << setting.get();
+    if (setting.meaning) std::cout << " (" << setting.meaning() << ")";
+    std::cout << (setting.set ? "" : "  [read-only]") << "\n";
+}
+
+// The settings file could not be written: the change is lost when the command ends.
+int reportNotSaved(const platform::ErrorRef& error) {
+    std::string reason = error ? error->localizedDescription() : std::string("unknown error");
+    return app::reportFailure("the settings were not saved to " +
+                              VRSettings::userDefaults().path() + ": " + reason);
 }
 
 class SettingsCommand : public app::Command {
@@ -381,8 +446,10 @@ class SettingsCommand : public app::Command {
         _get->add_option("KEY", _key, "Stored key or accessor name")->required();
         _set =
             command->add_subcommand("set",
-                                    "Change a setting; the value is in the accessor's meaning, so "
-                                    "`set autoSaveDisabled true` turns auto-save on");
+                                    "Change a setting: by its stored key with the value to store "
+                                    "(`set autoSaveDisabled false` turns auto-save on), or by its "
+                                    "accessor's name with the accessor's value "
+                                    "(`set isAutoSaveEnabled true`)");
         _set->add_option("KEY", _key, "Stored key or accessor name")->required();
         _set->add_option("VALUE", _value, "New value")->required();
         _reset = command->add_subcommand("reset", "Back to the first-run values");
@@ -391,6 +458,10 @@ class SettingsCommand : public app::Command {
 
     int run() override {
         auto table = settingsTable();
+        // The first run leaves the migrations to the next use; run both, so that a fresh
+        // home shows the values that every later use will read.
+        VRSettings::_prepareSettings();
+        VRSettings::_prepareSettings();
         if (_list->parsed()) {
             for (const auto& setting : table) printSetting(setting);
             return app::kExitSuccess;
@@ -399,7 +470,8 @@ class SettingsCommand : public app::Command {
             VRSettings::userDefaults().setObject(platform::PlistDictionary{},
                                                  VRSettingsDefaultsKey);
             VRSettings::_prepareSettings();
-            VRSettings::save();
+            platform::ErrorRef error;
+            if (!VRSettings::save(&error)) return reportNotSaved(error);
             return app::kExitSuccess;
         }
         const Setting* setting = findSetting(table, _key);
@@ -410,8 +482,10 @@ class SettingsCommand : public app::Command {
         }
         if (!setting->set) return app::reportUsageError(_key + " is read-only");
         std::string problem;
-        if (!setting->set(_value, &problem)) return app::reportUsageError(problem);
-        VRSettings::save();
+        const bool byAccessor = _key != setting->key;
+        if (!setting->set(_value, byAccessor, &problem)) return app::reportUsageError(problem);
+        platform::ErrorRef error;
+        if (!VRSettings::save(&error)) return reportNotSaved(error);
         printSetting(*setting);
         return app::kExitSuccess;
     }

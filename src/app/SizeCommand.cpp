@@ -5,6 +5,7 @@
 
 #include "app/Command.h"
 #include "app/TemplateArguments.h"
+#include "app/TemplateJSON.h"
 #include "model/VRAdjustAssetState.h"
 #include "model/VRSizeResolver.h"
 #include "model/VXHelperDevice.h"
@@ -25,10 +26,6 @@ const char* arrangementWord(VRImageArrangement arrangement) {
             break;
     }
     return "stretch";
-}
-
-json sizeJSON(CGSize size) {
-    return {size.width, size.height};
 }
 
 class SizeCommand : public app::Command {
@@ -56,7 +53,7 @@ class SizeCommand : public app::Command {
         if (!mediaType || !source) return app::reportUsageError(problem);
         auto& manager = TemplateManager::shared();
         auto tpl = manager.templateWithKey(_key);
-        if (!tpl) return app::reportUsageError("no template with key " + _key);
+        if (!tpl) return app::reportFailure("no template with key " + _key);
         auto entry = tpl->sizeEntryForMediaType(*mediaType);
         if (!entry) {
             return app::reportUsageError("template " + _key + " has no " + _media + " settings");
@@ -104,18 +101,17 @@ class SizeCommand : public app::Command {
         if (const auto& verdict = output.limitExceeded) {
             result = {{"exceedsLimit", true},
                       {"errorCode", 5},
-                      {"originalSize", sizeJSON(verdict->originalSize)},
-                      {"exceedingSize", sizeJSON(verdict->exceedingSize)},
-                      {"correctingSize", sizeJSON(verdict->correctingSize)}};
+                      {"originalSize", app::sizeJSON(verdict->originalSize)},
+                      {"exceedingSize", app::sizeJSON(verdict->exceedingSize)},
+                      {"correctingSize", app::sizeJSON(verdict->correctingSize)}};
         } else {
             const CGRect& frame = output.imageFrame;
-            result = {
-                {"exceedsLimit", false},
-                {"outputSize", sizeJSON(output.outputSize)},
-                {"method", arrangementWord(output.arrangement)},
-                {"frame", {frame.origin.x, frame.origin.y, frame.size.width, frame.size.height}},
-                {"imageSize", sizeJSON(output.pictureSize)},
-                {"format", output.format.name()}};
+            result = {{"exceedsLimit", false},
+                      {"outputSize", app::sizeJSON(output.outputSize)},
+                      {"method", arrangementWord(output.arrangement)},
+                      {"frame", app::rectJSON(frame)},
+                      {"imageSize", app::sizeJSON(output.pictureSize)},
+                      {"format", output.format.name()}};
         }
         std::cout << result.dump(2) << "\n";
         return app::kExitSuccess;

@@ -5,6 +5,7 @@
 
 #include "app/Command.h"
 #include "app/TemplateArguments.h"
+#include "app/TemplateJSON.h"
 #include "model/VXHelperText.h"
 #include "storage/VRSettings.h"
 #include "templates/TemplateManager.h"
@@ -47,21 +48,6 @@ std::string sizeModeWord(const VRSizeOptions& options) {
     return word;
 }
 
-json mediaJSON(const VXTemplate& tpl, std::uint64_t mediaType) {
-    auto entry = tpl.sizeEntryForMediaType(mediaType);
-    if (!entry) return nullptr;
-    auto options = tpl.optionsForMediaType(mediaType).value_or(VRSizeOptions{});
-    auto format = tpl.formatForMediaType(mediaType);
-    return {{"size", {entry->width(), entry->height()}},
-            {"type", entry->type()},
-            {"text", VXHelper::stringFromSizeEntry(*entry, true)},
-            {"options", options},
-            {"method", app::methodWord(options)},
-            {"smart", containsOption(options, VRSizeOptionSmart)},
-            {"format", format.name()},
-            {"formatType", format.rawType()}};
-}
-
 void printMedia(const VXTemplate& tpl, std::uint64_t mediaType, const char* word) {
     auto entry = tpl.sizeEntryForMediaType(mediaType);
     if (!entry) {
@@ -72,6 +58,23 @@ void printMedia(const VXTemplate& tpl, std::uint64_t mediaType, const char* word
     std::cout << word << ": " << VXHelper::stringFromSizeEntry(*entry, true) << ", "
               << app::methodWord(options) << ", " << sizeModeWord(options) << ", "
               << tpl.formatForMediaType(mediaType).name() << "\n";
+}
+
+std::string reasonOf(const platform::ErrorRef& error) {
+    if (!error) return "unknown error";
+    std::string reason = error->localizedDescription();
+    const platform::PlistValue& path = error->userInfo().count(platform::NSFilePathErrorKey)
+                                           ? error->userInfo().at(platform::NSFilePathErrorKey)
+                                           : platform::PlistValue();
+    if (const std::string* text = path.string(); text && reason.find(*text) == std::string::npos) {
+        reason += " (" + *text + ")";
+    }
+    return reason;
+}
+
+int reportListFailure(const std::string& what, const platform::ErrorRef& error) {
+    return app::reportFailure(what +
+                              ": the template list could not be written: " + reasonOf(error));
 }
 
 int waitAndReturn(int code) {
@@ -133,14 +136,14 @@ class TemplateCommand : public app::Command {
     int show() {
         auto& manager = TemplateManager::shared();
         auto tpl = resolve(manager, _key);
-        if (!tpl) return app::reportUsageError("no template with key " + _key);
+        if (!tpl) return app::reportFailure("no template with key " + _key);
         if (_json) {
             json output = {{"key", _key},
                            {"name", tpl->name() ? json(*tpl->name()) : json(nullptr)},
                            {"locked", tpl->locked()},
                            {"stored", tpl->stored()},
-                           {"photo", mediaJSON(*tpl, VRFormatMediaTypePhoto)},
-                           {"video", mediaJSON(*tpl, VRFormatMediaTypeVideo)},
+                           {"photo", app::mediaJSON(*tpl, VRFormatMediaTypePhoto)},
+                           {"video", app::mediaJSON(*tpl, VRFormatMediaTypeVideo)},
                            {"description", VXHelper::descriptionForTemplate(*tpl)}};
             std::cout << output.dump(2, ' ', false, json::error_handler_t::replace) << "\n";
             return app::kExitSuccess;
@@ -183,7 +186,12 @@ class TemplateCommand : public app::Command {
 
         auto identifier = VRSettings::saveTemplate(*tpl, false);
         if (!identifier) return app::reportFailure("the template could not be stored");
-        TemplateManager::shared().updateUserTemplate(tpl, *identifier);
+        platform::ErrorRef error;
+        if (!TemplateManager::shared().updateUserTemplate(tpl, *identifier, &error)) {
+            // A body that no list names could never be listed or removed.
+            VRSettings::removeTemplateDirWithIdentifier(*identifier);
+            return reportListFailure("the template was not created", error);
+        }
         std::cout << *identifier << "\n";
         return app::kExitSuccess;
     }
@@ -191,22 +199,28 @@ class TemplateCommand : public app::Command {
     int rename() {
         auto& manager = TemplateManager::shared();
         if (!isUserTemplate(manager, _key)) {
-            return app::reportUsageError(_key + " is not one of your templates");
+            return app::reportFailure(_key + " is not one of your templates");
         }
-        manager.renameUserTemplateWith(_newName, _key);
+        platform::ErrorRef error;
+        if (!manager.renameUserTemplateWith(_newName, _key, &error)) {
+            if (!error) return app::reportFailure(_key + " is not one of your templates");
+            return reportListFailure("the template was not renamed", error);
+        }
         return app::kExitSuccess;
     }
 
     int duplicate() {
         auto& manager = TemplateManager::shared();
         if (!isUserTemplate(manager, _key)) {
-            return app::reportUsageError(_key + " is not one of your templates");
+            return app::reportFailure(_key + " is not one of your templates");
         }
         auto original = resolve(manager, _key);
         if (!original) return app::reportFailure("the template of " + _key + " is unreadable");
         auto copy = original->newTemplate();
         if (_name) copy->setName(*_name);
-        auto identifier = manager.duplicateUserTemplateWith(_key, copy);
+        platform::ErrorRef error;
+        auto identifier = manager.duplicateUserTemplateWith(_key, copy, &error);
+        if (!identifier && error) return reportListFailure("the template was not copied", error);
         if (!identifier) return app::reportFailure("the copy could not be stored");
         std::cout << *identifier << "\n";
         return app::kExitSuccess;
@@ -214,8 +228,10 @@ class TemplateCommand : public app::Command {
 
     int remove() {
         auto& manager = TemplateManager::shared();
-        if (!manager.removeUserTemplateWith(_key)) {
-            return app::reportUsageError(_key + " is not one of your templates");
+        platform::ErrorRef error;
+        if (!manager.removeUserTemplateWith(_key, &error)) {
+            if (error) return reportListFailure("the template was not removed", error);
+            return app::reportFailure(_key + " is not one of your templates");
         }
         VRSettings::removeTemplateDirWithIdentifier(_key);
         return app::kExitSuccess;

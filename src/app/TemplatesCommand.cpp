@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 
 #include "app/Command.h"
+#include "app/TemplateJSON.h"
 #include "templates/TemplateManager.h"
 #include "templates/VRTemplateListCoding.h"
 #include "templates/VXHelperTemplate.h"
@@ -25,6 +26,9 @@ json sectionJSON(TemplateManager& manager, const VRTemplateListSection& section)
     for (const auto& item : section.visibleItems()) {
         json object = json::parse(VRTemplateListCoding::itemJSON(item));
         object["descriptionLine"] = descriptionLine(manager, item);
+        auto tpl = manager.templateForItem(item);
+        object["photo"] = tpl ? app::mediaJSON(*tpl, VRFormatMediaTypePhoto) : json(nullptr);
+        object["video"] = tpl ? app::mediaJSON(*tpl, VRFormatMediaTypeVideo) : json(nullptr);
         items.push_back(std::move(object));
     }
     return {{"title", section.title()},

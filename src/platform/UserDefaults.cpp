@@ -1,9 +1,11 @@
 #include "platform/UserDefaults.h"
 
-#include <ctime>
+#include <cerrno>
 #include <map>
 
 #include "platform/Environment.h"
+#include "platform/FileAside.h"
+#include "platform/FileLock.h"
 #include "platform/FileManager.h"
 #include "platform/Log.h"
 #include "platform/PropertyListSerialization.h"
@@ -13,21 +15,8 @@ namespace {
 
 constexpr const char* kDefaultsFileName = "defaults.plist";
 
-// Keeps the unreadable file for inspection under a name that no earlier one has taken.
 void moveAside(const std::string& path, const std::string& reason) {
-    const std::string base = path + ".unreadable-" + std::to_string(std::time(nullptr));
-    std::string aside = base;
-    for (int attempt = 1; FileManager::fileExistsAtPath(aside) && attempt < 1000; ++attempt) {
-        aside = base + "-" + std::to_string(attempt);
-    }
-    ErrorRef error;
-    if (FileManager::moveItemAtPath(path, aside, &error)) {
-        log("~~ DEFAULTS unreadable file " + path + " (" + reason + ") moved to " + aside +
-            "; starting empty");
-    } else {
-        log("~~ DEFAULTS unreadable file " + path + " (" + reason +
-            ") could not be moved aside: " + error->localizedDescription() + "; starting empty");
-    }
+    if (!moveUnreadableFileAside(path, reason)) log("~~ DEFAULTS starting empty");
 }
 
 std::optional<PlistDictionary> readDefaults(const std::string& path) {
@@ -49,6 +38,20 @@ std::optional<PlistDictionary> readDefaults(const std::string& path) {
         return std::nullopt;
     }
     return *value->dictionary();
+}
+
+// mkdir -p reports "File exists" when a file stands where a folder should be; name that file.
+ErrorRef folderError(const std::string& folder, ErrorRef error) {
+    for (std::string path = folder; !path.empty() && path != "/";
+         path = FileManager::stringByDeletingLastPathComponent(path)) {
+        bool isDirectory = false;
+        if (FileManager::fileExistsAtPath(path, &isDirectory)) {
+            if (!isDirectory)
+                return Error::posixError(ENOTDIR, path + " is a file, not a folder", path);
+            break;
+        }
+    }
+    return error;
 }
 
 }  // namespace
@@ -78,16 +81,19 @@ PlistValue UserDefaults::objectForKey(const std::string& key) const {
 }
 
 void UserDefaults::setObject(const PlistValue& value, const std::string& key) {
+    modify([value, key](PlistDictionary& values) {
+        if (value.isNull()) {
+            values.erase(key);
+        } else {
+            values[key] = value;
+        }
+    });
+}
+
+void UserDefaults::modify(Edit edit) {
     std::lock_guard lock(_mutex);
-    auto it = _values.find(key);
-    if (value.isNull()) {
-        if (it == _values.end()) return;
-        _values.erase(it);
-    } else {
-        if (it != _values.end() && it->second == value) return;
-        _values[key] = value;
-    }
-    _dirty = true;
+    edit(_values);
+    _pendingEdits.push_back(std::move(edit));
 }
 
 PlistDictionary UserDefaults::dictionaryRepresentation() const {
@@ -95,24 +101,46 @@ PlistDictionary UserDefaults::dictionaryRepresentation() const {
     return _values;
 }
 
-bool UserDefaults::synchronize() {
-    std::lock_guard lock(_mutex);
-    if (!_dirty) return true;
-    ErrorRef error;
+namespace {
+
+bool writeDefaults(const PlistDictionary& values, const std::string& path, ErrorRef* error) {
     auto data = PropertyListSerialization::dataWithPropertyList(
-        PlistValue(_values), NSPropertyListBinaryFormat_v1_0, 0, &error);
+        PlistValue(values), NSPropertyListBinaryFormat_v1_0, 0, error);
+    return data && FileManager::writeDataAtomically(*data, path, error);
+}
+
+}  // namespace
+
+bool UserDefaults::synchronize(ErrorRef* error) {
+    std::lock_guard lock(_mutex);
+    if (_pendingEdits.empty()) {
+        // Nothing to write: only take in what other processes stored. Atomic renames keep
+        // the file whole, so this read needs no lock.
+        if (auto values = readDefaults(_path)) _values = std::move(*values);
+        return true;
+    }
+    ErrorRef failure;
     const std::string directory = FileManager::stringByDeletingLastPathComponent(_path);
-    if (data && !directory.empty() &&
-        !FileManager::createDirectoryAtPath(directory, true, &error)) {
-        data.reset();
+    std::optional<FileLock> fileLock;
+    if (directory.empty() || FileManager::createDirectoryAtPath(directory, true, &failure)) {
+        fileLock = FileLock::lockPath(_path, &failure);
+    } else {
+        failure = folderError(directory, failure);
     }
-    if (!data || !FileManager::writeDataAtomically(*data, _path, &error)) {
-        log("~~ DEFAULTS could not write " + _path + ": " +
-            (error ? error->localizedDescription() : std::string("unknown error")));
-        return false;
+    if (fileLock) {
+        // What another process wrote since this one last read is the base of the edits.
+        PlistDictionary values = readDefaults(_path).value_or(PlistDictionary{});
+        for (const Edit& edit : _pendingEdits) edit(values);
+        if (writeDefaults(values, _path, &failure)) {
+            _values = std::move(values);
+            _pendingEdits.clear();
+            return true;
+        }
     }
-    _dirty = false;
-    return true;
+    log("~~ DEFAULTS could not write " + _path + ": " +
+        (failure ? failure->localizedDescription() : std::string("unknown error")));
+    if (error) *error = failure;
+    return false;
 }
 
 }  // namespace platform

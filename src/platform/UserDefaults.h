@@ -1,11 +1,17 @@
 // The user defaults store: property-list values by key, kept in one property-list file in the
-// settings directory ("defaults.plist"). Safe to use from any thread.
+// settings directory ("defaults.plist"). Safe to use from any thread, and shared with the other
+// processes on the same home: every change is kept as an edit and made again, at the next
+// synchronize, on the file as it is then (read under its FileLock), so that changes made
+// meanwhile by other processes are kept.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
+#include "platform/Error.h"
 #include "platform/PlistValue.h"
 
 namespace platform {
@@ -26,6 +32,13 @@ class UserDefaults {
     PlistValue valueForKey(const std::string& key) const { return objectForKey(key); }
     // A null value removes the key.
     void setObject(const PlistValue& value, const std::string& key);
+    // A change of the stored values: applied to the values in memory at once, and applied
+    // again at the next synchronize to the values read afresh from the file under its lock.
+    // Write edits so that they give the right result on whatever another process stored
+    // meanwhile: set the keys they own, and decide from the values they are given (a
+    // migration checks its marker there, a counter counts from the stored number).
+    using Edit = std::function<void(PlistDictionary& values)>;
+    void modify(Edit edit);
     void removeObjectForKey(const std::string& key) { setObject(PlistValue(), key); }
 
     bool boolForKey(const std::string& key) const { return objectForKey(key).boolValue(); }
@@ -35,10 +48,13 @@ class UserDefaults {
     double doubleForKey(const std::string& key) const { return objectForKey(key).doubleValue(); }
     PlistDictionary dictionaryRepresentation() const;
 
-    // Writes the file when something changed since the last write: temporary file, fsync,
-    // rename, so a crash leaves the old or the new file, never a torn one. False when the
-    // write failed (the values stay in memory and the next call tries again).
-    bool synchronize();
+    // Takes in what other processes stored meanwhile. When something changed since the last
+    // write: under the file's lock, reads the file
+    // again, makes the pending edits on it, and writes it (temporary file, fsync, rename, so a
+    // crash leaves the old or the new file, never a torn one); the values in memory become
+    // that result. False with the reason when the lock, the folder or the write failed (the
+    // edits stay pending and the next call tries again).
+    bool synchronize(ErrorRef* error = nullptr);
 
     const std::string& path() const { return _path; }
 
@@ -46,7 +62,7 @@ class UserDefaults {
     std::string _path;
     mutable std::mutex _mutex;
     PlistDictionary _values;
-    bool _dirty = false;
+    std::vector<Edit> _pendingEdits;
 };
 
 }  // namespace platform

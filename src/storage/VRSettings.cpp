@@ -7,73 +7,22 @@
 #include "model/VRSizeEntry.h"
 #include "model/VXHelperDevice.h"
 #include "model/VXHelperSize.h"
-#include "platform/Environment.h"
-#include "platform/FileManager.h"
 #include "platform/Log.h"
-#include "platform/UUID.h"
-#include "storage/VXHelperFiles.h"
-#include "templates/VXTemplateCoding.h"
+#include "storage/VRSettingsKeys.h"
+#include "storage/VRSettingsPreparation.h"
 
 using platform::PlistArray;
 using platform::PlistDictionary;
 using platform::PlistValue;
+using namespace VRSettingsKeys;
 
 namespace {
 
 std::atomic<platform::UserDefaults*> gStore{nullptr};
 
-// Keys inside the settings dictionary.
-constexpr const char* kSettingsInit = "settingsInit";
-constexpr const char* kFix271215 = "settingsFix271215";
-constexpr const char* kFix281024b = "settingsFix281024b";
-constexpr const char* kSmartSizeUpdate = "settingsSmartSizeUpdate";
-constexpr const char* kImageSizes = "imageSizes";
-constexpr const char* kImageFormat = "imageFormat";
-constexpr const char* kImageOptions = "imageOptions";
-constexpr const char* kVideoSizes = "videoSizes";
-constexpr const char* kVideoFormat = "videoFormat";
-constexpr const char* kVideoOptions = "videoOptions";
-constexpr const char* kHomeScreenRequiredDisabled = "homeScreenRequiredDisabled";
-constexpr const char* kPixelSizeDisabled = "pixelSizeDisabled";
-constexpr const char* kAutoSaveDisabled = "autoSaveDisabled";
-constexpr const char* kAlbumsResultsDisabled = "albumsResultsDisabled";
-constexpr const char* kAlbumOriginalsDisabled = "albumOriginalsDisabled";
-constexpr const char* kNotifyExceedingMaxSizeDisabled = "notifyExceedingMaxSizeDisabled";
-constexpr const char* kCopyExifMetadataDisabled = "copyExifMetadataDisabled";
-constexpr const char* kCopyIptcMetadataDisabled = "copyIptcMetadataDisabled";
-constexpr const char* kCopyGpsMetadataDisabled = "copyGpsMetadataDisabled";
-constexpr const char* kCopyVideoGpsMetadataDisabled = "copyVideoGpsMetadataDisabled";
-constexpr const char* kOriginalFilenameSuffixActive = "originalFilenameSuffixActive";
-constexpr const char* kLivePhotoIndicatorEnabled = "livePhotoIndicatorEnabled";
-constexpr const char* kLivePhotoEnabled = "livePhotoEnabled";
-constexpr const char* kPhotoDPI = "photoDPI";
-constexpr const char* kPhotoDPIAuto = "photoDPIAuto";
-constexpr const char* kPhotoJPEGCompression = "photoJPEGCompression";
-constexpr const char* kVideoBitrate = "videoBitrate";
-constexpr const char* kVideoBitrateAuto = "videoBitrateAuto";
-constexpr const char* kVideoCodecType = "videoCodecType";
-constexpr const char* kExportFilenameType = "exportFilenameType";
-constexpr const char* kExportFilenameBasename = "exportFilenameBasename";
-constexpr const char* kColorThemeType = "colorThemeType";
-constexpr const char* kHomeScreenMode = "vr-unwarp-home-screen-mode";
-constexpr const char* kRecentAssetsIdentifiers = "recentAssetsIdentifiers";
-constexpr const char* kIncrementedIndex = "incrementedIndexKey";
-constexpr const char* kBuiltInTableVersion = "templateBuiltInTableVersionKey";
-constexpr const char* kTemplateList = "templateListKey";
-
-// Keys of one row of the legacy template list.
-constexpr const char* kTemplateIdentifier = "templateIdentifierKey";
-constexpr const char* kTemplateTitle = "templateTitleKey";
-constexpr const char* kTemplateDescription = "templateDescriptionKey";
-constexpr const char* kTemplateMediaTypes = "templateMediaTypesKey";
-constexpr const char* kTemplateBuiltIn = "templateBuiltInKey";
-constexpr const char* kTemplateAlwaysVisible = "templateAlwaysVisibleKey";
-
 constexpr const char* kDefaultExportBasename = "uwrp_img";
-constexpr const char* kTemplatesDirectory = "_cs-templates";
 
-// The accessors below run _prepareSettings first; the first run and the migrations work on
-// these unprepared forms so that they cannot re-enter themselves half-way.
+// The accessors below run _prepareSettings first; these two don't.
 PlistValue get(const char* key) {
     return VRSettings::objectForKey(key);
 }
@@ -123,12 +72,6 @@ void setArray(const PlistArray& value, const char* key) {
     set(value, key);
 }
 
-PlistArray sizeList(std::initializer_list<CGSize> sizes) {
-    PlistArray list;
-    for (CGSize size : sizes) list.emplace_back(VXHelper::sizeArrayWithSize(size));
-    return list;
-}
-
 PlistArray firstElement(const PlistArray& list) {
     if (list.empty() || !list.front().isArray()) return {};
     return *list.front().array();
@@ -137,119 +80,6 @@ PlistArray firstElement(const PlistArray& list) {
 CGSize sizeOfSizeArray(const PlistArray& sizeArray) {
     if (sizeArray.size() < 2) return CGSizeZero;
     return {sizeArray[0].doubleValue(), sizeArray[1].doubleValue()};
-}
-
-void resetImageSizesUnprepared() {
-    set(VRSettings::defaultImageSizes(VXHelper::deviceClass()), kImageSizes);
-}
-void resetVideoSizesUnprepared() {
-    set(VRSettings::defaultVideoSizes(VXHelper::deviceClass()), kVideoSizes);
-}
-PlistArray firstRunOptions() {
-    return PlistArray{static_cast<std::int64_t>(VRSizeOptionSmart),
-                      static_cast<std::int64_t>(VRSizeOptionStretch)};
-}
-void resetImageSettingsUnprepared() {
-    set(std::int64_t{0}, kImageFormat);
-    set(firstRunOptions(), kImageOptions);
-}
-void resetVideoSettingsUnprepared() {
-    set(std::int64_t{0}, kVideoFormat);
-    set(firstRunOptions(), kVideoOptions);
-}
-
-void writeFirstRunValues() {
-    set(std::int64_t{1}, kSettingsInit);
-    set(std::int64_t{1}, kFix271215);
-    resetImageSizesUnprepared();
-    resetImageSettingsUnprepared();
-    resetVideoSizesUnprepared();
-    resetVideoSettingsUnprepared();
-    // Each "...Disabled" key holds the negation of its accessor's first-run value.
-    set(true, kHomeScreenRequiredDisabled);
-    set(false, kPixelSizeDisabled);
-    set(true, kAutoSaveDisabled);
-    set(false, kAlbumsResultsDisabled);
-    set(false, kAlbumOriginalsDisabled);
-    set(false, kNotifyExceedingMaxSizeDisabled);
-    set(false, kCopyExifMetadataDisabled);
-    set(false, kCopyIptcMetadataDisabled);
-    set(false, kCopyGpsMetadataDisabled);
-    set(false, kCopyVideoGpsMetadataDisabled);
-    set(300.0, kPhotoDPI);
-    set(true, kPhotoDPIAuto);
-    set(85.0, kPhotoJPEGCompression);
-    set(10.0, kVideoBitrate);
-    set(true, kVideoBitrateAuto);
-    set(std::int64_t{0}, kExportFilenameType);
-    set(std::int64_t{0}, kColorThemeType);
-}
-
-bool isOption(const PlistValue& value, VRSizeOption option) {
-    return value.isNumber() && value.doubleValue() == static_cast<double>(option);
-}
-
-bool holdsOption(const PlistArray& options, VRSizeOption option) {
-    return std::any_of(options.begin(), options.end(),
-                       [&](const PlistValue& value) { return isOption(value, option); });
-}
-
-void removeSizeModeOptions(PlistArray& options) {
-    std::erase_if(options, [](const PlistValue& value) {
-        return isOption(value, VRSizeOptionNormal) || isOption(value, VRSizeOptionSmart) ||
-               isOption(value, VRSizeOptionTargetPortrait);
-    });
-}
-
-// Older versions kept "normal" (0) and "portrait target" (2) where Smart size (1) now decides.
-void updateSmartSizeOptions(const char* optionsKey, const char* sizesKey) {
-    PlistValue stored = get(optionsKey);
-    PlistArray options = stored.array() ? *stored.array() : PlistArray{};
-    bool normal = holdsOption(options, VRSizeOptionNormal);
-    bool portrait = holdsOption(options, VRSizeOptionTargetPortrait);
-    removeSizeModeOptions(options);
-    if (normal && portrait) {
-        options.emplace_back(static_cast<std::int64_t>(VRSizeOptionNormal));
-    } else if (!normal && !portrait) {
-        options.emplace_back(static_cast<std::int64_t>(VRSizeOptionNormal));
-        PlistValue sizes = get(sizesKey);
-        if (const PlistArray* list = sizes.array(); list && !list->empty()) {
-            PlistArray first = firstElement(*list);
-            if (auto entry = VRSizeEntry::sizeEntryWithSizeArray(first)) {
-                PlistArray turned = *list;
-                turned.front() = entry->sizeEntryRotated().sizeArray();
-                set(turned, sizesKey);
-            }
-        }
-    } else {
-        options.emplace_back(static_cast<std::int64_t>(VRSizeOptionSmart));
-        if (normal) options.emplace_back(static_cast<std::int64_t>(VRSizeOptionTargetPortrait));
-    }
-    set(options, optionsKey);
-}
-
-void runMigrations() {
-    // Each marker is set before its work, so a step interrupted half-way is never repeated.
-    if (get(kFix271215).isNull()) {
-        set(std::int64_t{1}, kFix271215);
-        resetVideoSizesUnprepared();
-    }
-    if (get(kFix281024b).isNull()) {
-        set(std::int64_t{1}, kFix281024b);
-        if (get(kPhotoDPI).doubleValue() < 0.001) {
-            set(300.0, kPhotoDPI);
-            set(true, kPhotoDPIAuto);
-        }
-        if (get(kVideoBitrate).doubleValue() < 0.001) {
-            set(10.0, kVideoBitrate);
-            set(true, kVideoBitrateAuto);
-        }
-    }
-    if (get(kSmartSizeUpdate).isNull()) {
-        set(std::int64_t{1}, kSmartSizeUpdate);
-        updateSmartSizeOptions(kImageOptions, kImageSizes);
-        updateSmartSizeOptions(kVideoOptions, kVideoSizes);
-    }
 }
 
 std::vector<std::string> stringsOf(const PlistValue& value) {
@@ -283,13 +113,6 @@ std::string stringOr(const PlistValue& value, const char* fallback) {
     return fallback;
 }
 
-// An identifier names one folder directly under "_cs-templates"; anything that could reach
-// outside it is refused.
-bool isSafeIdentifier(const std::string& identifier) {
-    return !identifier.empty() && identifier != "." && identifier != ".." &&
-           identifier.find('/') == std::string::npos && identifier.find('\0') == std::string::npos;
-}
-
 }  // namespace
 
 void VRSettings::setUserDefaults(platform::UserDefaults* store) {
@@ -303,14 +126,20 @@ platform::UserDefaults& VRSettings::userDefaults() {
 
 void VRSettings::_checkSettingsInstalled() {
     platform::UserDefaults& store = userDefaults();
-    if (!store.boolForKey(VRSettingsInstalledDefaultsKey)) {
-        store.setObject(true, VRSettingsInstalledDefaultsKey);
-    }
     // Checked on every call, not only at installation: a value of another type under the key
     // (an old or damaged file) would otherwise leave every setting unwritable.
-    if (!store.objectForKey(VRSettingsDefaultsKey).isDictionary()) {
-        store.setObject(PlistDictionary{}, VRSettingsDefaultsKey);
+    if (store.boolForKey(VRSettingsInstalledDefaultsKey) &&
+        store.objectForKey(VRSettingsDefaultsKey).isDictionary()) {
+        return;
     }
+    store.modify([](PlistDictionary& values) {
+        if (!values[VRSettingsInstalledDefaultsKey].boolValue()) {
+            values[VRSettingsInstalledDefaultsKey] = true;
+        }
+        if (!values[VRSettingsDefaultsKey].isDictionary()) {
+            values[VRSettingsDefaultsKey] = PlistDictionary{};
+        }
+    });
 }
 
 PlistValue VRSettings::objectForKey(const std::string& key) {
@@ -319,60 +148,47 @@ PlistValue VRSettings::objectForKey(const std::string& key) {
     return settings[key];
 }
 
-void VRSettings::setObject(const PlistValue& value, const std::string& key) {
+void VRSettings::_modifySettings(const std::function<void(PlistDictionary&)>& edit) {
     _checkSettingsInstalled();
-    platform::UserDefaults& store = userDefaults();
-    PlistValue settings = store.objectForKey(VRSettingsDefaultsKey);
-    PlistDictionary* dictionary = settings.mutableDictionary();
-    if (!dictionary) return;
-    if (value.isNull()) {
-        dictionary->erase(key);
-    } else {
-        (*dictionary)[key] = value;
-    }
-    store.setObject(std::move(settings), VRSettingsDefaultsKey);
+    userDefaults().modify([edit](PlistDictionary& values) {
+        // Another process may have stored a damaged value meanwhile; the change still lands.
+        PlistValue& settings = values[VRSettingsDefaultsKey];
+        if (!settings.isDictionary()) settings = PlistDictionary{};
+        edit(*settings.mutableDictionary());
+    });
 }
 
-void VRSettings::save() {
-    if (!userDefaults().synchronize()) {
-        platform::log("~~ settings could not be written; they stay in memory");
-    }
+void VRSettings::setObject(const PlistValue& value, const std::string& key) {
+    _modifySettings([value, key](PlistDictionary& settings) {
+        if (value.isNull()) {
+            settings.erase(key);
+        } else {
+            settings[key] = value;
+        }
+    });
+}
+
+bool VRSettings::save(platform::ErrorRef* error) {
+    if (userDefaults().synchronize(error)) return true;
+    platform::log("~~ settings could not be written; they stay in memory");
+    return false;
 }
 
 void VRSettings::_prepareSettings() {
-    if (get(kSettingsInit).integerValue() == 0) {
-        writeFirstRunValues();
-    } else {
-        runMigrations();
-    }
+    _checkSettingsInstalled();
+    const PlistValue settings = userDefaults().objectForKey(VRSettingsDefaultsKey);
+    if (!VRSettingsPreparation::needsPreparation(*settings.dictionary())) return;
+    // One edit, so that under the store's lock the steps are decided again on the settings as
+    // stored: another process may have prepared them, or changed them since, meanwhile.
+    _modifySettings(VRSettingsPreparation::prepare);
 }
 
 PlistArray VRSettings::defaultImageSizes(unsigned deviceClass) {
-    bool limited = deviceClass == 0;
-    return sizeList({{1200, 600},
-                     limited ? CGSize{3264, 2448} : CGSize{4341, 2448},
-                     limited ? CGSize{1224, 1632} : CGSize{5363, 3024},
-                     {3840, 2160},
-                     {1920, 1080},
-                     {1024, 768},
-                     {640, 640},
-                     {1242, 2208},
-                     {750, 1334},
-                     {640, 1136}});
+    return VRSettingsPreparation::defaultImageSizes(deviceClass);
 }
 
 PlistArray VRSettings::defaultVideoSizes(unsigned deviceClass) {
-    bool limited = deviceClass == 0;
-    return sizeList({limited ? CGSize{1920, 1080} : CGSize{3840, 2160},
-                     limited ? CGSize{1440, 1080} : CGSize{1920, 1080},
-                     {1280, 720},
-                     {720, 405},
-                     {720, 576},
-                     {768, 576},
-                     {640, 480},
-                     {640, 360},
-                     {320, 240},
-                     {320, 180}});
+    return VRSettingsPreparation::defaultVideoSizes(deviceClass);
 }
 
 PlistArray VRSettings::imageSizes() {
@@ -383,7 +199,7 @@ void VRSettings::setImageSizes(const PlistArray& sizes) {
 }
 void VRSettings::resetImageSizes() {
     _prepareSettings();
-    resetImageSizesUnprepared();
+    _modifySettings(VRSettingsPreparation::resetImageSizes);
 }
 PlistArray VRSettings::imageSizeArray() {
     return firstElement(imageSizes());
@@ -405,7 +221,7 @@ void VRSettings::setImageOptions(const VRSizeOptions& options) {
 }
 void VRSettings::resetImageSettings() {
     _prepareSettings();
-    resetImageSettingsUnprepared();
+    _modifySettings(VRSettingsPreparation::resetImageSettings);
 }
 
 PlistArray VRSettings::videoSizes() {
@@ -416,7 +232,7 @@ void VRSettings::setVideoSizes(const PlistArray& sizes) {
 }
 void VRSettings::resetVideoSizes() {
     _prepareSettings();
-    resetVideoSizesUnprepared();
+    _modifySettings(VRSettingsPreparation::resetVideoSizes);
 }
 PlistArray VRSettings::videoSizeArray() {
     return firstElement(videoSizes());
@@ -438,7 +254,7 @@ void VRSettings::setVideoOptions(const VRSizeOptions& options) {
 }
 void VRSettings::resetVideoSettings() {
     _prepareSettings();
-    resetVideoSettingsUnprepared();
+    _modifySettings(VRSettingsPreparation::resetVideoSettings);
 }
 
 void VRSettings::saveData(const PlistArray& sizes, std::int64_t formatType,
@@ -611,21 +427,28 @@ void VRSettings::setRecentAssetsIdentifiers(const std::vector<std::string>& iden
 }
 
 void VRSettings::addRecentAssetsIdentifiers(const std::vector<std::string>& identifiers) {
-    std::vector<std::string> current = recentAssetsIdentifiers();
-    for (const std::string& identifier : identifiers) {
-        if (std::find(current.begin(), current.end(), identifier) == current.end()) {
-            current.push_back(identifier);
+    _prepareSettings();
+    _modifySettings([identifiers](PlistDictionary& settings) {
+        std::vector<std::string> current = stringsOf(settings[kRecentAssetsIdentifiers]);
+        for (const std::string& identifier : identifiers) {
+            if (std::find(current.begin(), current.end(), identifier) == current.end()) {
+                current.push_back(identifier);
+            }
         }
-    }
-    set(arrayOfStrings(current), kRecentAssetsIdentifiers);
+        settings[kRecentAssetsIdentifiers] = arrayOfStrings(current);
+    });
 }
 
 void VRSettings::removeRecentAssetsIdentifiers(const std::vector<std::string>& identifiers) {
-    std::vector<std::string> current = recentAssetsIdentifiers();
-    std::erase_if(current, [&](const std::string& identifier) {
-        return std::find(identifiers.begin(), identifiers.end(), identifier) != identifiers.end();
+    _prepareSettings();
+    _modifySettings([identifiers](PlistDictionary& settings) {
+        std::vector<std::string> current = stringsOf(settings[kRecentAssetsIdentifiers]);
+        std::erase_if(current, [&](const std::string& identifier) {
+            return std::find(identifiers.begin(), identifiers.end(), identifier) !=
+                   identifiers.end();
+        });
+        settings[kRecentAssetsIdentifiers] = arrayOfStrings(current);
     });
-    set(arrayOfStrings(current), kRecentAssetsIdentifiers);
 }
 
 void VRSettings::removeAllRecentAssetsIdentifiers() {
@@ -635,9 +458,15 @@ void VRSettings::removeAllRecentAssetsIdentifiers() {
 
 std::int64_t VRSettings::incrementedIndex() {
     _prepareSettings();
-    PlistValue stored = get(kIncrementedIndex);
-    std::int64_t index = stored.isNull() ? 0 : stored.integerValue() + 1;
-    set(index, kIncrementedIndex);
+    _modifySettings([](PlistDictionary& settings) {
+        auto it = settings.find(kIncrementedIndex);
+        settings[kIncrementedIndex] =
+            it == settings.end() ? std::int64_t{0} : it->second.integerValue() + 1;
+    });
+    // Counted on the stored number at once, so that two processes never take the same one;
+    // when the store can't be written the count goes on in memory.
+    save();
+    const std::int64_t index = get(kIncrementedIndex).integerValue();
     platform::logf("~~ incremented index %" PRId64, index);
     return index;
 }
@@ -693,9 +522,10 @@ void VRSettings::parseTemplateAtIndex(
 }
 
 void VRSettings::addTemplateToList(const VRLegacyTemplateInfo& info) {
-    PlistArray list = getArray(kTemplateList);
+    _prepareSettings();
     PlistArray mediaTypes(info.mediaTypes.begin(), info.mediaTypes.end());
-    list.push_back(PlistDictionary{
+    PlistArray rows;
+    rows.push_back(PlistDictionary{
         {kTemplateIdentifier, info.identifier.empty() ? "-" : info.identifier},
         {kTemplateTitle, info.title.empty() ? "Unnamed" : info.title},
         {kTemplateDescription,
@@ -704,7 +534,11 @@ void VRSettings::addTemplateToList(const VRLegacyTemplateInfo& info) {
         {kTemplateBuiltIn, info.builtIn},
         {kTemplateAlwaysVisible, info.alwaysVisible},
     });
-    set(list, kTemplateList);
+    _modifySettings([rows](PlistDictionary& settings) {
+        PlistValue& list = settings[kTemplateList];
+        if (!list.isArray()) list = PlistArray{};
+        list.mutableArray()->push_back(rows.front());
+    });
 }
 
 void VRSettings::eraseOldTemplateList(
@@ -717,89 +551,4 @@ void VRSettings::eraseOldTemplateList(
             if (!info.builtIn) block(info);
         });
     }
-}
-
-std::string VRSettings::templateDirectoryWithIdentifier(const std::string& identifier) {
-    if (!isSafeIdentifier(identifier)) return {};
-    return platform::Environment::documentsDirectory() + "/" + kTemplatesDirectory + "/" +
-           identifier;
-}
-
-std::string VRSettings::templateDataPathWithIdentifier(const std::string& identifier) {
-    std::string directory = templateDirectoryWithIdentifier(identifier);
-    return directory.empty() ? directory : directory + "/template-data";
-}
-
-std::string VRSettings::templateImagePathWithIdentifier(const std::string& identifier) {
-    std::string directory = templateDirectoryWithIdentifier(identifier);
-    return directory.empty() ? directory : directory + "/template-image-data";
-}
-
-void VRSettings::removeTemplateDirWithIdentifier(const std::string& identifier) {
-    std::string directory = templateDirectoryWithIdentifier(identifier);
-    if (directory.empty() || !platform::FileManager::fileExistsAtPath(directory)) return;
-    platform::ErrorRef error;
-    if (!platform::FileManager::removeItemAtPath(directory, &error)) {
-        platform::log("~~ failed to remove template folder: " + error->description());
-    }
-}
-
-bool VRSettings::copyTemplateImageDataToTemplateWithIdentifier(
-    const std::string& identifier, const std::string& sourceIdentifier) {
-    std::string source = templateImagePathWithIdentifier(sourceIdentifier);
-    std::string target = templateImagePathWithIdentifier(identifier);
-    if (source.empty() || target.empty() || !platform::FileManager::fileExistsAtPath(source)) {
-        return false;
-    }
-    std::string directory = templateDirectoryWithIdentifier(identifier);
-    if (!platform::FileManager::fileExistsAtPath(directory)) {
-        if (!platform::FileManager::createDirectoryAtPath(directory, true)) return false;
-        platform::FileManager::setExcludedFromBackup(directory);
-    }
-    platform::FileManager::removeItemAtPath(target);
-    return platform::FileManager::copyItemAtPath(source, target);
-}
-
-namespace {
-
-// Template archives are small; anything far larger is not one of ours.
-constexpr std::size_t kMaxTemplateArchiveBytes = 1u << 20;
-
-bool writeTemplate(const VXTemplate& tpl, const std::string& identifier) {
-    platform::ErrorRef error;
-    auto data = VXTemplateCoding::archivedDataWithTemplate(tpl, &error);
-    if (!data) {
-        platform::log("~~ Failed to archive object: " +
-                      (error ? error->description() : std::string("unknown error")));
-        return false;
-    }
-    std::string path = VRSettings::templateDataPathWithIdentifier(identifier);
-    if (path.empty() || !VXHelper::saveData(*data, path)) {
-        platform::log("~~ Failed to write archived data to file: " + path);
-        return false;
-    }
-    return true;
-}
-
-}  // namespace
-
-std::optional<std::string> VRSettings::saveTemplate(const VXTemplate& tpl, bool recent) {
-    std::string identifier = (recent ? "recent-" : "") + platform::UUIDString();
-    if (!writeTemplate(tpl, identifier)) return std::nullopt;
-    return identifier;
-}
-
-bool VRSettings::saveRawTemplate(const VXTemplate& tpl) {
-    return tpl.identifier() && writeTemplate(tpl, *tpl.identifier());
-}
-
-VXTemplateRef VRSettings::templateWithIdentifier(const std::string& identifier) {
-    std::string path = templateDataPathWithIdentifier(identifier);
-    if (path.empty()) return nullptr;
-    auto data = platform::FileManager::contentsAtPath(path, nullptr, kMaxTemplateArchiveBytes);
-    if (!data) return nullptr;
-    platform::ErrorRef error;
-    auto tpl = VXTemplateCoding::templateWithArchivedData(*data, &error);
-    if (!tpl) platform::log("~~ unreadable template " + identifier + ": " + error->description());
-    return tpl;
 }

@@ -1,7 +1,8 @@
 // The program's persistent settings: one property-list dictionary under "com.vorela.settings" in
 // the user defaults, with first-run values and the one-time migrations of older data. Read by
-// almost every subsystem; written on the main thread (no lock: each write replaces the whole
-// dictionary, so readers on other threads see whole dictionaries).
+// almost every subsystem. Every change is an edit of the user defaults, made again on the
+// stored dictionary when they are saved (under the store's file lock), so that processes
+// sharing a home never lose each other's changes.
 #pragma once
 
 #include <cstdint>
@@ -41,7 +42,12 @@ class VRSettings {
     // removes the key. Nothing is written when the stored dictionary is absent.
     static platform::PlistValue objectForKey(const std::string& key);
     static void setObject(const platform::PlistValue& value, const std::string& key);
-    static void save();
+    // A change of the settings dictionary that depends on what is stored (a counter, a list
+    // that grows): made now and made again on the stored dictionary when saving.
+    static void _modifySettings(const std::function<void(platform::PlistDictionary&)>& edit);
+    // Writes the changes to the file. False, with the reason in `error`, when they could not
+    // be written (a full disk, a read-only home); they stay in memory then.
+    static bool save(platform::ErrorRef* error = nullptr);
 
     static void _checkSettingsInstalled();
     // First run: the first-run values; later runs: the migrations, each once through its marker.
@@ -137,7 +143,8 @@ class VRSettings {
     static void removeRecentAssetsIdentifiers(const std::vector<std::string>& identifiers);
     static void removeAllRecentAssetsIdentifiers();
 
-    // 0 on the first call, then one more on each call; logs "~~ incremented index N".
+    // 0 on the first call, then one more on each call; logs "~~ incremented index N". Saves the
+    // settings, so that processes sharing the home count on from each other's numbers.
     static std::int64_t incrementedIndex();
 
     // Legacy template list (older versions kept the user's templates here).

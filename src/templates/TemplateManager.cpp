@@ -8,6 +8,7 @@
 #include "storage/VRSettings.h"
 #include "storage/VXHelperFiles.h"
 #include "templates/TemplateCatalogue.h"
+#include "templates/TemplateListFile.h"
 #include "templates/VRTemplateListCoding.h"
 #include "templates/VXHelperTemplate.h"
 
@@ -41,6 +42,18 @@ VRTemplateListItem rebuiltItem(const VRTemplateListItem& item,
     return VRTemplateListItem::withStoredFields(item.identifier(), title, item.description(),
                                                 item.mediaTypes(), imageSource, item.iconSource(),
                                                 item.subtitles(), {});
+}
+
+std::optional<std::vector<VRTemplateListItem>> decodeItems(const platform::PlistData& data,
+                                                           platform::ErrorRef* error) {
+    return VRTemplateListCoding::decodeItems(data, error);
+}
+platform::PlistData encodeItems(const std::vector<VRTemplateListItem>& items) {
+    return VRTemplateListCoding::encodeItems(items);
+}
+std::optional<std::vector<std::string>> decodeStrings(const platform::PlistData& data,
+                                                      platform::ErrorRef* error) {
+    return VRTemplateListCoding::decodeStrings(data, error);
 }
 
 std::optional<std::size_t> indexOf(const std::vector<VRTemplateListItem>& items,
@@ -142,32 +155,22 @@ VRTemplateListItem TemplateManager::listItemWithTemplate(const VXTemplate& tpl,
 std::optional<std::vector<VRTemplateListItem>> TemplateManager::_readItems(
     const std::string& path) {
     std::optional<std::vector<VRTemplateListItem>> items;
-    _queue().sync([&] {
-        if (!platform::FileManager::fileExistsAtPath(path)) return;
-        platform::ErrorRef error;
-        auto data = platform::FileManager::contentsAtPath(path, &error,
-                                                          VRTemplateListCoding::kMaxFileBytes);
-        if (data) items = VRTemplateListCoding::decodeItems(*data, &error);
-        if (!items) {
-            platform::log("~~ unreadable template list " + path + ": " +
-                          (error ? error->description() : std::string("unknown error")));
-        }
-    });
+    _queue().sync([&] { items = TemplateListFile::read(path, decodeItems); });
     return items;
 }
 
-void TemplateManager::_writeItems(const std::vector<VRTemplateListItem>& items,
-                                  const std::string& path) {
-    // Writes are barriers so that they land in the order they were made: a later list must
-    // never be overwritten by an earlier one still in flight.
-    _queue().asyncBarrier(
-        [items, path] { VXHelper::saveData(VRTemplateListCoding::encodeItems(items), path); });
-}
-
-void TemplateManager::_writeCollection() {
-    _queue().asyncBarrier([keys = _userCollection, path = _collectionURL] {
-        VXHelper::saveData(VRTemplateListCoding::encodeStrings(keys), path);
+bool TemplateManager::_changeItems(std::vector<VRTemplateListItem>& items, const std::string& path,
+                                   const ItemsChange& change, platform::ErrorRef* error) {
+    bool written = false;
+    // A barrier: the lists in memory are changed by one change at a time.
+    _queue().syncBarrier([&] {
+        written = TemplateListFile::change<VRTemplateListItem>(path, decodeItems, encodeItems,
+                                                               items, change, &items, error);
     });
+    if (!written && error && *error) {
+        platform::log("~~ template list " + path + " not written: " + (*error)->description());
+    }
+    return written;
 }
 
 // Lazy loads ---------------------------------------------------------------------------------
@@ -184,7 +187,10 @@ void TemplateManager::_loadUserTemplates() {
         [&](const VRLegacyTemplateInfo& info) { collected.push_back(itemWithLegacyInfo(info)); });
     _userTemplates = std::move(collected);
     _userTemplatesLoaded = true;
-    _writeItems(_userTemplates, _userListURL);
+    // Written only when still no list is there: another process may have made it meanwhile.
+    _changeItems(_userTemplates, _userListURL, [](std::vector<VRTemplateListItem>&) {
+        return !platform::FileManager::fileExistsAtPath(userListPath());
+    });
 }
 
 void TemplateManager::_loadRecentTemplates() {
@@ -201,11 +207,7 @@ void TemplateManager::_loadUserCollection() {
     if (_userCollectionLoaded) return;
     _userCollectionLoaded = true;
     std::optional<std::vector<std::string>> keys;
-    _queue().sync([&] {
-        auto data = platform::FileManager::contentsAtPath(_collectionURL, nullptr,
-                                                          VRTemplateListCoding::kMaxFileBytes);
-        if (data) keys = VRTemplateListCoding::decodeStrings(*data);
-    });
+    _queue().sync([&] { keys = TemplateListFile::read(_collectionURL, decodeStrings); });
     _userCollection = keys ? std::move(*keys) : std::vector<std::string>{};
 }
 
@@ -222,72 +224,107 @@ void TemplateManager::_userListChanged() {
     }
 }
 
-std::optional<std::size_t> TemplateManager::_userIndex(const std::string& identifier) {
+bool TemplateManager::updateUserTemplate(const VXTemplateRef& tpl, const std::string& identifier,
+                                         platform::ErrorRef* error) {
+    if (!tpl) return false;
+    _userListChanged();
     _loadUserTemplates();
-    return indexOf(_userTemplates, identifier);
-}
-
-void TemplateManager::updateUserTemplate(const VXTemplateRef& tpl, const std::string& identifier) {
-    if (!tpl) return;
-    _userListChanged();
     auto item = listItemWithTemplate(*tpl, identifier);
-    if (auto index = _userIndex(identifier)) {
-        _userTemplates[*index] = std::move(item);
-        _executableTemplates[identifier] = tpl;
-    } else {
-        // The template comes in through the resolving step on its first use.
-        _userTemplates.push_back(std::move(item));
-    }
-    _writeItems(_userTemplates, _userListURL);
+    return _changeItems(
+        _userTemplates, _userListURL,
+        [&](std::vector<VRTemplateListItem>& items) {
+            if (auto index = indexOf(items, identifier)) {
+                items[*index] = item;
+                _executableTemplates[identifier] = tpl;
+            } else {
+                // The template comes in through the resolving step on its first use.
+                items.push_back(item);
+            }
+            return true;
+        },
+        error);
 }
 
-void TemplateManager::resetUserTemplateImageSourceWith(const std::string& identifier) {
+bool TemplateManager::resetUserTemplateImageSourceWith(const std::string& identifier,
+                                                       platform::ErrorRef* error) {
     _userListChanged();
-    auto index = _userIndex(identifier);
-    if (!index) return;
-    auto& item = _userTemplates[*index];
-    item = rebuiltItem(item, item.title(), ImageSource::templateIdentifier());
-    if (auto it = _executableTemplates.find(identifier); it != _executableTemplates.end()) {
-        it->second->setBundleImageName(std::nullopt);
-    }
-    _writeItems(_userTemplates, _userListURL);
+    _loadUserTemplates();
+    return _changeItems(
+        _userTemplates, _userListURL,
+        [&](std::vector<VRTemplateListItem>& items) {
+            auto index = indexOf(items, identifier);
+            if (!index) return false;
+            auto& item = items[*index];
+            item = rebuiltItem(item, item.title(), ImageSource::templateIdentifier());
+            if (auto it = _executableTemplates.find(identifier); it != _executableTemplates.end()) {
+                it->second->setBundleImageName(std::nullopt);
+            }
+            return true;
+        },
+        error);
 }
 
-void TemplateManager::renameUserTemplateWith(const std::optional<std::string>& name,
-                                             const std::string& identifier) {
+bool TemplateManager::renameUserTemplateWith(const std::optional<std::string>& name,
+                                             const std::string& identifier,
+                                             platform::ErrorRef* error) {
     _userListChanged();
-    auto index = _userIndex(identifier);
-    if (!index) return;
-    auto& item = _userTemplates[*index];
-    item = rebuiltItem(item, name, item.imageSource());
-    if (auto it = _executableTemplates.find(identifier); it != _executableTemplates.end()) {
-        it->second->setName(name);
-    }
-    _writeItems(_userTemplates, _userListURL);
+    _loadUserTemplates();
+    return _changeItems(
+        _userTemplates, _userListURL,
+        [&](std::vector<VRTemplateListItem>& items) {
+            auto index = indexOf(items, identifier);
+            if (!index) return false;
+            auto& item = items[*index];
+            item = rebuiltItem(item, name, item.imageSource());
+            if (auto it = _executableTemplates.find(identifier); it != _executableTemplates.end()) {
+                it->second->setName(name);
+            }
+            return true;
+        },
+        error);
 }
 
 std::optional<std::string> TemplateManager::duplicateUserTemplateWith(
-    const std::string& identifier, const VXTemplateRef& newTemplate) {
+    const std::string& identifier, const VXTemplateRef& newTemplate, platform::ErrorRef* error) {
     _userListChanged();
-    auto index = _userIndex(identifier);
-    if (!index || !newTemplate) return std::nullopt;
+    if (!_userIndex(identifier) || !newTemplate) return std::nullopt;
     auto newIdentifier = VRSettings::saveTemplate(*newTemplate, false);
     if (!newIdentifier) return std::nullopt;
     VRSettings::copyTemplateImageDataToTemplateWithIdentifier(*newIdentifier, identifier);
     auto item = listItemWithTemplate(*newTemplate, *newIdentifier);
-    _userTemplates.insert(_userTemplates.begin() + static_cast<std::ptrdiff_t>(*index) + 1,
-                          std::move(item));
-    _writeItems(_userTemplates, _userListURL);
-    return newIdentifier;
+    bool written = _changeItems(
+        _userTemplates, _userListURL,
+        [&](std::vector<VRTemplateListItem>& items) {
+            // Removed by another process meanwhile: the copy goes to the end.
+            auto index = indexOf(items, identifier);
+            auto at = index ? items.begin() + static_cast<std::ptrdiff_t>(*index) + 1 : items.end();
+            items.insert(at, item);
+            return true;
+        },
+        error);
+    if (written) return newIdentifier;
+    VRSettings::removeTemplateDirWithIdentifier(*newIdentifier);
+    return std::nullopt;
 }
 
-bool TemplateManager::removeUserTemplateWith(const std::string& identifier) {
+bool TemplateManager::removeUserTemplateWith(const std::string& identifier,
+                                             platform::ErrorRef* error) {
     _userListChanged();
-    auto index = _userIndex(identifier);
-    if (!index) return false;
-    _userTemplates.erase(_userTemplates.begin() + static_cast<std::ptrdiff_t>(*index));
-    _writeItems(_userTemplates, _userListURL);
-    return true;
+    _loadUserTemplates();
+    return _changeItems(
+        _userTemplates, _userListURL,
+        [&](std::vector<VRTemplateListItem>& items) {
+            auto index = indexOf(items, identifier);
+            if (!index) return false;
+            items.erase(items.begin() + static_cast<std::ptrdiff_t>(*index));
+            return true;
+        },
+        error);
+}
+
+std::optional<std::size_t> TemplateManager::_userIndex(const std::string& identifier) {
+    _loadUserTemplates();
+    return indexOf(_userTemplates, identifier);
 }
 
 bool TemplateManager::_isCatalogueKey(const std::string& key) const {
@@ -301,50 +338,58 @@ const std::vector<VRTemplateListItem>& TemplateManager::recentTemplates() {
     return _recentTemplates;
 }
 
-void TemplateManager::_removeRecentAt(std::size_t index) {
-    std::string identifier = _recentTemplates[index].identifier();
-    _recentTemplates.erase(_recentTemplates.begin() + static_cast<std::ptrdiff_t>(index));
+void TemplateManager::_removeRecentAt(std::vector<VRTemplateListItem>& items, std::size_t index) {
+    std::string identifier = items[index].identifier();
+    items.erase(items.begin() + static_cast<std::ptrdiff_t>(index));
     // The seeded example is a catalogue template: it leaves the recents but stays resolvable.
     if (_isCatalogueKey(identifier)) return;
     _executableTemplates.erase(identifier);
     VRSettings::removeTemplateDirWithIdentifier(identifier);
 }
 
-void TemplateManager::updateRecentTemplate(const VXTemplateRef& tpl,
-                                           const std::string& identifier) {
-    if (!tpl) return;
+bool TemplateManager::updateRecentTemplate(const VXTemplateRef& tpl, const std::string& identifier,
+                                           platform::ErrorRef* error) {
+    if (!tpl) return false;
     _loadRecentTemplates();
     auto item = listItemWithTemplate(*tpl, identifier);
-    if (auto index = indexOf(_recentTemplates, identifier)) {
-        _recentTemplates[*index] = std::move(item);
-        _executableTemplates[identifier] = tpl;
-        _writeItems(_recentTemplates, _recentsURL);
-        return;
-    }
-    std::optional<std::size_t> repeat;
-    for (std::size_t i = _recentTemplates.size(); i-- > 0;) {
-        const auto& candidate = _recentTemplates[i];
-        if (candidate.title() == item.title() && candidate.subtitles() == item.subtitles()) {
-            repeat = i;
-            break;
-        }
-    }
-    if (repeat) {
-        _removeRecentAt(*repeat);
-    } else if (_recentTemplates.size() >= _numberOfRecentTemplates) {
-        _removeRecentAt(0);
-    }
-    _recentTemplates.push_back(std::move(item));
-    _writeItems(_recentTemplates, _recentsURL);
+    return _changeItems(
+        _recentTemplates, _recentsURL,
+        [&](std::vector<VRTemplateListItem>& items) {
+            if (auto index = indexOf(items, identifier)) {
+                items[*index] = item;
+                _executableTemplates[identifier] = tpl;
+                return true;
+            }
+            std::optional<std::size_t> repeat;
+            for (std::size_t i = items.size(); i-- > 0;) {
+                if (items[i].title() == item.title() && items[i].subtitles() == item.subtitles()) {
+                    repeat = i;
+                    break;
+                }
+            }
+            if (repeat) {
+                _removeRecentAt(items, *repeat);
+            } else if (items.size() >= _numberOfRecentTemplates) {
+                _removeRecentAt(items, 0);
+            }
+            items.push_back(item);
+            return true;
+        },
+        error);
 }
 
-bool TemplateManager::removeRecentTemplateWith(const std::string& identifier) {
+bool TemplateManager::removeRecentTemplateWith(const std::string& identifier,
+                                               platform::ErrorRef* error) {
     _loadRecentTemplates();
-    auto index = indexOf(_recentTemplates, identifier);
-    if (!index) return false;
-    _recentTemplates.erase(_recentTemplates.begin() + static_cast<std::ptrdiff_t>(*index));
-    _writeItems(_recentTemplates, _recentsURL);
-    return true;
+    return _changeItems(
+        _recentTemplates, _recentsURL,
+        [&](std::vector<VRTemplateListItem>& items) {
+            auto index = indexOf(items, identifier);
+            if (!index) return false;
+            items.erase(items.begin() + static_cast<std::ptrdiff_t>(*index));
+            return true;
+        },
+        error);
 }
 
 // The collection -----------------------------------------------------------------------------
@@ -354,11 +399,22 @@ const std::vector<std::string>& TemplateManager::userCollection() {
     return _userCollection;
 }
 
-void TemplateManager::updateUserCollection(std::vector<std::string> keys) {
+bool TemplateManager::updateUserCollection(std::vector<std::string> keys,
+                                           platform::ErrorRef* error) {
     _loadUserCollection();
     _cachedUserCollectionEntry.reset();
-    _userCollection = std::move(keys);
-    _writeCollection();
+    bool written = false;
+    _queue().syncBarrier([&] {
+        written = TemplateListFile::change<std::string>(
+            _collectionURL, decodeStrings, VRTemplateListCoding::encodeStrings, _userCollection,
+            [&](std::vector<std::string>& stored) {
+                // The keys replace the collection, whatever it held meanwhile.
+                stored = keys;
+                return true;
+            },
+            &_userCollection, error);
+    });
+    return written;
 }
 
 VRTemplateListSectionRef TemplateManager::userCollectionSection(bool personalTemplatesIncluded,

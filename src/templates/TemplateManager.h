@@ -1,10 +1,14 @@
 // Every template the user can reach: the built-in catalogue, the user's own templates, the
 // recents and the collection of favourites. Keeps the lists in memory, loads each from
 // documents/templates on first use and writes them on its "template-save-queue". The lists
-// are used from the main thread; the files are written on the queue.
+// are used from the main thread. The files are shared with other processes on the home: each
+// change is made under the file's lock on the list as stored then, and its write is finished
+// (or has failed, with the reason) when the operation returns. An unreadable list file is
+// kept aside beside itself, never overwritten.
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -13,6 +17,7 @@
 #include <vector>
 
 #include "platform/Dispatch.h"
+#include "platform/Error.h"
 #include "templates/VRTemplateListItem.h"
 #include "templates/VRTemplateListSection.h"
 #include "templates/VXTemplate.h"
@@ -60,38 +65,48 @@ class TemplateManager {
     // The user's list, in display order. Loaded on first use; a missing or unreadable
     // templates/list is replaced by what the legacy list in the settings yields.
     const std::vector<VRTemplateListItem>& userTemplates();
+    // The operations on the lists below return true when the list was changed and written;
+    // false with `error` left null when nothing matched, false with `error` set when the file
+    // could not be locked or written (the list in memory holds the change all the same).
+
     // Replaces the item of the identifier in place (and caches the template), or appends one.
-    void updateUserTemplate(const VXTemplateRef& tpl, const std::string& identifier);
+    bool updateUserTemplate(const VXTemplateRef& tpl, const std::string& identifier,
+                            platform::ErrorRef* error = nullptr);
     // The item shows the thumbnail of its folder again; keywords are cleared.
-    void resetUserTemplateImageSourceWith(const std::string& identifier);
-    void renameUserTemplateWith(const std::optional<std::string>& name,
-                                const std::string& identifier);
+    bool resetUserTemplateImageSourceWith(const std::string& identifier,
+                                          platform::ErrorRef* error = nullptr);
+    bool renameUserTemplateWith(const std::optional<std::string>& name,
+                                const std::string& identifier, platform::ErrorRef* error = nullptr);
     // Stores `newTemplate` under a new identifier, copies the thumbnail of `identifier` to
     // it and puts its item right after the original. The new identifier, or absent when the
     // original is not in the list or the copy could not be stored.
     std::optional<std::string> duplicateUserTemplateWith(const std::string& identifier,
-                                                         const VXTemplateRef& newTemplate);
-    // The first item of the identifier is removed; no match changes nothing. False then.
-    bool removeUserTemplateWith(const std::string& identifier);
+                                                         const VXTemplateRef& newTemplate,
+                                                         platform::ErrorRef* error = nullptr);
+    // The first item of the identifier is removed; no match changes nothing.
+    bool removeUserTemplateWith(const std::string& identifier, platform::ErrorRef* error = nullptr);
 
     // Oldest first, at most 10. A fresh install holds only the example.
     const std::vector<VRTemplateListItem>& recentTemplates();
     // The recents rule: an identifier already present is replaced in place; otherwise a
     // repeat (same title and detail lines) or, at 10 items, the oldest goes, together with its
     // cached template and folder, and the new item is appended.
-    void updateRecentTemplate(const VXTemplateRef& tpl, const std::string& identifier);
-    bool removeRecentTemplateWith(const std::string& identifier);
+    bool updateRecentTemplate(const VXTemplateRef& tpl, const std::string& identifier,
+                              platform::ErrorRef* error = nullptr);
+    bool removeRecentTemplateWith(const std::string& identifier,
+                                  platform::ErrorRef* error = nullptr);
 
     // Keys of catalogue templates, in the user's order.
     const std::vector<std::string>& userCollection();
-    void updateUserCollection(std::vector<std::string> keys);
+    bool updateUserCollection(std::vector<std::string> keys, platform::ErrorRef* error = nullptr);
     // "My Collection": the collection's catalogue items in catalogue order (standard) or in
     // the user's order (selection), then the user's templates when included. The last section
     // built is kept until its inputs or the lists it shows change.
     VRTemplateListSectionRef userCollectionSection(bool personalTemplatesIncluded,
                                                    VRTemplateSorting sorting);
 
-    // Blocks until every list write submitted so far is on disk.
+    // Blocks until every list write submitted so far is on disk (each operation waits for its
+    // own write already; kept for callers that finish with it).
     void waitForPendingWrites();
 
     // The files, in documents/templates.
@@ -104,14 +119,17 @@ class TemplateManager {
   private:
     platform::DispatchQueue& _queue();
     std::optional<std::vector<VRTemplateListItem>> _readItems(const std::string& path);
-    void _writeItems(const std::vector<VRTemplateListItem>& items, const std::string& path);
-    void _writeCollection();
+    using ItemsChange = std::function<bool(std::vector<VRTemplateListItem>& items)>;
+    // Under the file's lock: the list as stored (`items` when there is no readable file) is
+    // changed by `change` and written when it returns true; `items` becomes the result.
+    bool _changeItems(std::vector<VRTemplateListItem>& items, const std::string& path,
+                      const ItemsChange& change, platform::ErrorRef* error = nullptr);
     void _loadUserTemplates();
     void _loadRecentTemplates();
     void _loadUserCollection();
     void _userListChanged();
     std::optional<std::size_t> _userIndex(const std::string& identifier);
-    void _removeRecentAt(std::size_t index);
+    void _removeRecentAt(std::vector<VRTemplateListItem>& items, std::size_t index);
     bool _isCatalogueKey(const std::string& key) const;
 
     std::vector<VRTemplateListSectionRef> _standardTemplates;

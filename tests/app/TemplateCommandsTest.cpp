@@ -50,7 +50,8 @@ TEST(TemplateCommands, SizeAnswersWithTheResolvedOutput) {
     Outcome run = unwarp(home, "size --template uw-133 --media photo --source 4032x3024 --json");
     ASSERT_EQ(run.exitCode, 0);
     json answer = json::parse(run.out);
-    EXPECT_EQ(answer["outputSize"], json::array({5363.0, 3024.0}));
+    EXPECT_EQ(answer["outputSize"], (json{{"width", 5363}, {"height", 3024}}));
+    EXPECT_TRUE(answer["outputSize"]["width"].is_number_integer());
     EXPECT_EQ(answer["exceedsLimit"], false);
 }
 
@@ -69,8 +70,8 @@ TEST(TemplateCommands, AUserTemplateOverTheLimitReportsCodeFiveWithItsCorrection
         json answer = json::parse(run.out);
         EXPECT_EQ(answer["exceedsLimit"], true);
         EXPECT_EQ(answer["errorCode"], 5);
-        EXPECT_EQ(answer["exceedingSize"], json::array({9000.0, 5000.0}));
-        EXPECT_EQ(answer["correctingSize"], json::array({8192.0, 4551.0}));
+        EXPECT_EQ(answer["exceedingSize"], (json{{"width", 9000}, {"height", 5000}}));
+        EXPECT_EQ(answer["correctingSize"], (json{{"width", 8192}, {"height", 4551}}));
     }
     Outcome text = unwarp(home, "size --template " + key + " --media photo --source 9000x5000");
     EXPECT_NE(text.out.find("error code 5"), std::string::npos);
@@ -121,10 +122,12 @@ TEST(TemplateCommands, UserTemplatesAreCreatedRenamedDuplicatedAndRemoved) {
     EXPECT_EQ(tpl["locked"], false);
     EXPECT_EQ(tpl["stored"], true);
     EXPECT_EQ(tpl["photo"]["type"], 3);
-    EXPECT_EQ(tpl["photo"]["size"], json::array({16.0, 9.0}));
+    EXPECT_EQ(tpl["photo"]["width"], 16);
+    EXPECT_EQ(tpl["photo"]["height"], 9);
     EXPECT_EQ(tpl["photo"]["options"], json::array({1, 3}));
     EXPECT_EQ(tpl["photo"]["format"], "PNG");
-    EXPECT_EQ(tpl["video"]["size"], json::array({1920.0, 1080.0}));
+    EXPECT_EQ(tpl["video"]["width"], 1920);
+    EXPECT_EQ(tpl["video"]["height"], 1080);
     EXPECT_EQ(tpl["video"]["format"], "MP4");
 
     Outcome blank = unwarp(home, "template create --name ' ' --size 1200xauto --media photo");
@@ -156,12 +159,10 @@ TEST(TemplateCommands, UserTemplatesAreCreatedRenamedDuplicatedAndRemoved) {
 TEST(TemplateCommands, BadValuesAreUsageErrors) {
     testing_support::TestHome home;
     const std::vector<std::string> cases = {
-        "size --template no-such --media photo --source 10x10",
         "size --template uw-133 --media audio --source 10x10",
         "size --template uw-133 --media photo --source 10x",
         "size --template uw-133 --media photo --source -5x10",
         "size --template uw-133 --media photo --source 10x10 --device-class 9",
-        "template show no-such-key",
         "template create --size 12x",
         "template create --size 100%x50",
         "template create --size 16:0",
@@ -170,13 +171,13 @@ TEST(TemplateCommands, BadValuesAreUsageErrors) {
         "template create --size 10x10 --photo-format mov",
         "template create --size 10x10 --video-format jpeg",
         "template create --size 10x10 --media audio",
-        "template rename uw-133 Mine",
-        "template remove uw-133",
-        "template duplicate no-such-key",
         "settings get no-such-setting",
         "settings set photoJPEGCompression 150",
         "settings set autoSaveDisabled maybe",
         "settings set settingsInit 2",
+        "settings set videoBitrate 11.555",
+        "settings set videoBitrate 05",
+        "settings set videoBitrate 1e3",
     };
     for (const auto& arguments : cases) {
         SCOPED_TRACE(arguments);
@@ -186,39 +187,110 @@ TEST(TemplateCommands, BadValuesAreUsageErrors) {
     }
 }
 
-TEST(TemplateCommands, SettingsShowDisabledKeysThroughTheirAccessors) {
+// A missing key is a failure of the run (1), not a mistake in the command line (2).
+TEST(TemplateCommands, AMissingTemplateKeyExitsOne) {
+    testing_support::TestHome home;
+    for (const std::string arguments :
+         {"size --template no-such --media photo --source 10x10", "template show no-such-key",
+          "template rename uw-133 Mine", "template remove uw-133", "template remove no-such-key",
+          "template duplicate no-such-key"}) {
+        SCOPED_TRACE(arguments);
+        Outcome run = unwarp(home, arguments);
+        EXPECT_EQ(run.exitCode, 1);
+        EXPECT_EQ(run.err.rfind("unwarp: ", 0), 0u) << run.err;
+    }
+}
+
+// Every width and height in the JSON of templates, template show and size is an integer,
+// under the same two field names.
+TEST(TemplateCommands, JsonSizesAreIntegersWithOneFieldSet) {
+    testing_support::TestHome home;
+    ASSERT_EQ(unwarp(home, "template create --name Mine --size 1200x600").exitCode, 0);
+    const auto expectSize = [](const json& object, const std::string& where) {
+        ASSERT_TRUE(object.is_object()) << where;
+        EXPECT_TRUE(object["width"].is_number_integer()) << where << ": " << object.dump();
+        EXPECT_TRUE(object["height"].is_number_integer()) << where << ": " << object.dump();
+    };
+    Outcome listed = unwarp(home, "templates --json");
+    ASSERT_EQ(listed.exitCode, 0) << listed.err;
+    std::size_t media = 0;
+    for (const json& section : json::parse(listed.out)) {
+        for (const json& item : section["items"]) {
+            for (const char* type : {"photo", "video"}) {
+                if (item[type].is_null()) continue;
+                expectSize(item[type], item["identifier"].get<std::string>() + " " + type);
+                ++media;
+            }
+        }
+    }
+    EXPECT_GT(media, 200u);
+    json shown = json::parse(unwarp(home, "template show uw-133 --json").out);
+    expectSize(shown["photo"], "template show");
+    EXPECT_EQ(shown["photo"]["width"], 133);
+    json sized = json::parse(
+        unwarp(home, "size --template ig-square-fit --media photo --source 2000x1000 --json").out);
+    for (const char* field : {"outputSize", "imageSize", "frame"}) expectSize(sized[field], field);
+    EXPECT_EQ(sized["imageSize"], (json{{"width", 1080}, {"height", 540}}));
+    EXPECT_EQ(sized["frame"]["width"], 1080);
+}
+
+TEST(TemplateCommands, SettingsShowStoredKeysAndValuesBesideTheirMeaning) {
     testing_support::TestHome home;
     struct Case {
         std::string arguments;
+        int exitCode;
         std::string expected;
     };
     const std::vector<Case> cases = {
-        {"settings get autoSaveDisabled", "autoSaveDisabled (isAutoSaveEnabled) = false\n"},
-        {"settings get isPixelSizeEnabled", "pixelSizeDisabled (isPixelSizeEnabled) = true\n"},
-        {"settings get imageOptions", "imageOptions = [1, 5]\n"},
-        {"settings get photoJPEGCompression", "photoJPEGCompression = 85\n"},
-        {"settings get exportFilenameBasename", "exportFilenameBasename = uwrp_img\n"},
-        {"settings set autoSaveDisabled true", "autoSaveDisabled (isAutoSaveEnabled) = true\n"},
-        {"settings get autoSaveDisabled", "autoSaveDisabled (isAutoSaveEnabled) = true\n"},
-        {"settings set imageFormat heic", "imageFormat = 5 (HEIC)\n"},
-        {"settings set videoSizes 1280x720,640x360", "videoSizes = 1280 x 720, 640 x 360\n"},
-        {"settings set vr-defaults-tpl-sorting selection",
-         "vr-defaults-tpl-sorting (templateSorting) = selection\n"},
-        {"settings reset", ""},
-        {"settings get autoSaveDisabled", "autoSaveDisabled (isAutoSaveEnabled) = false\n"},
-        {"settings get imageFormat", "imageFormat = 0 (Auto)\n"},
+        {"settings get autoSaveDisabled", 0,
+         "autoSaveDisabled = true (results are not saved to the library)\n"},
+        {"settings get isPixelSizeEnabled", 0,
+         "pixelSizeDisabled = false (sizes are shown in pixels)\n"},
+        // A fresh home shows the migrated options, as every later use reads them.
+        {"settings get imageOptions", 0, "imageOptions = [5, 0]\n"},
+        {"settings get photoJPEGCompression", 0, "photoJPEGCompression = 85\n"},
+        {"settings get exportFilenameBasename", 0, "exportFilenameBasename = uwrp_img\n"},
+        // By the stored key the value is stored as given; by the accessor it is its meaning.
+        {"settings set copyGpsMetadataDisabled true", 0,
+         "copyGpsMetadataDisabled = true (GPS is not copied)\n"},
+        {"settings get shouldCopyGpsMetadata", 0,
+         "copyGpsMetadataDisabled = true (GPS is not copied)\n"},
+        {"settings set shouldCopyGpsMetadata true", 0,
+         "copyGpsMetadataDisabled = false (GPS is copied)\n"},
+        {"settings set autoSaveDisabled false", 0,
+         "autoSaveDisabled = false (results are saved to the library)\n"},
+        {"settings set isAutoSaveEnabled false", 0,
+         "autoSaveDisabled = true (results are not saved to the library)\n"},
+        {"settings set imageFormat heic", 0, "imageFormat = 5 (HEIC)\n"},
+        {"settings set videoSizes 1280x720,640x360", 0, "videoSizes = 1280 x 720, 640 x 360\n"},
+        {"settings set vr-defaults-tpl-sorting selection", 0,
+         "vr-defaults-tpl-sorting = selection\n"},
+        // The bit rate field: two decimals at most, a comma is a point, no leading zero.
+        {"settings set videoBitrate 11,5", 0,
+         "videoBitrate = 11.5 (not used while videoBitrateAuto is true)\n"},
+        {"settings set videoBitrate 11.555", 2, ""},
+        {"settings set videoBitrate 05", 2, ""},
+        {"settings set videoBitrate .5", 0,
+         "videoBitrate = 0.5 (not used while videoBitrateAuto is true)\n"},
+        {"settings set videoBitrateAuto false", 0,
+         "videoBitrateAuto = false (videoBitrate is used)\n"},
+        {"settings get videoBitrate", 0, "videoBitrate = 0.5 (0.5 Mbit/s)\n"},
+        {"settings reset", 0, ""},
+        {"settings get autoSaveDisabled", 0,
+         "autoSaveDisabled = true (results are not saved to the library)\n"},
+        {"settings get imageFormat", 0, "imageFormat = 0 (Auto)\n"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.arguments);
         Outcome run = unwarp(home, c.arguments);
-        EXPECT_EQ(run.exitCode, 0) << run.err;
+        EXPECT_EQ(run.exitCode, c.exitCode) << run.err;
         EXPECT_EQ(run.out, c.expected);
     }
     Outcome list = unwarp(home, "settings list");
     ASSERT_EQ(list.exitCode, 0);
-    EXPECT_NE(list.out.find("copyGpsMetadataDisabled (shouldCopyGpsMetadata) = true\n"),
+    EXPECT_NE(list.out.find("copyGpsMetadataDisabled = false (GPS is copied)\n"),
               std::string::npos);
-    EXPECT_NE(list.out.find("settingsInit = 1  [read-only]\n"), std::string::npos);
+    EXPECT_NE(list.out.find("settingsSmartSizeUpdate = 1  [read-only]\n"), std::string::npos);
 }
 
 TEST(TemplateCommands, CorruptedListFilesNeverStopTheCommands) {
@@ -236,7 +308,16 @@ TEST(TemplateCommands, CorruptedListFilesNeverStopTheCommands) {
     EXPECT_EQ(listed.exitCode, 0) << listed.err;
     EXPECT_NE(listed.out.find("Unwarp - Anamorphic un-warp"), std::string::npos);
     Outcome shown = unwarp(home, "template show " + key);
-    EXPECT_EQ(shown.exitCode, 2);
+    EXPECT_EQ(shown.exitCode, 1);
+    // Each unreadable list was kept aside as it was, not overwritten.
+    std::size_t kept = 0;
+    for (const auto& name : command_test::filesIn(home.path("documents/templates"))) {
+        if (name.find(".unreadable-") == std::string::npos) continue;
+        std::ifstream in(home.path("documents/templates/" + name));
+        EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), "{\"broken\": [1, 2");
+        ++kept;
+    }
+    EXPECT_GE(kept, 2u) << "templates/list and templates/recents";
     Outcome sized = unwarp(home, "size --template uw-150 --media video --source 1920x1080");
     EXPECT_EQ(sized.exitCode, 0);
     EXPECT_NE(sized.out.find("output: 2880 x 1080"), std::string::npos) << sized.out;

@@ -7,7 +7,10 @@
 #include <chrono>
 #include <csignal>
 #include <fstream>
+#include <functional>
 #include <iterator>
+#include <map>
+#include <memory>
 #include <random>
 #include <thread>
 
@@ -75,8 +78,10 @@ TEST(UserDefaults, ValuesSurviveReopenWithTheirTypes) {
         defaults.removeObjectForKey("removed");
         ASSERT_TRUE(defaults.synchronize());
     }
-    // No temporary file remains beside the store, and it is a binary property list.
-    EXPECT_EQ(namesIn(home.root()), std::vector<std::string>{"defaults.plist"});
+    // No temporary file remains beside the store (only its lock), and it is a binary
+    // property list.
+    EXPECT_EQ(namesIn(home.root()),
+              (std::vector<std::string>{"defaults.plist", "defaults.plist.lock"}));
     EXPECT_EQ(readRaw(path).substr(0, 8), "bplist00");
 
     UserDefaults reopened(path);
@@ -124,7 +129,8 @@ TEST(UserDefaults, UnreadableFileIsMovedAsideAndStoreStartsEmpty) {
         // The next write makes a fresh file and the old one stays where it was put.
         defaults.setObject(7, "after");
         ASSERT_TRUE(defaults.synchronize()) << c.fault;
-        EXPECT_EQ(namesIn(home.root()), (std::vector<std::string>{"defaults.plist", names[0]}));
+        EXPECT_EQ(namesIn(home.root()),
+                  (std::vector<std::string>{"defaults.plist", "defaults.plist.lock", names[0]}));
         EXPECT_EQ(UserDefaults(path).integerForKey("after"), 7) << c.fault;
     }
 }
@@ -210,4 +216,82 @@ TEST(UserDefaults, WriterKilledMidWriteLeavesOldOrNewFile) {
         const char expected = static_cast<char>('a' + reader.integerForKey("generation") % 26);
         EXPECT_EQ(*payload.string(), std::string(kPayloadBytes, expected)) << "round " << round;
     }
+}
+
+// Two stores on one file stand for two processes on one home: each one's changes are made
+// again on what the other stored, so none is lost, and edits count from the stored value.
+TEST(UserDefaults, TwoStoresOnOneFileKeepEachOthersChanges) {
+    testing_support::TestHome home;
+    const std::string path = home.path("defaults.plist");
+    UserDefaults first(path), second(path);
+    const auto increment = [](PlistDictionary& values) {
+        values["counter"] = values["counter"].integerValue() + 1;
+    };
+    first.setObject("one", "first");
+    first.modify(increment);
+    second.setObject("two", "second");
+    second.modify(increment);
+    ASSERT_TRUE(first.synchronize());
+    ASSERT_TRUE(second.synchronize());
+    // The second store now also sees what the first one wrote.
+    EXPECT_EQ(second.objectForKey("first"), PlistValue("one"));
+    UserDefaults reopened(path);
+    EXPECT_EQ(reopened.objectForKey("first"), PlistValue("one"));
+    EXPECT_EQ(reopened.objectForKey("second"), PlistValue("two"));
+    EXPECT_EQ(reopened.integerForKey("counter"), 2);
+}
+
+// Random sets, removals and counter edits from two stores on one file, saved at random and
+// reopened at random, against a plain map that applies each store's changes when it saves.
+TEST(UserDefaults, RandomChangesOfTwoStoresMatchAPlainModelAcrossReopens) {
+    testing_support::TestHome home;
+    const std::string path = home.path("defaults.plist");
+    std::mt19937 random(2024);
+    std::map<std::string, PlistValue> model;
+    using Change = std::function<void(std::map<std::string, PlistValue>&)>;
+    struct Writer {
+        std::unique_ptr<UserDefaults> store;
+        std::vector<Change> pending;
+    };
+    Writer writers[2] = {{std::make_unique<UserDefaults>(path), {}},
+                         {std::make_unique<UserDefaults>(path), {}}};
+    const auto pick = [&](int n) { return std::uniform_int_distribution<int>(0, n - 1)(random); };
+    for (int step = 0; step < 400; ++step) {
+        Writer& writer = writers[pick(2)];
+        const std::string key = "key-" + std::to_string(pick(6));
+        switch (pick(5)) {
+            case 0:
+            case 1: {
+                const PlistValue value = static_cast<std::int64_t>(step);
+                writer.store->setObject(value, key);
+                writer.pending.push_back([key, value](auto& map) { map[key] = value; });
+                break;
+            }
+            case 2:
+                writer.store->removeObjectForKey(key);
+                writer.pending.push_back([key](auto& map) { map.erase(key); });
+                break;
+            case 3:
+                writer.store->modify([](PlistDictionary& values) {
+                    values["count"] = values["count"].integerValue() + 1;
+                });
+                writer.pending.push_back([](auto& map) {
+                    auto it = map.find("count");
+                    map["count"] = (it == map.end() ? 0 : it->second.integerValue()) + 1;
+                });
+                break;
+            case 4:
+                ASSERT_TRUE(writer.store->synchronize());
+                for (const auto& change : writer.pending) change(model);
+                writer.pending.clear();
+                EXPECT_EQ(writer.store->dictionaryRepresentation(), model) << "step " << step;
+                if (pick(3) == 0) writer.store = std::make_unique<UserDefaults>(path);
+                break;
+        }
+    }
+    for (Writer& writer : writers) {
+        ASSERT_TRUE(writer.store->synchronize());
+        for (const auto& change : writer.pending) change(model);
+    }
+    EXPECT_EQ(UserDefaults(path).dictionaryRepresentation(), model);
 }

@@ -2,9 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <map>
+#include <memory>
 #include <random>
 
 #include "platform/Environment.h"
@@ -515,3 +518,101 @@ TEST_F(VRSettingsTest, TemplatePathsStayInsideTheirFolder) {
 }
 
 }  // namespace
+
+// Two stores on one file stand for two processes on one fresh home. Each prepares its own
+// first-run values; those must never undo what the other one stored meanwhile.
+TEST_F(VRSettingsTest, ASecondProcessOnAFreshHomeKeepsTheFirstOnesChanges) {
+    const std::string path = platform::Environment::settingsDirectory() + "/defaults.plist";
+    platform::UserDefaults first(path), second(path);
+    VRSettings::setUserDefaults(&second);
+    EXPECT_TRUE(VRSettings::shouldCopyGpsMetadata());  // prepared before the first one saves
+    VRSettings::setUserDefaults(&first);
+    VRSettings::setCopyGpsMetadata(false);
+    ASSERT_TRUE(VRSettings::save());
+    VRSettings::setUserDefaults(&second);
+    VRSettings::setLivePhotoEnabled(true);
+    ASSERT_TRUE(VRSettings::save());
+    platform::UserDefaults reopened(path);
+    VRSettings::setUserDefaults(&reopened);
+    EXPECT_FALSE(VRSettings::shouldCopyGpsMetadata());
+    EXPECT_TRUE(VRSettings::isLivePhotoEnabled());
+    EXPECT_EQ(VRSettings::objectForKey("settingsInit"), PlistValue(1));
+    VRSettings::setUserDefaults(nullptr);
+}
+
+// Random changes through the accessors from two stores on one file (two processes), saved and
+// reopened at random, against a plain model that takes each store's changes when it saves.
+TEST_F(VRSettingsTest, RandomChangesOfTwoProcessesMatchAPlainModel) {
+    const std::string path = platform::Environment::settingsDirectory() + "/defaults.plist";
+    using Setter = void (*)(bool);
+    using Getter = bool (*)();
+    const std::vector<std::pair<Getter, Setter>> switches = {
+        {VRSettings::shouldCopyGpsMetadata, VRSettings::setCopyGpsMetadata},
+        {VRSettings::isAutoSaveEnabled, VRSettings::setAutoSaveEnabled},
+        {VRSettings::isLivePhotoEnabled, VRSettings::setLivePhotoEnabled},
+        {VRSettings::isPhotoDPIAuto, VRSettings::setPhotoDPIAuto},
+    };
+    struct Model {
+        std::vector<bool> switches{true, false, false, true};  // first-run values
+        std::vector<std::string> recents;
+    } model;
+    using Change = std::function<void(Model&)>;
+    struct Process {
+        std::unique_ptr<platform::UserDefaults> store;
+        std::vector<Change> pending;
+    };
+    Process processes[2] = {{std::make_unique<platform::UserDefaults>(path), {}},
+                            {std::make_unique<platform::UserDefaults>(path), {}}};
+    std::mt19937 random(99);
+    const auto pick = [&](int n) { return std::uniform_int_distribution<int>(0, n - 1)(random); };
+    const auto saved = [&](Process& process) {
+        for (const auto& change : process.pending) change(model);
+        process.pending.clear();
+    };
+    std::int64_t nextIndex = 0;
+    for (int step = 0; step < 300; ++step) {
+        Process& process = processes[pick(2)];
+        VRSettings::setUserDefaults(process.store.get());
+        switch (pick(5)) {
+            case 0:
+            case 1: {
+                const std::size_t which = static_cast<std::size_t>(pick(4));
+                const bool value = pick(2) == 1;
+                switches[which].second(value);
+                process.pending.push_back([which, value](Model& m) { m.switches[which] = value; });
+                break;
+            }
+            case 2: {
+                const std::string identifier = "asset-" + std::to_string(pick(8));
+                VRSettings::addRecentAssetsIdentifiers({identifier});
+                process.pending.push_back([identifier](Model& m) {
+                    if (std::find(m.recents.begin(), m.recents.end(), identifier) ==
+                        m.recents.end()) {
+                        m.recents.push_back(identifier);
+                    }
+                });
+                break;
+            }
+            case 3:
+                // Saves at once: the two processes never hand out the same number.
+                ASSERT_EQ(VRSettings::incrementedIndex(), nextIndex++) << "step " << step;
+                saved(process);
+                break;
+            case 4:
+                ASSERT_TRUE(VRSettings::save());
+                saved(process);
+                if (pick(2) == 0) {
+                    VRSettings::setUserDefaults(nullptr);
+                    process.store = std::make_unique<platform::UserDefaults>(path);
+                    VRSettings::setUserDefaults(process.store.get());
+                }
+                for (std::size_t i = 0; i < switches.size(); ++i) {
+                    ASSERT_EQ(switches[i].first(), model.switches[i])
+                        << "step " << step << " switch " << i;
+                }
+                ASSERT_EQ(VRSettings::recentAssetsIdentifiers(), model.recents) << "step " << step;
+                break;
+        }
+    }
+    VRSettings::setUserDefaults(nullptr);
+}

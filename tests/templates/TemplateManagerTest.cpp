@@ -4,8 +4,12 @@
 
 #include <filesystem>
 #include <fstream>
+#include <iterator>
+#include <memory>
+#include <random>
 
 #include "platform/FileManager.h"
+#include "platform/Log.h"
 #include "storage/VRSettings.h"
 #include "support/TestHome.h"
 #include "templates/TemplateCatalogue.h"
@@ -280,3 +284,98 @@ TEST(TemplateManagerTest, ListIdentifiersThatWouldLeaveTheTemplateFolderAreHarml
 }
 
 }  // namespace
+
+namespace {
+
+struct Row {
+    std::string identifier;
+    std::optional<std::string> title;
+    bool operator==(const Row&) const = default;
+};
+
+std::vector<Row> rowsOf(const std::vector<VRTemplateListItem>& items) {
+    std::vector<Row> rows;
+    for (const auto& item : items) rows.push_back({item.identifier(), item.title()});
+    return rows;
+}
+
+}  // namespace
+
+// Two managers on one home stand for two processes. Random creations, renames, removals and
+// reopens from either of them, checked against a plain list that takes every change in order.
+TEST(TemplateManagerTest, RandomChangesOfTwoProcessesMatchAPlainModelAcrossReopens) {
+    testing_support::TestHome home;
+    std::vector<Row> model;
+    std::unique_ptr<TemplateManager> managers[2] = {std::make_unique<TemplateManager>(),
+                                                    std::make_unique<TemplateManager>()};
+    std::mt19937 random(31);
+    const auto pick = [&](std::size_t n) {
+        return std::uniform_int_distribution<std::size_t>(0, n - 1)(random);
+    };
+    for (int step = 0; step < 200; ++step) {
+        auto& manager = managers[pick(2)];
+        const std::string title = "Step " + std::to_string(step);
+        switch (pick(4)) {
+            case 0: {
+                std::string identifier;
+                auto tpl = stored(title, 100 + step, false, &identifier);
+                ASSERT_TRUE(manager->updateUserTemplate(tpl, identifier));
+                model.push_back({identifier, title});
+                break;
+            }
+            case 1: {
+                if (model.empty()) continue;
+                Row& row = model[pick(model.size())];
+                ASSERT_TRUE(manager->renameUserTemplateWith(title, row.identifier));
+                row.title = title;
+                break;
+            }
+            case 2: {
+                // A removed or unknown identifier changes nothing and is no error.
+                const bool known = !model.empty() && pick(4) != 0;
+                const std::string identifier =
+                    known ? model[pick(model.size())].identifier : "unknown-" + title;
+                platform::ErrorRef error;
+                EXPECT_EQ(manager->removeUserTemplateWith(identifier, &error), known);
+                EXPECT_FALSE(error);
+                std::erase_if(model, [&](const Row& row) { return row.identifier == identifier; });
+                break;
+            }
+            case 3:
+                manager = std::make_unique<TemplateManager>();
+                break;
+        }
+        ASSERT_EQ(rowsOf(manager->userTemplates()), model) << "step " << step;
+    }
+    EXPECT_EQ(rowsOf(TemplateManager().userTemplates()), model);
+}
+
+TEST(TemplateManagerTest, AnUnreadableListIsKeptAsideWithALogLine) {
+    testing_support::TestHome home;
+    fs::create_directories(fs::path(TemplateManager::userListPath()).parent_path());
+    std::ofstream(TemplateManager::userListPath()) << "[{\"identifier\": tru";
+    std::vector<std::string> lines;
+    platform::setLogSink(
+        [](const std::string& line, void* context) {
+            static_cast<std::vector<std::string>*>(context)->push_back(line);
+        },
+        &lines);
+    {
+        TemplateManager manager;
+        std::string identifier;
+        ASSERT_TRUE(manager.updateUserTemplate(stored("New", 900, false, &identifier), identifier));
+    }
+    platform::setLogSink(nullptr, nullptr);
+    std::vector<std::string> aside;
+    for (const auto& entry : fs::directory_iterator(home.path("documents/templates"))) {
+        if (entry.path().filename().string().rfind("list.unreadable-", 0) == 0) {
+            aside.push_back(entry.path().string());
+        }
+    }
+    ASSERT_EQ(aside.size(), 1u);
+    std::ifstream in(aside[0]);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), "[{\"identifier\": tru");
+    EXPECT_EQ(keysOnDisk(TemplateManager::userListPath()).size(), 1u);
+    ASSERT_FALSE(lines.empty());
+    EXPECT_NE(lines[0].find(aside[0]), std::string::npos) << lines[0];
+}
