@@ -409,7 +409,9 @@ std::vector<Setting> settingsTable() {
         boolSetting(VRSettings2TemplateCustomOnKey, "isTemplateCustomOn", S2::isTemplateCustomOn,
                     S2::setTemplateCustomOn),
         {VRCrashReportURLKey, VRCrashReportURLKey, CrashReporting::reportURLText,
-         CrashReporting::setReportURL},
+         [](const std::string& text, bool, std::string* problem) {
+             return CrashReporting::setReportURL(text, problem);
+         }},
     };
 }
 

@@ -64,6 +64,16 @@ std::optional<std::size_t> indexOf(const std::vector<VRTemplateListItem>& items,
     return std::nullopt;
 }
 
+// An edit of a stored list that takes out the item of `identifier`; false when it is not there.
+auto eraseItem(const std::string& identifier) {
+    return [&identifier](std::vector<VRTemplateListItem>& items) {
+        auto index = indexOf(items, identifier);
+        if (!index) return false;
+        items.erase(items.begin() + static_cast<std::ptrdiff_t>(*index));
+        return true;
+    };
+}
+
 }  // namespace
 
 TemplateManager& TemplateManager::shared() {
@@ -311,15 +321,7 @@ bool TemplateManager::removeUserTemplateWith(const std::string& identifier,
                                              platform::ErrorRef* error) {
     _userListChanged();
     _loadUserTemplates();
-    return _changeItems(
-        _userTemplates, _userListURL,
-        [&](std::vector<VRTemplateListItem>& items) {
-            auto index = indexOf(items, identifier);
-            if (!index) return false;
-            items.erase(items.begin() + static_cast<std::ptrdiff_t>(*index));
-            return true;
-        },
-        error);
+    return _changeItems(_userTemplates, _userListURL, eraseItem(identifier), error);
 }
 
 std::optional<std::size_t> TemplateManager::_userIndex(const std::string& identifier) {
@@ -381,15 +383,7 @@ bool TemplateManager::updateRecentTemplate(const VXTemplateRef& tpl, const std::
 bool TemplateManager::removeRecentTemplateWith(const std::string& identifier,
                                                platform::ErrorRef* error) {
     _loadRecentTemplates();
-    return _changeItems(
-        _recentTemplates, _recentsURL,
-        [&](std::vector<VRTemplateListItem>& items) {
-            auto index = indexOf(items, identifier);
-            if (!index) return false;
-            items.erase(items.begin() + static_cast<std::ptrdiff_t>(*index));
-            return true;
-        },
-        error);
+    return _changeItems(_recentTemplates, _recentsURL, eraseItem(identifier), error);
 }
 
 // The collection -----------------------------------------------------------------------------

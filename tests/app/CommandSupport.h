@@ -40,12 +40,7 @@ inline Outcome unwarp(const testing_support::TestHome& home, const std::string& 
 
 // The names in a folder, sorted; none when it does not exist.
 inline std::vector<std::string> filesIn(const std::string& folder) {
-    std::vector<std::string> names;
-    std::error_code ec;
-    for (const auto& e : std::filesystem::directory_iterator(folder, ec))
-        names.push_back(e.path().filename().string());
-    std::sort(names.begin(), names.end());
-    return names;
+    return testing_support::namesIn(folder);
 }
 
 // Starts `unwarp --home HOME process --template KEY --out OUT FILE`, sends it SIGINT after

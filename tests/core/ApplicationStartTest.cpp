@@ -15,17 +15,8 @@ using platform::FileManager;
 
 namespace {
 
-std::vector<std::string> namesIn(const std::string& directory) {
-    auto names =
-        FileManager::contentsOfDirectoryAtPath(directory).value_or(std::vector<std::string>{});
-    std::sort(names.begin(), names.end());
-    return names;
-}
-
-void touch(const std::string& path) {
-    FileManager::createDirectoryAtPath(FileManager::stringByDeletingLastPathComponent(path), true);
-    std::ofstream(path) << "x";
-}
+using testing_support::namesIn;
+using testing_support::touch;
 
 // The clean-ups of a start: temporary images (not while a file is being opened), temporary
 // videos, old "-vid" files once, import and camera assets, and ended processes' temporaries;

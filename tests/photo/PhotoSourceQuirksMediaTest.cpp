@@ -99,7 +99,7 @@ TEST(PhotoSourceQuirksMedia, BytesOfAnotherTypeThanTheirNameTakeJpegAtTheSetting
             SCOPED_TRACE(std::to_string(setting) + (isAuto ? " auto" : " jpeg"));
             Processed out = process(named, isAuto ? automatic : asJpeg);
             ASSERT_TRUE(out.result) << (out.error ? out.error->description() : "cancelled");
-            EXPECT_EQ(out.path(), home.path("documents/IMG_3.jpg"));
+            EXPECT_EQ(std::filesystem::path(out.path()).filename(), "IMG_3.jpg");
             EXPECT_EQ(run("exiftool -s3 -FileType '" + out.path() + "'"), "JPEG");
             bytes[{setting, isAuto}] = readAll(out.path());
         }

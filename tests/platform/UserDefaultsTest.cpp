@@ -28,12 +28,7 @@ using platform::UserDefaults;
 
 namespace {
 
-std::vector<std::string> namesIn(const std::string& directory) {
-    auto names =
-        FileManager::contentsOfDirectoryAtPath(directory).value_or(std::vector<std::string>{});
-    std::sort(names.begin(), names.end());
-    return names;
-}
+using testing_support::namesIn;
 
 void writeRaw(const std::string& path, const std::string& bytes) {
     std::ofstream(path, std::ios::binary) << bytes;

@@ -16,17 +16,8 @@ using platform::FileManager;
 
 namespace {
 
-std::vector<std::string> namesIn(const std::string& directory) {
-    auto names =
-        FileManager::contentsOfDirectoryAtPath(directory).value_or(std::vector<std::string>{});
-    std::sort(names.begin(), names.end());
-    return names;
-}
-
-void touch(const std::string& path) {
-    FileManager::createDirectoryAtPath(FileManager::stringByDeletingLastPathComponent(path), true);
-    std::ofstream(path) << "x";
-}
+using testing_support::namesIn;
+using testing_support::touch;
 
 // Another process that owns `tag` and runs until killed.
 pid_t otherOwner(const std::string& lockPath) {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace testing_support {
 
@@ -24,5 +25,11 @@ class TestHome {
 // Runs a command through the shell; returns its exit status and fills `output` with what it
 // printed on standard output.
 int runCommand(const std::string& command, std::string* output = nullptr);
+
+// The names in a folder, sorted; none when it does not exist.
+std::vector<std::string> namesIn(const std::string& folder);
+
+// Makes a small file at `path`, with its folders.
+void touch(const std::string& path);
 
 }  // namespace testing_support
