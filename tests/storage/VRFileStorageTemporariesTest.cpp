@@ -1,3 +1,4 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/wait.h>
@@ -16,6 +17,7 @@ using platform::FileManager;
 
 namespace {
 
+using testing::UnorderedElementsAre;
 using testing_support::namesIn;
 using testing_support::touch;
 
@@ -72,11 +74,10 @@ TEST(VRFileStorageTemporaries, EndedOwnersFoldersGoRunningOnesStay) {
     const auto removed = VRFileStorage::removeTemporariesOfEndedProcesses();
     EXPECT_EQ(removed.size(), 3u);
     EXPECT_EQ(namesIn(home.path("documents")), std::vector<std::string>{"_vrtempvideodir"});
-    EXPECT_EQ(namesIn(videos), (std::vector<std::string>{"_vrowner-13-alive", "_vrowner-" + tag}));
+    EXPECT_THAT(namesIn(videos), UnorderedElementsAre("_vrowner-13-alive", "_vrowner-" + tag));
     EXPECT_EQ(namesIn(mine), std::vector<std::string>{"IMG_1-uwrp.mov"});
     EXPECT_FALSE(FileManager::fileExistsAtPath(tmp + "/_vrowner-12-nolock"));
-    EXPECT_EQ(namesIn(tmp + "/_vrowners"),
-              (std::vector<std::string>{"13-alive.lock", tag + ".lock"}));
+    EXPECT_THAT(namesIn(tmp + "/_vrowners"), UnorderedElementsAre("13-alive.lock", tag + ".lock"));
 
     kill(other, SIGKILL);
     waitpid(other, nullptr, 0);
