@@ -257,19 +257,11 @@ bool TemplateManager::updateUserTemplate(const VXTemplateRef& tpl, const std::st
 
 bool TemplateManager::resetUserTemplateImageSourceWith(const std::string& identifier,
                                                        platform::ErrorRef* error) {
-    _userListChanged();
-    _loadUserTemplates();
-    return _changeItems(
-        _userTemplates, _userListURL,
-        [&](std::vector<VRTemplateListItem>& items) {
-            auto index = indexOf(items, identifier);
-            if (!index) return false;
-            auto& item = items[*index];
+    return _changeUserItem(
+        identifier,
+        [](VRTemplateListItem& item, VXTemplate* tpl) {
             item = rebuiltItem(item, item.title(), ImageSource::templateIdentifier());
-            if (auto it = _executableTemplates.find(identifier); it != _executableTemplates.end()) {
-                it->second->setBundleImageName(std::nullopt);
-            }
-            return true;
+            if (tpl) tpl->setBundleImageName(std::nullopt);
         },
         error);
 }
@@ -277,6 +269,19 @@ bool TemplateManager::resetUserTemplateImageSourceWith(const std::string& identi
 bool TemplateManager::renameUserTemplateWith(const std::optional<std::string>& name,
                                              const std::string& identifier,
                                              platform::ErrorRef* error) {
+    return _changeUserItem(
+        identifier,
+        [&name](VRTemplateListItem& item, VXTemplate* tpl) {
+            item = rebuiltItem(item, name, item.imageSource());
+            if (tpl) tpl->setName(name);
+        },
+        error);
+}
+
+bool TemplateManager::_changeUserItem(
+    const std::string& identifier,
+    const std::function<void(VRTemplateListItem& item, VXTemplate* tpl)>& change,
+    platform::ErrorRef* error) {
     _userListChanged();
     _loadUserTemplates();
     return _changeItems(
@@ -284,11 +289,8 @@ bool TemplateManager::renameUserTemplateWith(const std::optional<std::string>& n
         [&](std::vector<VRTemplateListItem>& items) {
             auto index = indexOf(items, identifier);
             if (!index) return false;
-            auto& item = items[*index];
-            item = rebuiltItem(item, name, item.imageSource());
-            if (auto it = _executableTemplates.find(identifier); it != _executableTemplates.end()) {
-                it->second->setName(name);
-            }
+            auto it = _executableTemplates.find(identifier);
+            change(items[*index], it != _executableTemplates.end() ? it->second.get() : nullptr);
             return true;
         },
         error);

@@ -124,6 +124,12 @@ class TemplateManager {
     // changed by `change` and written when it returns true; `items` becomes the result.
     bool _changeItems(std::vector<VRTemplateListItem>& items, const std::string& path,
                       const ItemsChange& change, platform::ErrorRef* error = nullptr);
+    // Changes the stored user item of `identifier` and its loaded template, when there is one;
+    // false when the list holds no such item.
+    bool _changeUserItem(
+        const std::string& identifier,
+        const std::function<void(VRTemplateListItem& item, VXTemplate* tpl)>& change,
+        platform::ErrorRef* error);
     void _loadUserTemplates();
     void _loadRecentTemplates();
     void _loadUserCollection();

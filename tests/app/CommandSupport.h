@@ -11,6 +11,8 @@
 #include <fstream>
 #include <functional>
 #include <iterator>
+#include <nlohmann/json.hpp>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -36,6 +38,15 @@ inline Outcome unwarp(const testing_support::TestHome& home, const std::string& 
     std::ifstream in(errPath, std::ios::binary);
     o.err.assign(std::istreambuf_iterator<char>(in), {});
     return o;
+}
+
+// One JSON object a line, as `--json` prints them; a line that is no JSON reads as discarded.
+inline std::vector<nlohmann::json> jsonLines(const std::string& text) {
+    std::vector<nlohmann::json> objects;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);)
+        objects.push_back(nlohmann::json::parse(line, nullptr, false));
+    return objects;
 }
 
 // The names in a folder, sorted; none when it does not exist.

@@ -21,14 +21,6 @@ using testing_support::TestHome;
 
 namespace {
 
-std::vector<json> lines(const std::string& text) {
-    std::vector<json> objects;
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line);)
-        objects.push_back(json::parse(line, nullptr, false));
-    return objects;
-}
-
 TEST(ProcessCommandMedia, ResultsGoToTheOutputFolderWithOneJsonObjectALine) {
     TestHome home;
     const std::string a = quadrants(home, "a.jpg", 120, 90);
@@ -37,7 +29,7 @@ TEST(ProcessCommandMedia, ResultsGoToTheOutputFolderWithOneJsonObjectALine) {
     Outcome o = unwarp(home, "process --template ig-square --json --out '" + home.path("out") +
                                  "' '" + a + "' '" + b + "'");
     ASSERT_EQ(o.exitCode, 0) << o.err;
-    auto objects = lines(o.out);
+    auto objects = command_test::jsonLines(o.out);
     ASSERT_EQ(objects.size(), 2u) << o.out;
     EXPECT_EQ(objects[0]["source"], a);
     EXPECT_EQ(objects[0]["output"], home.path("out/a.jpg"));
@@ -112,7 +104,7 @@ TEST(ProcessCommandMedia, TheLimitIsRefusedWithTheQuestionOrTakenWithYes) {
 
     Outcome json1 = unwarp(home, command + "--json '" + wide + "'");
     EXPECT_EQ(json1.exitCode, 1);
-    auto objects = lines(json1.out);
+    auto objects = command_test::jsonLines(json1.out);
     ASSERT_EQ(objects.size(), 1u);
     EXPECT_EQ(objects[0]["error"]["code"], 5);
     EXPECT_EQ(objects[0]["error"]["userInfo"]["VRErrorUserInfoCorrectingSizesKey"],

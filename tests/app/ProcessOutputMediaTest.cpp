@@ -28,14 +28,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::vector<json> lines(const std::string& text) {
-    std::vector<json> objects;
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line);)
-        objects.push_back(json::parse(line, nullptr, false));
-    return objects;
-}
-
 std::string quoted(const std::string& path) {
     return "'" + path + "'";
 }
@@ -56,7 +48,7 @@ TEST(ProcessOutputMedia, ResultsTakeTheNextFreeNameAndReplaceNothing) {
     Outcome o = unwarp(
         home, "process --template ig-square --json --out " + quoted(home.path("out")) + arguments);
     ASSERT_EQ(o.exitCode, 0) << o.err;
-    auto objects = lines(o.out);
+    auto objects = command_test::jsonLines(o.out);
     ASSERT_EQ(objects.size(), 4u) << o.out;
     const std::vector<std::string> expected = {"x-1.jpg", "x-2.jpg", "y.jpg", "y-1.jpg"};
     for (std::size_t i = 0; i < expected.size(); ++i)
@@ -93,7 +85,7 @@ TEST(ProcessOutputMedia, AFullOutputFolderGivesTheFullDiskWords) {
     Outcome js = unwarp(home, "process --template uw-133 --json --out " + quoted(disk.path()) +
                                   " " + quoted(source));
     EXPECT_EQ(js.exitCode, 1);
-    auto objects = lines(js.out);
+    auto objects = command_test::jsonLines(js.out);
     ASSERT_EQ(objects.size(), 1u) << js.out;
     EXPECT_EQ(objects[0]["error"]["code"], 17);
     EXPECT_TRUE(objects[0]["error"]["userInfo"]["reason"].is_string());
@@ -167,7 +159,7 @@ TEST(ProcessOutputMedia, FailuresNameTheirCause) {
         EXPECT_NE(text.err.substr(newline).find(c.cause), std::string::npos) << text.err;
         Outcome js = unwarp(home, "process --template uw-133 --json --out " +
                                       quoted(home.path("out")) + " " + quoted(c.file));
-        auto objects = lines(js.out);
+        auto objects = command_test::jsonLines(js.out);
         ASSERT_EQ(objects.size(), 1u) << js.out;
         EXPECT_NE(objects[0]["error"]["userInfo"]["reason"].get<std::string>().find(c.cause),
                   std::string::npos)
@@ -184,7 +176,7 @@ TEST(ProcessOutputMedia, CommandLineDetails) {
     Outcome o = unwarp(
         home, "process --template uw-133 --json --out " + quoted(out) + " " + quoted(source));
     ASSERT_EQ(o.exitCode, 0) << o.err;
-    auto objects = lines(o.out);
+    auto objects = command_test::jsonLines(o.out);
     ASSERT_EQ(objects.size(), 1u);
     EXPECT_TRUE(objects[0]["width"].is_number_integer()) << o.out;
     EXPECT_TRUE(objects[0]["height"].is_number_integer()) << o.out;
