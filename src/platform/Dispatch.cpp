@@ -1,33 +1,25 @@
+// The worker pool and the timer behind every queue, and the queue handles.
 #include "platform/Dispatch.h"
 
-#include <algorithm>
 #include <array>
-#include <atomic>
-#include <condition_variable>
-#include <deque>
 #include <map>
 #include <system_error>
 #include <thread>
-#include <utility>
 #include <vector>
 
 #include "platform/CrashReporter.h"
+#include "platform/DispatchInternals.h"
 #include "platform/Log.h"
 
 namespace platform {
+namespace dispatch_internal {
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 // A blocked sync must never starve the pool, so it grows on demand; the bound keeps a runaway
 // producer from exhausting the process.
 constexpr std::size_t kMaxWorkers = 64;
-// A serial queue gives its worker back after this many blocks so other queues get a turn.
-constexpr int kSerialBatch = 32;
 // How long process exit waits for busy workers before abandoning them.
 constexpr auto kExitGrace = std::chrono::seconds(2);
-// runUntil re-checks its predicate this often even when no main-queue block arrives.
-constexpr auto kRunUntilPoll = std::chrono::milliseconds(5);
 
 constexpr std::size_t kQoSCount = 5;
 
@@ -35,40 +27,7 @@ std::size_t qosIndex(DispatchQoS qos) {
     return static_cast<std::size_t>(qos);
 }
 
-template <typename F>
-class ScopeExit {
-  public:
-    explicit ScopeExit(F f) : _f(std::move(f)) {}
-    ~ScopeExit() { _f(); }
-    ScopeExit(const ScopeExit&) = delete;
-    ScopeExit& operator=(const ScopeExit&) = delete;
-
-  private:
-    F _f;
-};
-
-// The queues whose blocks the calling thread is running, innermost last. A sync block runs on
-// the caller's thread, so one thread can be inside several queues at once.
-struct RunningQueue {
-    const void* queue;
-    bool barrier;
-};
 thread_local std::vector<RunningQueue> tRunningQueues;
-
-class RunningScope {
-  public:
-    RunningScope(const void* queue, bool barrier) { tRunningQueues.push_back({queue, barrier}); }
-    ~RunningScope() { tRunningQueues.pop_back(); }
-    RunningScope(const RunningScope&) = delete;
-    RunningScope& operator=(const RunningScope&) = delete;
-};
-
-const RunningQueue* innermostRun(const void* queue) {
-    for (auto it = tRunningQueues.rbegin(); it != tRunningQueues.rend(); ++it) {
-        if (it->queue == queue) return &*it;
-    }
-    return nullptr;
-}
 
 // Shared threads for every serial and concurrent queue. Tasks of a higher quality of service
 // start first; within one class they start in submission order.
@@ -167,362 +126,6 @@ class WorkerPool {
     std::size_t _live = 0;
     std::vector<std::thread> _threads;
     bool _stopping = false;
-};
-
-// The part of a queue that outlives its handle while blocks of it are running or scheduled.
-class QueueCore : public std::enable_shared_from_this<QueueCore> {
-  public:
-    virtual ~QueueCore() = default;
-    virtual void enqueue(DispatchBlock block, bool barrier) = 0;
-    virtual void runSync(const DispatchBlock& block, bool barrier) = 0;
-    virtual bool isCurrent() const { return innermostRun(this) != nullptr; }
-    // The handle is gone: blocks that have not started are dropped.
-    virtual void close() {}
-};
-
-// A caller of sync waiting for its turn; when the queue reaches it, the caller runs the block
-// on its own thread, as the platform does.
-struct SyncWaiter {
-    std::condition_variable turn;
-    bool granted = false;
-};
-
-struct QueueItem {
-    DispatchBlock block;
-    bool barrier = false;
-    SyncWaiter* waiter = nullptr;
-};
-
-std::deque<QueueItem> takeAsyncItems(std::deque<QueueItem>& items) {
-    std::deque<QueueItem> dropped;
-    std::deque<QueueItem> kept;
-    for (auto& item : items) (item.waiter ? kept : dropped).push_back(std::move(item));
-    items.swap(kept);
-    return dropped;
-}
-
-class SerialCore final : public QueueCore {
-  public:
-    explicit SerialCore(DispatchQoS qos) : _qos(qos) {}
-
-    void enqueue(DispatchBlock block, bool /*barrier*/) override {
-        std::unique_lock lock(_mutex);
-        if (_closed) {
-            lock.unlock();
-            return;
-        }
-        _items.push_back({std::move(block), false, nullptr});
-        if (_owned) return;
-        _owned = true;
-        lock.unlock();
-        scheduleDrain();
-    }
-
-    void runSync(const DispatchBlock& block, bool /*barrier*/) override {
-        if (isCurrent()) log("~~ dispatch sync on the serial queue that is running the caller");
-        SyncWaiter waiter;
-        {
-            std::unique_lock lock(_mutex);
-            if (!_owned && _items.empty()) {
-                _owned = true;
-            } else {
-                _items.push_back({{}, false, &waiter});
-                waiter.turn.wait(lock, [&] { return waiter.granted; });
-            }
-        }
-        ScopeExit release([this] { releaseOwnership(); });
-        RunningScope running(this, false);
-        block();
-    }
-
-    void close() override {
-        std::deque<QueueItem> dropped;
-        std::lock_guard lock(_mutex);
-        _closed = true;
-        dropped = takeAsyncItems(_items);
-    }
-
-  private:
-    void scheduleDrain() {
-        WorkerPool::shared().submit(
-            _qos, [self = shared_from_this()] { static_cast<SerialCore&>(*self).drain(); });
-    }
-
-    void drain() {
-        RunningScope running(this, false);
-        for (int n = 0; n < kSerialBatch; ++n) {
-            DispatchBlock block;
-            {
-                std::lock_guard lock(_mutex);
-                if (_items.empty()) {
-                    _owned = false;
-                    return;
-                }
-                QueueItem item = std::move(_items.front());
-                _items.pop_front();
-                if (item.waiter) {
-                    // Ownership passes to the waiting caller; it schedules the rest.
-                    item.waiter->granted = true;
-                    item.waiter->turn.notify_one();
-                    return;
-                }
-                block = std::move(item.block);
-            }
-            block();
-        }
-        scheduleDrain();
-    }
-
-    void releaseOwnership() {
-        {
-            std::lock_guard lock(_mutex);
-            if (_items.empty()) {
-                _owned = false;
-                return;
-            }
-        }
-        scheduleDrain();
-    }
-
-    const DispatchQoS _qos;
-    std::mutex _mutex;
-    std::deque<QueueItem> _items;
-    // True while a drain task or a sync caller holds the queue.
-    bool _owned = false;
-    bool _closed = false;
-};
-
-class ConcurrentCore final : public QueueCore {
-  public:
-    ConcurrentCore(DispatchQoS qos, bool honoursBarriers)
-        : _qos(qos), _honoursBarriers(honoursBarriers) {}
-
-    void enqueue(DispatchBlock block, bool barrier) override {
-        std::vector<QueueItem> ready;
-        {
-            std::lock_guard lock(_mutex);
-            if (_closed) return;
-            _items.push_back({std::move(block), barrier && _honoursBarriers, nullptr});
-            ready = takeReadyLocked();
-        }
-        start(std::move(ready));
-    }
-
-    void runSync(const DispatchBlock& block, bool barrier) override {
-        barrier = barrier && _honoursBarriers;
-        if (const RunningQueue* current = innermostRun(this)) {
-            // Already admitted: a nested read, or any nested call from inside a barrier, runs
-            // at once instead of waiting for itself.
-            if (!barrier || current->barrier) {
-                block();
-                return;
-            }
-            log("~~ dispatch barrier sync on the concurrent queue that is running the caller");
-        }
-        SyncWaiter waiter;
-        {
-            std::unique_lock lock(_mutex);
-            bool idle = _items.empty() && !_barrierRunning && (!barrier || _running == 0);
-            if (idle) {
-                admitLocked(barrier);
-            } else {
-                _items.push_back({{}, barrier, &waiter});
-                waiter.turn.wait(lock, [&] { return waiter.granted; });
-            }
-        }
-        ScopeExit release([this, barrier] { finished(barrier); });
-        RunningScope running(this, barrier);
-        block();
-    }
-
-    void close() override {
-        std::deque<QueueItem> dropped;
-        std::lock_guard lock(_mutex);
-        _closed = true;
-        dropped = takeAsyncItems(_items);
-    }
-
-  private:
-    void admitLocked(bool barrier) {
-        if (barrier) {
-            _barrierRunning = true;
-        } else {
-            ++_running;
-        }
-    }
-
-    // Admits items from the front while the barrier rules allow: plain blocks run together,
-    // a barrier waits for every earlier block and then runs alone.
-    std::vector<QueueItem> takeReadyLocked() {
-        std::vector<QueueItem> ready;
-        while (!_items.empty() && !_barrierRunning) {
-            QueueItem& front = _items.front();
-            if (front.barrier && _running > 0) break;
-            admitLocked(front.barrier);
-            if (front.waiter) {
-                front.waiter->granted = true;
-                front.waiter->turn.notify_one();
-            } else {
-                ready.push_back(std::move(front));
-            }
-            _items.pop_front();
-        }
-        return ready;
-    }
-
-    void start(std::vector<QueueItem> ready) {
-        for (auto& item : ready) {
-            WorkerPool::shared().submit(
-                _qos,
-                [self = shared_from_this(), block = std::move(item.block), barrier = item.barrier] {
-                    auto& core = static_cast<ConcurrentCore&>(*self);
-                    {
-                        RunningScope running(&core, barrier);
-                        block();
-                    }
-                    core.finished(barrier);
-                });
-        }
-    }
-
-    void finished(bool barrier) {
-        std::vector<QueueItem> ready;
-        {
-            std::lock_guard lock(_mutex);
-            if (barrier) {
-                _barrierRunning = false;
-            } else {
-                --_running;
-            }
-            ready = takeReadyLocked();
-        }
-        start(std::move(ready));
-    }
-
-    const DispatchQoS _qos;
-    // The global queues are shared by the whole process, so a barrier there is a plain block.
-    const bool _honoursBarriers;
-    std::mutex _mutex;
-    std::deque<QueueItem> _items;
-    std::size_t _running = 0;
-    bool _barrierRunning = false;
-    bool _closed = false;
-};
-
-// The main thread: the process's initial thread until the first call of run, runUntil or
-// drain names another.
-const std::thread::id gInitialThread = std::this_thread::get_id();
-std::atomic<std::thread::id> gMainThread{gInitialThread};
-std::atomic<bool> gMainThreadClaimed{false};
-
-// The heartbeat behind MainRunLoop::busySince: the start of the main-queue block in work, in
-// clock ticks, or 0. The depth counts the blocks the main thread is inside (nested loops).
-std::atomic<Clock::rep> gBusySince{0};
-int gMainBlockDepth = 0;  // main thread only
-
-void markMainBlockStarted() {
-    ++gMainBlockDepth;
-    gBusySince = Clock::now().time_since_epoch().count();
-}
-
-void markMainBlockEnded() {
-    --gMainBlockDepth;
-    gBusySince = 0;
-}
-
-// A loop returns to the block that ran it: that block is busy again from now.
-void markLoopLeft() {
-    if (gMainBlockDepth > 0) gBusySince = Clock::now().time_since_epoch().count();
-}
-
-bool claimMainThread() {
-    const auto self = std::this_thread::get_id();
-    bool expected = false;
-    if (gMainThreadClaimed.compare_exchange_strong(expected, true)) gMainThread = self;
-    if (gMainThread.load() == self) return true;
-    log("~~ The main run loop was driven from a thread other than the main thread");
-    return false;
-}
-
-class MainCore final : public QueueCore {
-  public:
-    static const std::shared_ptr<MainCore>& shared() {
-        static auto* core = new std::shared_ptr<MainCore>(std::make_shared<MainCore>());
-        return *core;
-    }
-
-    void enqueue(DispatchBlock block, bool /*barrier*/) override {
-        std::lock_guard lock(_mutex);
-        _blocks.push_back(std::move(block));
-        _changed.notify_all();
-    }
-
-    void runSync(const DispatchBlock& block, bool /*barrier*/) override {
-        if (MainRunLoop::isMainThread()) {
-            block();
-            return;
-        }
-        std::mutex doneMutex;
-        std::condition_variable doneCondition;
-        bool done = false;
-        enqueue(
-            [&] {
-                ScopeExit signal([&] {
-                    std::lock_guard lock(doneMutex);
-                    done = true;
-                    doneCondition.notify_all();
-                });
-                block();
-            },
-            false);
-        std::unique_lock lock(doneMutex);
-        doneCondition.wait(lock, [&] { return done; });
-    }
-
-    bool isCurrent() const override { return MainRunLoop::isMainThread(); }
-
-    enum class Wake { block, stop, timeout };
-
-    // Waits until a block is queued, stop is requested (when honoured) or the deadline passes;
-    // runs the block.
-    Wake runNext(Clock::time_point deadline, bool honourStop = true) {
-        DispatchBlock block;
-        {
-            std::unique_lock lock(_mutex);
-            _changed.wait_until(lock, deadline,
-                                [&] { return (honourStop && _stopRequested) || !_blocks.empty(); });
-            if (honourStop && _stopRequested) {
-                _stopRequested = false;
-                return Wake::stop;
-            }
-            if (_blocks.empty()) return Wake::timeout;
-            block = std::move(_blocks.front());
-            _blocks.pop_front();
-        }
-        markMainBlockStarted();
-        ScopeExit ended([] { markMainBlockEnded(); });
-        RunningScope running(this, false);
-        block();
-        return Wake::block;
-    }
-
-    std::size_t queuedCount() {
-        std::lock_guard lock(_mutex);
-        return _blocks.size();
-    }
-
-    void requestStop() {
-        std::lock_guard lock(_mutex);
-        _stopRequested = true;
-        _changed.notify_all();
-    }
-
-  private:
-    std::mutex _mutex;
-    std::condition_variable _changed;
-    std::deque<DispatchBlock> _blocks;
-    // Sticky until a loop sees it, so a stop that races ahead of run() is not lost.
-    bool _stopRequested = false;
 };
 
 // One thread that hands delayed blocks to their queues when they fall due.
@@ -660,20 +263,38 @@ const char* qosName(DispatchQoS qos) {
 
 }  // namespace
 
+void enterRunningQueue(const void* queue, bool barrier) {
+    tRunningQueues.push_back({queue, barrier});
+}
+
+void leaveRunningQueue() {
+    tRunningQueues.pop_back();
+}
+
+const RunningQueue* innermostRun(const void* queue) {
+    for (auto it = tRunningQueues.rbegin(); it != tRunningQueues.rend(); ++it) {
+        if (it->queue == queue) return &*it;
+    }
+    return nullptr;
+}
+
+void submitToWorkers(DispatchQoS qos, DispatchBlock task) {
+    WorkerPool::shared().submit(qos, std::move(task));
+}
+
+}  // namespace dispatch_internal
+
+using namespace dispatch_internal;
+
 std::shared_ptr<DispatchQueue> DispatchQueue::create(std::string label, Attributes attributes,
                                                      DispatchQoS qos) {
     const bool concurrent = attributes == Attributes::concurrent;
-    std::shared_ptr<QueueCore> core;
-    if (concurrent) {
-        core = std::make_shared<ConcurrentCore>(qos, true);
-    } else {
-        core = std::make_shared<SerialCore>(qos);
-    }
+    auto core = concurrent ? makeConcurrentCore(qos, true) : makeSerialCore(qos);
     return std::make_shared<CoreQueue>(std::move(label), std::move(core), concurrent, true);
 }
 
 DispatchQueue& DispatchQueue::main() {
-    static auto* queue = new CoreQueue("main", MainCore::shared(), false, false);
+    static auto* queue = new CoreQueue("main", mainQueueCore(), false, false);
     return *queue;
 }
 
@@ -683,65 +304,11 @@ DispatchQueue& DispatchQueue::global(DispatchQoS qos) {
         for (std::size_t i = 0; i < kQoSCount; ++i) {
             auto q = static_cast<DispatchQoS>(i);
             (*made)[i] = new CoreQueue(std::string("global.") + qosName(q),
-                                       std::make_shared<ConcurrentCore>(q, false), true, false);
+                                       makeConcurrentCore(q, false), true, false);
         }
         return made;
     }();
     return *(*queues)[qosIndex(qos)];
-}
-
-void MainRunLoop::run() {
-    if (!claimMainThread()) return;
-    auto& core = *MainCore::shared();
-    ScopeExit left([] { markLoopLeft(); });
-    while (core.runNext(Clock::time_point::max()) != MainCore::Wake::stop) {
-    }
-}
-
-bool MainRunLoop::runUntil(const std::function<bool()>& predicate,
-                           std::chrono::milliseconds timeout) {
-    if (!claimMainThread()) return false;
-    auto& core = *MainCore::shared();
-    ScopeExit left([] { markLoopLeft(); });
-    // Saturate rather than overflow for the "forever" default.
-    const auto now = Clock::now();
-    const auto deadline = timeout >= std::chrono::duration_cast<std::chrono::milliseconds>(
-                                         Clock::time_point::max() - now)
-                              ? Clock::time_point::max()
-                              : now + timeout;
-    while (!predicate()) {
-        const auto current = Clock::now();
-        if (current >= deadline) return false;
-        const auto wake = (deadline - current > kRunUntilPoll) ? current + kRunUntilPoll : deadline;
-        if (core.runNext(wake) == MainCore::Wake::stop) return predicate();
-    }
-    return true;
-}
-
-int MainRunLoop::drain() {
-    if (!claimMainThread()) return 0;
-    auto& core = *MainCore::shared();
-    ScopeExit left([] { markLoopLeft(); });
-    // Only the blocks queued now: a block that queues another must not keep drain going.
-    const std::size_t due = core.queuedCount();
-    int ran = 0;
-    for (std::size_t i = 0; i < due; ++i) {
-        if (core.runNext(Clock::now(), false) != MainCore::Wake::block) break;
-        ++ran;
-    }
-    return ran;
-}
-
-void MainRunLoop::stop() {
-    MainCore::shared()->requestStop();
-}
-
-bool MainRunLoop::isMainThread() {
-    return gMainThread.load() == std::this_thread::get_id();
-}
-
-std::chrono::steady_clock::time_point MainRunLoop::busySince() {
-    return Clock::time_point(Clock::duration(gBusySince.load()));
 }
 
 }  // namespace platform

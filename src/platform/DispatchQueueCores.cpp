@@ -1,0 +1,239 @@
+// The serial and concurrent queues: who may run next, sync callers taking their turn on their
+// own thread, and barriers on concurrent queues.
+#include <vector>
+
+#include "platform/DispatchInternals.h"
+#include "platform/Log.h"
+
+namespace platform::dispatch_internal {
+namespace {
+
+// A serial queue gives its worker back after this many blocks so other queues get a turn.
+constexpr int kSerialBatch = 32;
+
+std::deque<QueueItem> takeAsyncItems(std::deque<QueueItem>& items) {
+    std::deque<QueueItem> dropped;
+    std::deque<QueueItem> kept;
+    for (auto& item : items) (item.waiter ? kept : dropped).push_back(std::move(item));
+    items.swap(kept);
+    return dropped;
+}
+
+class SerialCore final : public QueueCore {
+  public:
+    explicit SerialCore(DispatchQoS qos) : _qos(qos) {}
+
+    void enqueue(DispatchBlock block, bool /*barrier*/) override {
+        std::unique_lock lock(_mutex);
+        if (_closed) {
+            lock.unlock();
+            return;
+        }
+        _items.push_back({std::move(block), false, nullptr});
+        if (_owned) return;
+        _owned = true;
+        lock.unlock();
+        scheduleDrain();
+    }
+
+    void runSync(const DispatchBlock& block, bool /*barrier*/) override {
+        if (isCurrent()) log("~~ dispatch sync on the serial queue that is running the caller");
+        SyncWaiter waiter;
+        {
+            std::unique_lock lock(_mutex);
+            if (!_owned && _items.empty()) {
+                _owned = true;
+            } else {
+                _items.push_back({{}, false, &waiter});
+                waiter.turn.wait(lock, [&] { return waiter.granted; });
+            }
+        }
+        ScopeExit release([this] { releaseOwnership(); });
+        RunningScope running(this, false);
+        block();
+    }
+
+    void close() override {
+        std::deque<QueueItem> dropped;
+        std::lock_guard lock(_mutex);
+        _closed = true;
+        dropped = takeAsyncItems(_items);
+    }
+
+  private:
+    void scheduleDrain() {
+        submitToWorkers(_qos,
+                        [self = shared_from_this()] { static_cast<SerialCore&>(*self).drain(); });
+    }
+
+    void drain() {
+        RunningScope running(this, false);
+        for (int n = 0; n < kSerialBatch; ++n) {
+            DispatchBlock block;
+            {
+                std::lock_guard lock(_mutex);
+                if (_items.empty()) {
+                    _owned = false;
+                    return;
+                }
+                QueueItem item = std::move(_items.front());
+                _items.pop_front();
+                if (item.waiter) {
+                    // Ownership passes to the waiting caller; it schedules the rest.
+                    item.waiter->granted = true;
+                    item.waiter->turn.notify_one();
+                    return;
+                }
+                block = std::move(item.block);
+            }
+            block();
+        }
+        scheduleDrain();
+    }
+
+    void releaseOwnership() {
+        {
+            std::lock_guard lock(_mutex);
+            if (_items.empty()) {
+                _owned = false;
+                return;
+            }
+        }
+        scheduleDrain();
+    }
+
+    const DispatchQoS _qos;
+    std::mutex _mutex;
+    std::deque<QueueItem> _items;
+    // True while a drain task or a sync caller holds the queue.
+    bool _owned = false;
+    bool _closed = false;
+};
+
+class ConcurrentCore final : public QueueCore {
+  public:
+    ConcurrentCore(DispatchQoS qos, bool honoursBarriers)
+        : _qos(qos), _honoursBarriers(honoursBarriers) {}
+
+    void enqueue(DispatchBlock block, bool barrier) override {
+        std::vector<QueueItem> ready;
+        {
+            std::lock_guard lock(_mutex);
+            if (_closed) return;
+            _items.push_back({std::move(block), barrier && _honoursBarriers, nullptr});
+            ready = takeReadyLocked();
+        }
+        start(std::move(ready));
+    }
+
+    void runSync(const DispatchBlock& block, bool barrier) override {
+        barrier = barrier && _honoursBarriers;
+        if (const RunningQueue* current = innermostRun(this)) {
+            // Already admitted: a nested read, or any nested call from inside a barrier, runs
+            // at once instead of waiting for itself.
+            if (!barrier || current->barrier) {
+                block();
+                return;
+            }
+            log("~~ dispatch barrier sync on the concurrent queue that is running the caller");
+        }
+        SyncWaiter waiter;
+        {
+            std::unique_lock lock(_mutex);
+            bool idle = _items.empty() && !_barrierRunning && (!barrier || _running == 0);
+            if (idle) {
+                admitLocked(barrier);
+            } else {
+                _items.push_back({{}, barrier, &waiter});
+                waiter.turn.wait(lock, [&] { return waiter.granted; });
+            }
+        }
+        ScopeExit release([this, barrier] { finished(barrier); });
+        RunningScope running(this, barrier);
+        block();
+    }
+
+    void close() override {
+        std::deque<QueueItem> dropped;
+        std::lock_guard lock(_mutex);
+        _closed = true;
+        dropped = takeAsyncItems(_items);
+    }
+
+  private:
+    void admitLocked(bool barrier) {
+        if (barrier) {
+            _barrierRunning = true;
+        } else {
+            ++_running;
+        }
+    }
+
+    // Admits items from the front while the barrier rules allow: plain blocks run together,
+    // a barrier waits for every earlier block and then runs alone.
+    std::vector<QueueItem> takeReadyLocked() {
+        std::vector<QueueItem> ready;
+        while (!_items.empty() && !_barrierRunning) {
+            QueueItem& front = _items.front();
+            if (front.barrier && _running > 0) break;
+            admitLocked(front.barrier);
+            if (front.waiter) {
+                front.waiter->granted = true;
+                front.waiter->turn.notify_one();
+            } else {
+                ready.push_back(std::move(front));
+            }
+            _items.pop_front();
+        }
+        return ready;
+    }
+
+    void start(std::vector<QueueItem> ready) {
+        for (auto& item : ready) {
+            submitToWorkers(_qos, [self = shared_from_this(), block = std::move(item.block),
+                                   barrier = item.barrier] {
+                auto& core = static_cast<ConcurrentCore&>(*self);
+                {
+                    RunningScope running(&core, barrier);
+                    block();
+                }
+                core.finished(barrier);
+            });
+        }
+    }
+
+    void finished(bool barrier) {
+        std::vector<QueueItem> ready;
+        {
+            std::lock_guard lock(_mutex);
+            if (barrier) {
+                _barrierRunning = false;
+            } else {
+                --_running;
+            }
+            ready = takeReadyLocked();
+        }
+        start(std::move(ready));
+    }
+
+    const DispatchQoS _qos;
+    // The global queues are shared by the whole process, so a barrier there is a plain block.
+    const bool _honoursBarriers;
+    std::mutex _mutex;
+    std::deque<QueueItem> _items;
+    std::size_t _running = 0;
+    bool _barrierRunning = false;
+    bool _closed = false;
+};
+
+}  // namespace
+
+std::shared_ptr<QueueCore> makeSerialCore(DispatchQoS qos) {
+    return std::make_shared<SerialCore>(qos);
+}
+
+std::shared_ptr<QueueCore> makeConcurrentCore(DispatchQoS qos, bool honoursBarriers) {
+    return std::make_shared<ConcurrentCore>(qos, honoursBarriers);
+}
+
+}  // namespace platform::dispatch_internal
