@@ -13,7 +13,6 @@ void logf(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 // Verbose mode copies every line to standard error (the command's --verbose).
 void setLogVerbose(bool verbose);
-bool isLogVerbose();
 
 // Tests capture lines here; null restores the default sinks.
 using LogSink = void (*)(const std::string& line, void* context);

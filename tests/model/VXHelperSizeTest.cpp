@@ -7,8 +7,6 @@
 #include <cmath>
 #include <limits>
 
-#include "model/SizeGeometry.h"
-
 using namespace VXHelper;
 
 TEST(VXHelperSize, RatioAndFrame) {
@@ -194,30 +192,4 @@ TEST(VXHelperSize, SizeArraysAndImageProperties) {
                   turned ? (CGSize{30, 40}) : (CGSize{40, 30}))
             << orientation;
     }
-}
-
-TEST(SizeGeometry, SidesScalingAndRounding) {
-    EXPECT_EQ(landscapeSize({4, 5}), (CGSize{5, 4}));
-    EXPECT_TRUE(landscape({5, 5}));
-    EXPECT_EQ(CGSizeWithRatio(1600, 16.0 / 9), (CGSize{1600, 900}));
-
-    struct Case {
-        double value, quantum;
-        RoundingRule rule;
-        double expected;
-    } cases[] = {
-        {2.5, 0, RoundingRule::toNearestOrAwayFromZero, 3},
-        {2.5, 0, RoundingRule::toNearestOrEven, 2},
-        {-2.5, 0, RoundingRule::awayFromZero, -3},
-        {-2.5, 0, RoundingRule::towardZero, -2},
-        {2.1, 0, RoundingRule::up, 3},
-        {-2.1, 0, RoundingRule::down, -3},
-        {1001, 2, RoundingRule::toNearestOrAwayFromZero, 1002},
-        {1001, 2, RoundingRule::toNearestOrEven, 1000},
-    };
-    for (const auto& c : cases) {
-        EXPECT_EQ(roundValue(c.value, c.quantum, c.rule), c.expected)
-            << c.value << " " << c.quantum;
-    }
-    EXPECT_EQ(pixelRound(10.2, 3, RoundingRule::toNearestOrAwayFromZero), 31.0 / 3);
 }

@@ -56,9 +56,6 @@ void logf(const char* format, ...) {
 void setLogVerbose(bool verbose) {
     gVerbose = verbose;
 }
-bool isLogVerbose() {
-    return gVerbose;
-}
 
 void setLogSink(LogSink sink, void* context) {
     std::lock_guard lock(gMutex);
