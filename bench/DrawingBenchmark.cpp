@@ -21,13 +21,14 @@
 #include <string>
 #include <vector>
 
+#include "PlaneResizeFloor.h"
 #include "platform/BitmapContext.h"
 #include "platform/ImageDestination.h"
 #include "platform/ImagePropertyKeys.h"
 #include "platform/ImageSource.h"
-#include "platform/linux/PlaneResizeFloor.h"
 
 using namespace platform;
+using bench::PlaneResizeFloor;
 namespace fs = std::filesystem;
 
 namespace {

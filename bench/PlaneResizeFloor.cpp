@@ -1,4 +1,4 @@
-#include "platform/linux/PlaneResizeFloor.h"
+#include "PlaneResizeFloor.h"
 
 #include <zimg.h>
 
@@ -6,7 +6,7 @@
 #include <cstring>
 #include <vector>
 
-namespace platform {
+namespace bench {
 
 struct PlaneResizeFloor::Impl {
     Job job;
@@ -103,4 +103,4 @@ std::uint32_t PlaneResizeFloor::probe() const {
 
 PlaneResizeFloor::~PlaneResizeFloor() = default;
 
-}  // namespace platform
+}  // namespace bench

@@ -7,7 +7,7 @@
 #include <memory>
 #include <string>
 
-namespace platform {
+namespace bench {
 
 class PlaneResizeFloor {
   public:
@@ -37,4 +37,4 @@ class PlaneResizeFloor {
     std::unique_ptr<Impl> _impl;
 };
 
-}  // namespace platform
+}  // namespace bench
