@@ -14,7 +14,7 @@ namespace {
 
 using platform::PlistDictionary;
 
-// Step 3: the properties of image 0, read without decoding pixels.
+// The properties of image 0, read without decoding pixels.
 std::optional<PlistDictionary> metadataOfData(const std::vector<std::uint8_t>& data) {
     auto source = platform::ImageSource::createWithData(data);
     if (!source) return std::nullopt;
