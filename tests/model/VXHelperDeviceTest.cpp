@@ -48,21 +48,30 @@ TEST(VXHelperDevice, ClassOfMachineNameByFirstMatchingPattern) {
     }
 }
 
-TEST(VXHelperDevice, LimitsByClass) {
-    const struct {
-        unsigned deviceClass;
-        CGSize photo, video, livePhotoVideo;
-    } cases[] = {
-        {0, {4096, 4096}, {1920, 1080}, {960, 540}},  {1, {8192, 8192}, {1920, 1080}, {960, 540}},
-        {2, {8192, 8192}, {3840, 2160}, {1280, 720}}, {3, {8192, 8192}, {3840, 2160}, {1280, 720}},
-        {4, {8192, 8192}, {4096, 2160}, {1280, 720}},
+// A newer class never allows less, and the Live Photo video always fits the video limit; the
+// oldest and the newest class in full.
+TEST(VXHelperDevice, LimitsGrowWithTheClass) {
+    auto within = [](CGSize inner, CGSize outer) {
+        return inner.width <= outer.width && inner.height <= outer.height;
     };
-    for (const auto& c : cases) {
-        EXPECT_EQ(VXHelper::maxPhotoSize(c.deviceClass), c.photo) << c.deviceClass;
-        EXPECT_EQ(VXHelper::maxVideoSize(c.deviceClass), c.video) << c.deviceClass;
-        EXPECT_EQ(VXHelper::minLivePhotoVideoSize(c.deviceClass), c.livePhotoVideo)
-            << c.deviceClass;
+    for (unsigned deviceClass = 0; deviceClass <= 4; ++deviceClass) {
+        SCOPED_TRACE(deviceClass);
+        EXPECT_TRUE(within(VXHelper::minLivePhotoVideoSize(deviceClass),
+                           VXHelper::maxVideoSize(deviceClass)));
+        if (deviceClass == 0) continue;
+        EXPECT_TRUE(
+            within(VXHelper::maxPhotoSize(deviceClass - 1), VXHelper::maxPhotoSize(deviceClass)));
+        EXPECT_TRUE(
+            within(VXHelper::maxVideoSize(deviceClass - 1), VXHelper::maxVideoSize(deviceClass)));
+        EXPECT_TRUE(within(VXHelper::minLivePhotoVideoSize(deviceClass - 1),
+                           VXHelper::minLivePhotoVideoSize(deviceClass)));
     }
+    EXPECT_EQ(VXHelper::maxPhotoSize(0), (CGSize{4096, 4096}));
+    EXPECT_EQ(VXHelper::maxVideoSize(0), (CGSize{1920, 1080}));
+    EXPECT_EQ(VXHelper::minLivePhotoVideoSize(0), (CGSize{960, 540}));
+    EXPECT_EQ(VXHelper::maxPhotoSize(4), (CGSize{8192, 8192}));
+    EXPECT_EQ(VXHelper::maxVideoSize(4), (CGSize{4096, 2160}));
+    EXPECT_EQ(VXHelper::minLivePhotoVideoSize(4), (CGSize{1280, 720}));
 }
 
 TEST(VXHelperDevice, ThisMachineAndProgram) {
