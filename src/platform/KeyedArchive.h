@@ -4,7 +4,7 @@
 //
 // Objects are modelled as ArchiveObject trees. A record that wants to be archived builds an
 // instance node, encodes its fields into it in order, and reads them back the same way
-// (see templates/ for the records that use it).
+// (model/ModelCoding and templates/VXTemplateCoding hold the records that use it).
 #pragma once
 
 #include <cstdint>
