@@ -15,15 +15,6 @@ namespace {
 
 using TemplateCatalogue::executableTemplates;
 
-bool isPhotoFormat(VRFormatType type) {
-    return type == VRFormatTypeJPEG || type == VRFormatTypeTIFF || type == VRFormatTypePNG ||
-           type == VRFormatTypeGIF || type == VRFormatTypeHEIC;
-}
-
-bool isVideoFormat(VRFormatType type) {
-    return type >= VRFormatTypeMP4 && type <= VRFormatType3G2;
-}
-
 // What every row must satisfy however the table changes: a unique key that the store can
 // execute, a locked template for both media, formats of the right media, and detail lines that
 // tell the size the template makes.
@@ -51,10 +42,12 @@ TEST(TemplateCatalogueTest, EveryRowIsALockedTemplateForBothMediaThatItsLinesDes
             EXPECT_FALSE(item.description());
             EXPECT_TRUE(item.keywords().empty());
 
-            auto photoFormat = tpl.formatForMediaType(VRFormatMediaTypePhoto).type();
-            auto videoFormat = tpl.formatForMediaType(VRFormatMediaTypeVideo).type();
-            EXPECT_TRUE(photoFormat == VRFormatTypeAuto || isPhotoFormat(photoFormat));
-            EXPECT_TRUE(videoFormat == VRFormatTypeAuto || isVideoFormat(videoFormat));
+            // A format stored under the other media type would silently read as Auto.
+            for (std::uint64_t mediaType : {VRFormatMediaTypePhoto, VRFormatMediaTypeVideo}) {
+                auto stored = tpl.formatDictionary().find(mediaType);
+                ASSERT_NE(stored, tpl.formatDictionary().end());
+                EXPECT_EQ(stored->second.mediaType(), mediaType);
+            }
 
             auto photo = tpl.sizeEntryForMediaType(VRFormatMediaTypePhoto);
             auto video = tpl.sizeEntryForMediaType(VRFormatMediaTypeVideo);
