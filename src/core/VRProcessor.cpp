@@ -124,7 +124,7 @@ void VRProcessor::_processAsset(const VRAssetRef& asset, bool paired, const VXTe
     if (!asset || !tpl) {
         platform::log("~~ PROCESSOR: no asset or template to process");
         return completion(std::nullopt, VRFormatMediaTypeNone, std::nullopt,
-                          VRError::errorWithCode(1));
+                          VRError::errorWithCode(VRErrorCode::loadFailed));
     }
     VXTemplateRef copy = tpl->copy();
     const VRFormatMediaType mediaType = asset->mediaType();
@@ -176,7 +176,7 @@ void VRProcessor::_processingCompleteWithResource(const VRAssetResource& resourc
         resource.pairedURL && !resource.url.empty() && VRSettings::isAutoSaveEnabled();
     if (resource.pairedURL && !keepPair)
         platform::FileManager::removeItemAtPath(*resource.pairedURL);
-    if (resource.url.empty()) return completion(nullptr, VRError::errorWithCode(2));
+    if (resource.url.empty()) return completion(nullptr, VRError::errorWithCode(VRErrorCode::saveFailed));
     auto object = keepPair ? VRURLAsset::livePhotoAssetWithURL(resource.url, *resource.pairedURL)
                            : VRURLAsset::urlAssetWithURL(resource.url);
     completion(VRAsset::assetWithObject(object), nullptr);

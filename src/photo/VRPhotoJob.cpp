@@ -53,7 +53,7 @@ void VRPhotoJob::processImageData(std::optional<std::vector<std::uint8_t>> data,
     const auto mediaType = VRFormatMediaTypePhoto;
     const std::string filename = VRProcessor::mainProcessor()._filenameOfAsset(*asset);
     if (!data || data->empty())
-        return completion(std::nullopt, mediaType, std::nullopt, VRError::errorWithCode(1));
+        return completion(std::nullopt, mediaType, std::nullopt, VRError::errorWithCode(VRErrorCode::loadFailed));
 
     std::optional<PlistDictionary> metadata = metadataOfData(*data);
     // The pixels come from a second, independent opening of the same bytes, which then own them.
@@ -81,7 +81,7 @@ void VRPhotoJob::processImageData(std::optional<std::vector<std::uint8_t>> data,
         // A picture that could not be drawn would be saved as nothing but the fill colour.
         if (drawError)
             return completion(std::nullopt, mediaType, std::nullopt,
-                              VRError::errorWithCodeUnderlyingErrors(2, {drawError}));
+                              VRError::errorWithCodeUnderlyingErrors(VRErrorCode::saveFailed, {drawError}));
         if (bitmap)
             drawn =
                 VRImage::imageWithCGImage(std::move(*bitmap), image->scale(), VROrientation::up);
@@ -101,7 +101,7 @@ void VRPhotoJob::processImageData(std::optional<std::vector<std::uint8_t>> data,
         // The writer's own error goes along, so that the words can name the cause.
         return completion(
             std::nullopt, mediaType, std::nullopt,
-            error ? VRError::errorWithCodeUnderlyingErrors(2, {error}) : VRError::errorWithCode(2));
+            error ? VRError::errorWithCodeUnderlyingErrors(VRErrorCode::saveFailed, {error}) : VRError::errorWithCode(VRErrorCode::saveFailed));
     }
     VXHelper::excludeURLFromBackup(path);
     completion(path, mediaType, output.outputSize, nullptr);
