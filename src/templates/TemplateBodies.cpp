@@ -37,7 +37,10 @@ VXTemplateRef templateWithIdentifier(const std::string& identifier) {
     if (!data) return nullptr;
     platform::ErrorRef error;
     auto tpl = VXTemplateCoding::templateWithArchivedData(*data, &error);
-    if (!tpl) platform::log("~~ unreadable template " + identifier + ": " + error->description());
+    if (!tpl) {
+        platform::log("~~ unreadable template " + identifier + ": " +
+                      (error ? error->description() : std::string("unknown error")));
+    }
     return tpl;
 }
 
