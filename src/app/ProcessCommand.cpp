@@ -287,7 +287,7 @@ class ProcessCommand : public app::Command {
         for (;;) {
             Outcome outcome = runOnce(asset, size);
             if (outcome.interrupted || gInterrupted) return interrupted(outcome);
-            if (outcome.error && outcome.error->code() == 5) {
+            if (outcome.error && outcome.error->hasCode(VRErrorCode::sizeLimitExceeded)) {
                 auto offer = limitOffer(*outcome.error);
                 if (offer && takeCorrection(*offer)) {
                     size = offer->correction;
@@ -336,7 +336,9 @@ class ProcessCommand : public app::Command {
             info[VRErrorUserInfoReasonKey] =
                 "The result could not be moved into " + _outDir + ": " +
                 (error ? error->localizedDescription() : std::string("unknown"));
-            auto failure = VRError::errorWithCode(error && VRErrorIsOutOfSpace(*error) ? 17 : 2,
+            auto failure = VRError::errorWithCode(error && VRErrorIsOutOfSpace(*error)
+                                                      ? VRErrorCode::diskFull
+                                                      : VRErrorCode::saveFailed,
                                                   std::move(info));
             return failed(file, *failure, std::nullopt);
         }

@@ -8,6 +8,7 @@
 #include "app/TemplateJSON.h"
 #include "model/VXHelperText.h"
 #include "storage/VRSettings.h"
+#include "templates/TemplateBodies.h"
 #include "templates/TemplateManager.h"
 #include "templates/VXHelperTemplate.h"
 
@@ -184,7 +185,7 @@ class TemplateCommand : public app::Command {
             blank ? static_cast<std::uint64_t>(VRSettings::incrementedIndex()) : 0;
         tpl->setName(VXHelper::validateTemplateName(_name, index));
 
-        auto identifier = VRSettings::saveTemplate(*tpl, false);
+        auto identifier = TemplateBodies::saveTemplate(*tpl, false);
         if (!identifier) return app::reportFailure("the template could not be stored");
         platform::ErrorRef error;
         if (!TemplateManager::shared().updateUserTemplate(tpl, *identifier, &error)) {

@@ -5,8 +5,7 @@
 
 #include "assets/VRURLAsset.h"
 #include "model/TypeIdentifiers.h"
-#include "model/VROrientation.h"
-#include "photo/VRImageProcessor.h"
+#include "model/VRImageProperties.h"
 #include "platform/FileManager.h"
 #include "platform/ImageSource.h"
 #include "storage/VXHelperFiles.h"
@@ -29,13 +28,10 @@ std::string hex(const std::uint8_t* bytes, std::size_t n) {
     return text;
 }
 
-CGSize displayedSize(const std::optional<VRImageProcessor::ImageProperties>& properties) {
-    if (!properties) return CGSizeZero;
-    auto size = properties->size();
-    if (!size) return CGSizeZero;
-    const auto o =
-        VROrientation::orientationWithImageOrientation(properties->orientation().value_or(0));
-    return o.isRotated() ? CGSize{size->height, size->width} : *size;
+// The pixel size as shown of the first picture in the source; zero when it tells none.
+CGSize displayedSize(const platform::ImageSource* source) {
+    auto properties = source ? VRImageProperties::ofImageSource(*source) : std::nullopt;
+    return properties ? properties->displayedSize() : CGSizeZero;
 }
 
 }  // namespace
@@ -78,8 +74,7 @@ std::shared_ptr<VRDataAsset> VRDataAsset::dataAssetWithData(std::vector<std::uin
     asset->_mediaType = mediaTypeForData(data);
     if (asset->_mediaType == VRFormatMediaTypePhoto) {
         auto source = platform::ImageSource::createWithData(data);
-        asset->_pixelSize = displayedSize(
-            source ? VRImageProcessor::propertiesOfImageSource(*source) : std::nullopt);
+        asset->_pixelSize = displayedSize(source.get());
     }
     asset->_tempData = std::move(data);
     return asset;
@@ -93,8 +88,7 @@ std::shared_ptr<VRDataAsset> VRDataAsset::dataAssetWithUniqueID(const std::strin
     asset->_mediaType = VRURLAsset::mediaTypeForPath(asset->_path);
     if (asset->_mediaType == VRFormatMediaTypePhoto) {
         auto source = platform::ImageSource::createWithURL(asset->_path);
-        asset->_pixelSize = displayedSize(
-            source ? VRImageProcessor::propertiesOfImageSource(*source) : std::nullopt);
+        asset->_pixelSize = displayedSize(source.get());
     }
     return asset;
 }

@@ -3,8 +3,8 @@
 #include <functional>
 
 #include "model/TypeIdentifiers.h"
+#include "model/VRImageProperties.h"
 #include "model/VROrientation.h"
-#include "photo/VRImageProcessor.h"
 #include "platform/AVAsset.h"
 #include "platform/AVAssetTrack.h"
 #include "platform/AVMediaFormat.h"
@@ -64,13 +64,8 @@ void VRURLAsset::_loadAttributes() const {
                 _duration = CMTimeGetSeconds(duration.value());
         } else if (_mediaType == VRFormatMediaTypePhoto) {
             auto source = platform::ImageSource::createWithURL(_url);
-            auto properties =
-                source ? VRImageProcessor::propertiesOfImageSource(*source) : std::nullopt;
-            if (auto size = properties ? properties->size() : std::nullopt) {
-                const auto orientation = VROrientation::orientationWithImageOrientation(
-                    properties->orientation().value_or(0));
-                _pixelSize = orientation.isRotated() ? CGSize{size->height, size->width} : *size;
-            }
+            auto properties = source ? VRImageProperties::ofImageSource(*source) : std::nullopt;
+            if (properties && properties->size()) _pixelSize = properties->displayedSize();
         }
     });
 }

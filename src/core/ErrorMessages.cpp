@@ -7,29 +7,30 @@
 #include <cerrno>
 #include <cstring>
 
+#include "core/VRError.h"
 #include "model/VXHelperText.h"
 #include "platform/FileManager.h"
 #include "platform/ImageSource.h"
 
 VRErrorMessage VRErrorMessageForCode(std::int64_t code) {
-    switch (code) {
-        case 1:
+    switch (static_cast<VRErrorCode>(code)) {
+        case VRErrorCode::loadFailed:
             return {std::nullopt,
                     "Unable to load media for processing. A problem may occur when it is being "
                     "used by another app or has been deleted.",
                     false};
-        case 2:
+        case VRErrorCode::saveFailed:
             return {"Saving problem",
                     "Unable to save media to photo library. A problem may occur when not enough "
                     "free space or format is not supported.",
                     false};
-        case 3:
-        case 4:
+        case VRErrorCode::encodeFailed:
+        case VRErrorCode::unwarpFailed:
             return {std::nullopt,
                     "Unable to unwarp media. A problem may occur when unsupported format used. "
                     "Try to use another format and/or update encoding parameters.",
                     true};
-        case 17:
+        case VRErrorCode::diskFull:
             return {"Not enough disk space",
                     "There is not enough available space to continue the file writing. Make room "
                     "by deleting existing videos or photos.",

@@ -1,12 +1,14 @@
 #include "core/VRError.h"
 
-VRErrorRef VRError::errorWithCode(std::int64_t code, platform::PlistDictionary userInfo) {
-    return std::make_shared<VRError>(VRErrorDomain, code, std::move(userInfo));
+VRErrorRef VRError::errorWithCode(VRErrorCode code, platform::PlistDictionary userInfo) {
+    return std::make_shared<VRError>(VRErrorDomain, static_cast<std::int64_t>(code),
+                                     std::move(userInfo));
 }
 
-VRErrorRef VRError::errorWithCodeUnderlyingErrors(std::int64_t code,
+VRErrorRef VRError::errorWithCodeUnderlyingErrors(VRErrorCode code,
                                                   std::vector<platform::ErrorRef> errors) {
-    return std::make_shared<VRError>(VRErrorDomain, code, platform::PlistDictionary{},
+    return std::make_shared<VRError>(VRErrorDomain, static_cast<std::int64_t>(code),
+                                     platform::PlistDictionary{},
                                      std::map<std::string, std::vector<platform::ErrorRef>>{
                                          {VRErrorUnderlyingErrorsKey, std::move(errors)}});
 }

@@ -12,6 +12,7 @@
 #include "platform/Log.h"
 #include "results/VRHelper.h"
 #include "storage/VRSettings.h"
+#include "storage/VRSettings2.h"
 
 namespace {
 
@@ -124,7 +125,7 @@ void VRProcessor::_processAsset(const VRAssetRef& asset, bool paired, const VXTe
     if (!asset || !tpl) {
         platform::log("~~ PROCESSOR: no asset or template to process");
         return completion(std::nullopt, VRFormatMediaTypeNone, std::nullopt,
-                          VRError::errorWithCode(1));
+                          VRError::errorWithCode(VRErrorCode::loadFailed));
     }
     VXTemplateRef copy = tpl->copy();
     const VRFormatMediaType mediaType = asset->mediaType();
@@ -153,11 +154,15 @@ void VRProcessor::_startPhotoStage(const VRAssetRef& asset, const VXTemplateRef&
     job->tpl = tpl;
     job->adjustState = adjustState;
     job->completion = std::move(completion);
-    job->compression = VRSettings::photoJPEGCompression() / 100.0;
+    job->host = this;
+    job->settings.compression = VRSettings::photoJPEGCompression() / 100.0;
     job->size = size;
     job->hasExplicitSize = !isZero(size);
     job->startTime = startTime;
     _processingQueue->addOperationWithBlock([this, job] {
+        // Read once per photo, so that a change during a batch reaches the next one.
+        job->settings.defaultPhotoColor = VRSettings2::defaultPhotoColor();
+        job->settings.metadata = VRPhotoMetadataSettings::current();
         job->creationDate = job->asset->creationDate();
         VRAssetManager2::defaultManager().requestImageDataAsyncForAsset(
             job->asset, _processingQueue.get(),
@@ -176,7 +181,8 @@ void VRProcessor::_processingCompleteWithResource(const VRAssetResource& resourc
         resource.pairedURL && !resource.url.empty() && VRSettings::isAutoSaveEnabled();
     if (resource.pairedURL && !keepPair)
         platform::FileManager::removeItemAtPath(*resource.pairedURL);
-    if (resource.url.empty()) return completion(nullptr, VRError::errorWithCode(2));
+    if (resource.url.empty())
+        return completion(nullptr, VRError::errorWithCode(VRErrorCode::saveFailed));
     auto object = keepPair ? VRURLAsset::livePhotoAssetWithURL(resource.url, *resource.pairedURL)
                            : VRURLAsset::urlAssetWithURL(resource.url);
     completion(VRAsset::assetWithObject(object), nullptr);

@@ -21,6 +21,7 @@
 #include "model/VRFormat.h"
 #include "model/VRFormatMediaType.h"
 #include "model/VRSizeOption.h"
+#include "photo/VRPhotoJob.h"
 #include "platform/AVAsset.h"
 #include "platform/Geometry.h"
 #include "platform/OperationQueue.h"
@@ -29,7 +30,7 @@
 
 class VRVideoMixer;
 
-class VRProcessor {
+class VRProcessor final : public VRPhotoStageHost {
   public:
     // Main-thread callbacks of processAsset. The completion gets the result asset or the
     // error; a cancelled or superseded run completes with neither.
@@ -38,9 +39,7 @@ class VRProcessor {
     // Between the stages, on the thread of the stage that finished: the written file, the media
     // type (1 photo, 2 video), the output size, the error. All empty for a stale run.
     using ProgressionOnInternalThread = std::function<void(double progress)>;
-    using CompletionOnInternalThread =
-        std::function<void(std::optional<std::string> url, VRFormatMediaType mediaType,
-                           std::optional<CGSize> size, VRErrorRef error)>;
+    using CompletionOnInternalThread = VRStageCompletion;
 
     static VRProcessor& mainProcessor();
     VRProcessor(const VRProcessor&) = delete;
@@ -70,14 +69,14 @@ class VRProcessor {
     // The run's identity: a new value for every pass (strictly greater than the last one), 0
     // after a cancel. A pass whose value differs from the stored one is stale.
     double _registerProcessingStartTime();
-    bool _isProcessingStartTimeInvalid(double startTime) const;
+    bool _isProcessingStartTimeInvalid(double startTime) const override;
     // Makes the running pass stale: it ends at its next checkpoint with neither file nor error.
     // Operations already queued are not removed; each meets its own check.
     void cancelProcessingAssets();
 
     // The result stem: the asset's original name without extension, through
     // VRHelper::originaFilenameForCurrentSettings with incrementing.
-    std::string _filenameOfAsset(const VRAsset& asset) const;
+    std::string _filenameOfAsset(const VRAsset& asset) const override;
 
     // _updateMetadata:formatType:assetCreationDate:imageSize: with the stored settings and the
     // current time (see VRUpdatePhotoMetadata).

@@ -131,7 +131,7 @@ void VRProcessor::_videoStageWithAVAsset(const AVAssetRef& movie, const VRAssetR
     const std::string identifier = _filenameOfAsset(*asset);
     if (!movie) {
         return completion(std::nullopt, VRFormatMediaTypeVideo, std::nullopt,
-                          VRError::errorWithCode(1));
+                          VRError::errorWithCode(VRErrorCode::loadFailed));
     }
     if (_isProcessingStartTimeInvalid(startTime)) {
         return completion(std::nullopt, VRFormatMediaTypeVideo, std::nullopt, nullptr);
@@ -216,10 +216,11 @@ VRErrorRef VRProcessor::_videoJobError(std::int64_t state, const platform::Error
             diskFull = error->domain() == platform::AVFoundationErrorDomain &&
                        error->code() == AVErrorDiskFull;
         }
-        return VRError::errorWithCode(diskFull ? 17 : 3, details ? details() : PlistDictionary{});
+        return VRError::errorWithCode(diskFull ? VRErrorCode::diskFull : VRErrorCode::encodeFailed,
+                                      details ? details() : PlistDictionary{});
     }
     if (state == static_cast<std::int64_t>(VRVideoResizeStatus::trackNotFound)) {
-        return VRError::errorWithCode(1);
+        return VRError::errorWithCode(VRErrorCode::loadFailed);
     }
     return nullptr;
 }

@@ -22,3 +22,9 @@ enum VRImageArrangementBits : std::uint32_t {
     VRImageArrangementSourceColorSpace = 16,
     VRImageArrangementNoScale = 32,
 };
+
+// A union of bits stays a set of bits, so that a plain number can't be passed for one.
+constexpr VRImageArrangementBits operator|(VRImageArrangementBits a, VRImageArrangementBits b) {
+    return static_cast<VRImageArrangementBits>(static_cast<std::uint32_t>(a) |
+                                               static_cast<std::uint32_t>(b));
+}

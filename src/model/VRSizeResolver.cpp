@@ -16,7 +16,7 @@ using VXHelper::ratio;
 
 struct Method {
     VRImageArrangement arrangement;
-    std::uint32_t drawingBits;
+    VRImageArrangementBits drawingBits;
     VRZeroSizeBehavior zeroSizeBehavior;
     bool stretch() const { return arrangement == VRImageArrangement::stretch; }
     bool fit() const { return arrangement == VRImageArrangement::fit; }
@@ -24,7 +24,8 @@ struct Method {
 
 // Clip is tested first, so options holding both 3 and 4 mean clip.
 Method methodForOptions(const VRSizeOptions& options) {
-    constexpr std::uint32_t kBase = VRImageArrangementOriented | VRImageArrangementSourceColorSpace;
+    constexpr VRImageArrangementBits kBase =
+        VRImageArrangementOriented | VRImageArrangementSourceColorSpace;
     if (containsOption(options, VRSizeOptionRatioClip))
         return {VRImageArrangement::fill, kBase | VRImageArrangementFill, VRZeroSizeProportional};
     if (containsOption(options, VRSizeOptionRatioFit))
@@ -269,7 +270,7 @@ platform::PlistDictionary VRLimitVerdict::userInfo() const {
 }
 
 VRErrorRef VRLimitVerdict::error() const {
-    return VRError::errorWithCode(5, userInfo());
+    return VRError::errorWithCode(VRErrorCode::sizeLimitExceeded, userInfo());
 }
 
 namespace VXHelper {

@@ -73,8 +73,9 @@ struct VRLimitVerdict {
 
 struct VRResolvedOutput {
     VRImageArrangement arrangement = VRImageArrangement::stretch;
-    // The photo drawing routine's bits: 24, plus 1 for fit or 2 for clip.
-    std::uint32_t drawingArrangement = 24;
+    // The photo drawing routine's bits: Oriented and SourceColorSpace, plus Fit or Fill.
+    VRImageArrangementBits drawingArrangement =
+        VRImageArrangementOriented | VRImageArrangementSourceColorSpace;
     // The size the asset gets, in displayed orientation (what is reported to the caller).
     CGSize outputSize;
     // The pixel frame drawn or encoded: outputSize with its sides exchanged when the

@@ -68,7 +68,7 @@ struct Scale {
     double xs = 1;
 };
 
-Scale scaleFor(const Placement& p, std::uint32_t arrangement) {
+Scale scaleFor(const Placement& p, VRImageArrangementBits arrangement) {
     const double rx = p.target.width / p.extent.width, ry = p.target.height / p.extent.height;
     Scale scale;
     if (!(arrangement & VRImageArrangementNoScale)) scale = {ry, rx / ry};
@@ -139,7 +139,7 @@ std::unique_ptr<BitmapContext> VRCreateBitmapContext(const Bitmap& source, bool 
 std::optional<Bitmap> VRRenderCGImage(const Bitmap& image, std::int64_t orientation,
                                       CGInterpolationQuality quality,
                                       const std::optional<VRColor>& fillColor,
-                                      std::uint32_t arrangement, double k, double angle,
+                                      VRImageArrangementBits arrangement, double k, double angle,
                                       CGRect crop, CGSize target, CGPoint displacement,
                                       ErrorRef* error) {
     if (image.isNull()) return std::nullopt;
@@ -209,8 +209,9 @@ std::optional<Bitmap> VRRenderCGImage(const Bitmap& image, std::int64_t orientat
 }
 
 VRImageRef VRRenderImage(const VRImage& image, CGInterpolationQuality quality,
-                         const std::optional<VRColor>& fillColor, std::uint32_t arrangement,
-                         double angle, CGRect crop, CGSize target, CGPoint displacement) {
+                         const std::optional<VRColor>& fillColor,
+                         VRImageArrangementBits arrangement, double angle, CGRect crop,
+                         CGSize target, CGPoint displacement) {
     auto bitmap = VRRenderCGImage(image.cgImage(), image.imageOrientation(), quality, fillColor,
                                   arrangement, image.scale(), angle, crop, target, displacement);
     if (!bitmap) return nullptr;

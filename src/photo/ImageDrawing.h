@@ -30,20 +30,19 @@
 // a side of the output is 0, no bitmap context can be made, or the picture cannot be drawn
 // into it; `error` then says why where there is more to say than nothing to draw. A bitmap of
 // nothing but the fill colour is never returned for a picture that failed to draw.
-std::optional<platform::Bitmap> VRRenderCGImage(const platform::Bitmap& image,
-                                                std::int64_t orientation,
-                                                platform::CGInterpolationQuality quality,
-                                                const std::optional<VRColor>& fillColor,
-                                                std::uint32_t arrangement, double k, double angle,
-                                                CGRect crop, CGSize target, CGPoint displacement,
-                                                platform::ErrorRef* error = nullptr);
+std::optional<platform::Bitmap> VRRenderCGImage(
+    const platform::Bitmap& image, std::int64_t orientation,
+    platform::CGInterpolationQuality quality, const std::optional<VRColor>& fillColor,
+    VRImageArrangementBits arrangement, double k, double angle, CGRect crop, CGSize target,
+    CGPoint displacement, platform::ErrorRef* error = nullptr);
 
 // VRRenderImage: the same on an image object, reading its orientation and scale. The result
 // has the image's scale and is tagged "up" when the Oriented bit is set, else with the image's
 // orientation. Null where VRRenderCGImage gives null.
 VRImageRef VRRenderImage(const VRImage& image, platform::CGInterpolationQuality quality,
-                         const std::optional<VRColor>& fillColor, std::uint32_t arrangement,
-                         double angle, CGRect crop, CGSize target, CGPoint displacement);
+                         const std::optional<VRColor>& fillColor,
+                         VRImageArrangementBits arrangement, double angle, CGRect crop,
+                         CGSize target, CGPoint displacement);
 
 // VRCreateBitmapContext. With `useSource` and a source colour space that can be an output,
 // the context takes the source's depth, colour space and byte order, with the alpha part of

@@ -7,7 +7,6 @@
 #include "photo/VRImageProcessor.h"
 #include "platform/ImageSource.h"
 #include "platform/Log.h"
-#include "storage/VRSettings2.h"
 #include "storage/VXHelperFiles.h"
 
 namespace {
@@ -35,15 +34,11 @@ VRResolveRequest requestFor(const VRPhotoJob& job, const VRImage* image,
         image ? image->imageOrientation() : VROrientation::up);
     request.adjustState = job.adjustState;
     if (job.hasExplicitSize) request.explicitSize = job.size;
-    request.photoCompression = static_cast<float>(job.compression);
+    request.photoCompression = static_cast<float>(job.settings.compression);
     request.sourceTypeIdentifier = typeIdentifier;
-    request.defaultPhotoColor = VRSettings2::defaultPhotoColor();
+    request.defaultPhotoColor = job.settings.defaultPhotoColor;
     request.limits = VRDeviceLimits::currentDevice();
     return request;
-}
-
-bool isStale(double startTime) {
-    return VRProcessor::mainProcessor()._isProcessingStartTimeInvalid(startTime);
 }
 
 }  // namespace
@@ -51,9 +46,10 @@ bool isStale(double startTime) {
 void VRPhotoJob::processImageData(std::optional<std::vector<std::uint8_t>> data,
                                   const std::string& typeIdentifier) const {
     const auto mediaType = VRFormatMediaTypePhoto;
-    const std::string filename = VRProcessor::mainProcessor()._filenameOfAsset(*asset);
+    const std::string filename = host->_filenameOfAsset(*asset);
     if (!data || data->empty())
-        return completion(std::nullopt, mediaType, std::nullopt, VRError::errorWithCode(1));
+        return completion(std::nullopt, mediaType, std::nullopt,
+                          VRError::errorWithCode(VRErrorCode::loadFailed));
 
     std::optional<PlistDictionary> metadata = metadataOfData(*data);
     // The pixels come from a second, independent opening of the same bytes, which then own them.
@@ -64,7 +60,8 @@ void VRPhotoJob::processImageData(std::optional<std::vector<std::uint8_t>> data,
         VXHelper::resolveOutput(requestFor(*this, image.get(), typeIdentifier));
     if (output.limitExceeded)
         return completion(std::nullopt, mediaType, std::nullopt, output.limitExceeded->error());
-    if (isStale(startTime)) return completion(std::nullopt, mediaType, std::nullopt, nullptr);
+    if (host->_isProcessingStartTimeInvalid(startTime))
+        return completion(std::nullopt, mediaType, std::nullopt, nullptr);
 
     VRImageRef drawn;
     {
@@ -80,17 +77,20 @@ void VRPhotoJob::processImageData(std::optional<std::vector<std::uint8_t>> data,
         }
         // A picture that could not be drawn would be saved as nothing but the fill colour.
         if (drawError)
-            return completion(std::nullopt, mediaType, std::nullopt,
-                              VRError::errorWithCodeUnderlyingErrors(2, {drawError}));
+            return completion(
+                std::nullopt, mediaType, std::nullopt,
+                VRError::errorWithCodeUnderlyingErrors(VRErrorCode::saveFailed, {drawError}));
         if (bitmap)
             drawn =
                 VRImage::imageWithCGImage(std::move(*bitmap), image->scale(), VROrientation::up);
         image.reset();
     }
-    if (isStale(startTime)) return completion(std::nullopt, mediaType, std::nullopt, nullptr);
+    if (host->_isProcessingStartTimeInvalid(startTime))
+        return completion(std::nullopt, mediaType, std::nullopt, nullptr);
 
-    VRProcessor::mainProcessor()._updateMetadata(metadata, output.format.type(), creationDate,
-                                                 drawn ? drawn->pixelSize() : CGSizeZero);
+    VRUpdatePhotoMetadata(metadata, output.format.type(), creationDate,
+                          drawn ? drawn->pixelSize() : CGSizeZero, settings.metadata,
+                          platform::PlistDate::now());
     const std::string path = VXHelper::pathWithFilename(filename, output.format.extension());
     platform::ErrorRef error;
     const platform::Bitmap none;
@@ -101,7 +101,8 @@ void VRPhotoJob::processImageData(std::optional<std::vector<std::uint8_t>> data,
         // The writer's own error goes along, so that the words can name the cause.
         return completion(
             std::nullopt, mediaType, std::nullopt,
-            error ? VRError::errorWithCodeUnderlyingErrors(2, {error}) : VRError::errorWithCode(2));
+            error ? VRError::errorWithCodeUnderlyingErrors(VRErrorCode::saveFailed, {error})
+                  : VRError::errorWithCode(VRErrorCode::saveFailed));
     }
     VXHelper::excludeURLFromBackup(path);
     completion(path, mediaType, output.outputSize, nullptr);

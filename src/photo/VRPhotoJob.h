@@ -1,21 +1,55 @@
 // The parameters the processor's photo operation closes over, and the photo stage itself: from
 // the arrival of the photo's bytes to the call of the completion (decode, resolve the size
-// against the device limit, draw, rewrite the metadata, write). Lives for one pass.
+// against the device limit, draw, rewrite the metadata, write). Lives for one pass. The
+// processor hands itself in as the stage's host, and the settings as they stood at the start.
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "assets/VRAsset.h"
-#include "core/VRProcessor.h"
+#include "core/VRError.h"
 #include "model/VRAdjustAssetState.h"
+#include "model/VRColor.h"
+#include "model/VRFormatMediaType.h"
+#include "photo/PhotoMetadata.h"
 #include "platform/Geometry.h"
 #include "platform/PlistValue.h"
 #include "templates/VXTemplate.h"
 
+// The end of one stage, on the thread of the stage: the written file, the media type (1
+// photo, 2 video), the output size, the error. All empty for a stale run.
+using VRStageCompletion =
+    std::function<void(std::optional<std::string> url, VRFormatMediaType mediaType,
+                       std::optional<CGSize> size, VRErrorRef error)>;
+
+// What the photo stage asks of the processor that runs it.
+class VRPhotoStageHost {
+  public:
+    // True when the run of that start time was cancelled or superseded.
+    virtual bool _isProcessingStartTimeInvalid(double startTime) const = 0;
+    // The result's file name without extension.
+    virtual std::string _filenameOfAsset(const VRAsset& asset) const = 0;
+
+  protected:
+    ~VRPhotoStageHost() = default;
+};
+
+// The settings the stage reads, taken when the stage starts.
+struct VRPhotoStageSettings {
+    // photoJPEGCompression / 100.
+    double compression = 0.85;
+    std::optional<VRColor> defaultPhotoColor;
+    VRPhotoMetadataSettings metadata;
+};
+
 struct VRPhotoJob {
+    // The processor running the stage; outlives it.
+    const VRPhotoStageHost* host = nullptr;
+    VRPhotoStageSettings settings;
     VRAssetRef asset;
     // A private copy: the stage may change its size entry and format freely.
     VXTemplateRef tpl;
@@ -24,9 +58,7 @@ struct VRPhotoJob {
     // Read just before the image data are requested; passed to the metadata rewrite.
     std::optional<platform::PlistDate> creationDate;
     // Called exactly once, on the processing queue's thread.
-    VRProcessor::CompletionOnInternalThread completion;
-    // photoJPEGCompression / 100.
-    double compression = 0.85;
+    VRStageCompletion completion;
     // An explicit output size, or (0, 0).
     CGSize size;
     bool hasExplicitSize = false;

@@ -15,7 +15,6 @@
 #include "platform/Geometry.h"
 #include "platform/PlistValue.h"
 #include "platform/UserDefaults.h"
-#include "templates/VXTemplate.h"
 
 // Keys of the user defaults.
 inline constexpr const char* VRSettingsDefaultsKey = "com.vorela.settings";
@@ -176,14 +175,16 @@ class VRSettings {
     static bool copyTemplateImageDataToTemplateWithIdentifier(const std::string& identifier,
                                                               const std::string& sourceIdentifier);
 
-    // Archives the template into the folder of a new identifier ("recent-" and a UUID for a
-    // recent, a UUID otherwise) and returns it; absent when archiving or writing failed, which
-    // is logged ("Failed to archive object: ...", "Failed to write archived data to file: ...").
-    static std::optional<std::string> saveTemplate(const VXTemplate& tpl, bool recent);
-    // Archives the template under its own identifier, replacing what was there; false without
-    // an identifier or on failure.
-    static bool saveRawTemplate(const VXTemplate& tpl);
-    // The template archived under the identifier: no identifier and not stored (the store sets
-    // those); null when the folder, the file or a readable archive is missing.
-    static VXTemplateRef templateWithIdentifier(const std::string& identifier);
+    // The template's archive (template-data) in the folder of a new identifier ("recent-" and a
+    // UUID for a recent, a UUID otherwise), which is returned; absent when writing failed,
+    // which is logged ("Failed to write archived data to file: ..."). The templates layer
+    // archives and unarchives; this store only keeps the bytes.
+    static std::optional<std::string> saveTemplateData(const platform::PlistData& data,
+                                                       bool recent);
+    // The archive under that identifier, replacing what was there; false on failure (logged).
+    static bool saveTemplateDataWithIdentifier(const platform::PlistData& data,
+                                               const std::string& identifier);
+    // The stored archive; absent without a safe identifier, a file, or past 1 MiB.
+    static std::optional<platform::PlistData> templateDataWithIdentifier(
+        const std::string& identifier);
 };

@@ -6,7 +6,6 @@
 #include "platform/UUID.h"
 #include "storage/VRSettings.h"
 #include "storage/VXHelperFiles.h"
-#include "templates/VXTemplateCoding.h"
 
 namespace {
 
@@ -67,41 +66,28 @@ namespace {
 // Template archives are small; anything far larger is not one of ours.
 constexpr std::size_t kMaxTemplateArchiveBytes = 1u << 20;
 
-bool writeTemplate(const VXTemplate& tpl, const std::string& identifier) {
-    platform::ErrorRef error;
-    auto data = VXTemplateCoding::archivedDataWithTemplate(tpl, &error);
-    if (!data) {
-        platform::log("~~ Failed to archive object: " +
-                      (error ? error->description() : std::string("unknown error")));
-        return false;
-    }
-    std::string path = VRSettings::templateDataPathWithIdentifier(identifier);
-    if (path.empty() || !VXHelper::saveData(*data, path)) {
+}  // namespace
+
+bool VRSettings::saveTemplateDataWithIdentifier(const platform::PlistData& data,
+                                                const std::string& identifier) {
+    std::string path = templateDataPathWithIdentifier(identifier);
+    if (path.empty() || !VXHelper::saveData(data, path)) {
         platform::log("~~ Failed to write archived data to file: " + path);
         return false;
     }
     return true;
 }
 
-}  // namespace
-
-std::optional<std::string> VRSettings::saveTemplate(const VXTemplate& tpl, bool recent) {
+std::optional<std::string> VRSettings::saveTemplateData(const platform::PlistData& data,
+                                                        bool recent) {
     std::string identifier = (recent ? "recent-" : "") + platform::UUIDString();
-    if (!writeTemplate(tpl, identifier)) return std::nullopt;
+    if (!saveTemplateDataWithIdentifier(data, identifier)) return std::nullopt;
     return identifier;
 }
 
-bool VRSettings::saveRawTemplate(const VXTemplate& tpl) {
-    return tpl.identifier() && writeTemplate(tpl, *tpl.identifier());
-}
-
-VXTemplateRef VRSettings::templateWithIdentifier(const std::string& identifier) {
+std::optional<platform::PlistData> VRSettings::templateDataWithIdentifier(
+    const std::string& identifier) {
     std::string path = templateDataPathWithIdentifier(identifier);
-    if (path.empty()) return nullptr;
-    auto data = platform::FileManager::contentsAtPath(path, nullptr, kMaxTemplateArchiveBytes);
-    if (!data) return nullptr;
-    platform::ErrorRef error;
-    auto tpl = VXTemplateCoding::templateWithArchivedData(*data, &error);
-    if (!tpl) platform::log("~~ unreadable template " + identifier + ": " + error->description());
-    return tpl;
+    if (path.empty()) return std::nullopt;
+    return platform::FileManager::contentsAtPath(path, nullptr, kMaxTemplateArchiveBytes);
 }

@@ -7,6 +7,7 @@
 #include "platform/Log.h"
 #include "storage/VRSettings.h"
 #include "storage/VXHelperFiles.h"
+#include "templates/TemplateBodies.h"
 #include "templates/TemplateCatalogue.h"
 #include "templates/TemplateListFile.h"
 #include "templates/VRTemplateListCoding.h"
@@ -27,7 +28,7 @@ VRTemplateListItem itemWithLegacyInfo(const VRLegacyTemplateInfo& info) {
         if (type >= 0) mediaTypes.insert(static_cast<std::uint64_t>(type));
     }
     std::vector<std::string> subtitles;
-    if (auto tpl = VRSettings::templateWithIdentifier(info.identifier)) {
+    if (auto tpl = TemplateBodies::templateWithIdentifier(info.identifier)) {
         subtitles = VXHelper::subtitlesForTemplate(*tpl);
     }
     return VRTemplateListItem(info.identifier, info.title, info.templateDescription,
@@ -130,7 +131,7 @@ VXTemplateRef TemplateManager::templateWithKey(const std::string& key) {
     if (auto it = _executableTemplates.find(key); it != _executableTemplates.end()) {
         return it->second->copy();
     }
-    auto tpl = VRSettings::templateWithIdentifier(key);
+    auto tpl = TemplateBodies::templateWithIdentifier(key);
     if (!tpl) return nullptr;
     _executableTemplates[key] = tpl;
     return tpl->copy();
@@ -300,7 +301,7 @@ std::optional<std::string> TemplateManager::duplicateUserTemplateWith(
     const std::string& identifier, const VXTemplateRef& newTemplate, platform::ErrorRef* error) {
     _userListChanged();
     if (!_userIndex(identifier) || !newTemplate) return std::nullopt;
-    auto newIdentifier = VRSettings::saveTemplate(*newTemplate, false);
+    auto newIdentifier = TemplateBodies::saveTemplate(*newTemplate, false);
     if (!newIdentifier) return std::nullopt;
     VRSettings::copyTemplateImageDataToTemplateWithIdentifier(*newIdentifier, identifier);
     auto item = listItemWithTemplate(*newTemplate, *newIdentifier);

@@ -39,7 +39,7 @@ std::string joined(const std::vector<std::string>& parts) {
 }
 
 // The errors that are there, wrapped in one VRError of `code`.
-ErrorRef joinedError(std::int64_t code, std::initializer_list<ErrorRef> errors) {
+ErrorRef joinedError(VRErrorCode code, std::initializer_list<ErrorRef> errors) {
     std::vector<ErrorRef> present;
     for (const auto& e : errors) {
         if (e) present.push_back(e);
@@ -88,7 +88,9 @@ void VRVideoMixer::mixWithCompletion(Completion completion) {
                                          const std::optional<std::string>& fixed,
                                          std::int64_t rebuilt, const ErrorRef& rebuildError) {
             if (rebuilt != 3 || !fixed) {
-                return onMain(std::nullopt, rebuilt, joinedError(14, {firstError, rebuildError}));
+                return onMain(
+                    std::nullopt, rebuilt,
+                    joinedError(VRErrorCode::trackRebuildFailed, {firstError, rebuildError}));
             }
             {
                 std::lock_guard<std::mutex> lock(self->_mutex);
@@ -99,7 +101,9 @@ void VRVideoMixer::mixWithCompletion(Completion completion) {
                                          const ErrorRef& secondError) {
                 FileManager::removeItemAtPath(*fixed);
                 onMain(url, status,
-                       status == 3 ? nullptr : joinedError(15, {firstError, secondError}));
+                       status == 3
+                           ? nullptr
+                           : joinedError(VRErrorCode::mixStepFailed, {firstError, secondError}));
             });
         });
     });
@@ -158,7 +162,7 @@ void VRVideoMixer::_mixWithCompletion(Completion completion) {
     session->setShouldOptimizeForNetworkUse(true);
     session->setCanPerformMultiplePassesOverSourceMediaData(false);
     session->setMetadata(_prepareMetadata(_asset->loadMetadata().valueOr({})));
-    _export(session, outputURL, std::move(errors), 13, std::move(completion));
+    _export(session, outputURL, std::move(errors), VRErrorCode::mixFailed, std::move(completion));
 }
 
 void VRVideoMixer::_rebuildNonVideoTracks(Completion completion) {
@@ -191,11 +195,12 @@ void VRVideoMixer::_rebuildNonVideoTracks(Completion completion) {
     session->setOutputFileType(_outputFormat.UTI());
     session->setShouldOptimizeForNetworkUse(true);
     session->setCanPerformMultiplePassesOverSourceMediaData(false);
-    _export(session, outputURL, std::move(errors), 18, std::move(completion));
+    _export(session, outputURL, std::move(errors), VRErrorCode::otherTracksRebuildFailed,
+            std::move(completion));
 }
 
 void VRVideoMixer::_export(const AVAssetExportSessionRef& session, const std::string& outputURL,
-                           std::vector<std::string> trackErrors, std::int64_t failureCode,
+                           std::vector<std::string> trackErrors, VRErrorCode failureCode,
                            Completion completion) {
     {
         std::lock_guard<std::mutex> lock(_mutex);
@@ -219,8 +224,9 @@ void VRVideoMixer::_export(const AVAssetExportSessionRef& session, const std::st
             if (exportError || !trackErrors.empty()) {
                 ErrorRef tracks;
                 if (!trackErrors.empty()) {
-                    tracks = VRError::errorWithCode(
-                        16, {{VRErrorUserInfoTracksKey, joined(trackErrors)}});
+                    tracks =
+                        VRError::errorWithCode(VRErrorCode::tracksFailed,
+                                               {{VRErrorUserInfoTracksKey, joined(trackErrors)}});
                 }
                 error = joinedError(failureCode, {exportError, tracks});
             }

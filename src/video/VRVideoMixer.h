@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "core/VRError.h"
 #include "model/VRFormat.h"
 #include "platform/AVAsset.h"
 #include "platform/AVAssetExportSession.h"
@@ -52,7 +53,7 @@ class VRVideoMixer : public std::enable_shared_from_this<VRVideoMixer> {
     void _mixComposition(AVMutableComposition& composition, const AVAssetRef& source,
                          const AVAssetTrackRef& track, std::vector<std::string>& errors) const;
     void _export(const AVAssetExportSessionRef& session, const std::string& outputURL,
-                 std::vector<std::string> trackErrors, std::int64_t failureCode,
+                 std::vector<std::string> trackErrors, VRErrorCode failureCode,
                  Completion completion);
     // <this process's folder in documents/_vrtempvideodir>/<name>.<extension of the output
     // format>, any file there

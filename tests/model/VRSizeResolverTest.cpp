@@ -13,6 +13,12 @@
 
 namespace {
 
+// The drawing bits of the three methods: 24, 25 and 26 as the photo pipeline passes them.
+constexpr auto kStretchBits = VRImageArrangementOriented | VRImageArrangementSourceColorSpace;
+constexpr auto kFitBits = kStretchBits | VRImageArrangementFit;
+constexpr auto kClipBits = kStretchBits | VRImageArrangementFill;
+static_assert(kStretchBits == 24 && kFitBits == 25 && kClipBits == 26);
+
 // Device classes 1 and 4 of the limit table.
 const VRDeviceLimits kClass1{{8192, 8192}, {1920, 1080}, {960, 540}};
 const VRDeviceLimits kClass2{{8192, 8192}, {3840, 2160}, {1280, 720}};
@@ -153,7 +159,7 @@ TEST(VRSizeResolver, MethodFrameDisplacementAndFill) {
         std::uint64_t formatType;
         std::optional<VRColor> fill, defaultPhoto;
         VRImageArrangement arrangement;
-        std::uint32_t bits;
+        VRImageArrangementBits bits;
         CGSize picture;
         CGPoint displacement;
         std::optional<VRColor> expectedFill;
@@ -164,7 +170,7 @@ TEST(VRSizeResolver, MethodFrameDisplacementAndFill) {
          std::nullopt,
          std::nullopt,
          VRImageArrangement::fit,
-         25,
+         kFitBits,
          {1000, 750},
          {0, 250},
          VRColor::whiteColor()},
@@ -174,7 +180,7 @@ TEST(VRSizeResolver, MethodFrameDisplacementAndFill) {
          VRColor{0, 1, 0, 1},
          std::nullopt,
          VRImageArrangement::fill,
-         26,
+         kClipBits,
          {4000.0 / 3, 1000},
          {1000.0 / 3, 0},
          VRColor{0, 1, 0, 1}},
@@ -184,7 +190,7 @@ TEST(VRSizeResolver, MethodFrameDisplacementAndFill) {
          std::nullopt,
          std::nullopt,
          VRImageArrangement::fill,
-         26,
+         kClipBits,
          {4000.0 / 3, 1000},
          {1000.0 / 3, 0},
          VRColor::whiteColor()},
@@ -194,7 +200,7 @@ TEST(VRSizeResolver, MethodFrameDisplacementAndFill) {
          std::nullopt,
          VRColor{0, 0, 1, 1},
          VRImageArrangement::stretch,
-         24,
+         kStretchBits,
          {1000, 1000},
          {500, 500},
          VRColor{0, 0, 1, 1}},
@@ -204,7 +210,7 @@ TEST(VRSizeResolver, MethodFrameDisplacementAndFill) {
          std::nullopt,
          std::nullopt,
          VRImageArrangement::fit,
-         25,
+         kFitBits,
          {1000, 750},
          {0, 250},
          VRColor::clearColor()},
@@ -214,7 +220,7 @@ TEST(VRSizeResolver, MethodFrameDisplacementAndFill) {
          std::nullopt,
          VRColor{0.5, 0.5, 0.5, 1},
          VRImageArrangement::fit,
-         25,
+         kFitBits,
          {1000, 750},
          {0, 250},
          VRColor{0.5, 0.5, 0.5, 1}},

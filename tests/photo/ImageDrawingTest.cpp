@@ -12,9 +12,10 @@ using photo_test::corners;
 
 namespace {
 
-constexpr std::uint32_t kStretch = VRImageArrangementOriented | VRImageArrangementSourceColorSpace;
-constexpr std::uint32_t kFit = kStretch | VRImageArrangementFit;
-constexpr std::uint32_t kClip = kStretch | VRImageArrangementFill;
+constexpr VRImageArrangementBits kStretch =
+    VRImageArrangementOriented | VRImageArrangementSourceColorSpace;
+constexpr VRImageArrangementBits kFit = kStretch | VRImageArrangementFit;
+constexpr VRImageArrangementBits kClip = kStretch | VRImageArrangementFill;
 
 // A picture of four flat quadrants: red top-left, green top-right, blue bottom-left, white
 // bottom-right, so that every turn and mirror shows.
@@ -38,8 +39,9 @@ Bitmap quadrants(std::size_t w, std::size_t h, CGImageAlphaInfo alpha = kCGImage
     return Bitmap(w, h, layout, ColorSpace::deviceRGB(), px);
 }
 
-std::optional<Bitmap> render(const Bitmap& image, std::int64_t orientation, std::uint32_t bits,
-                             std::optional<VRColor> fill, CGSize target, CGPoint d = {}) {
+std::optional<Bitmap> render(const Bitmap& image, std::int64_t orientation,
+                             VRImageArrangementBits bits, std::optional<VRColor> fill,
+                             CGSize target, CGPoint d = {}) {
     return VRRenderCGImage(image, orientation, kCGInterpolationHigh, fill, bits, 1, 0, CGRect{},
                            target, d);
 }

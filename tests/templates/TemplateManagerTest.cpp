@@ -12,6 +12,7 @@
 #include "platform/Log.h"
 #include "storage/VRSettings.h"
 #include "support/TestHome.h"
+#include "templates/TemplateBodies.h"
 #include "templates/TemplateCatalogue.h"
 #include "templates/VRTemplateListCoding.h"
 
@@ -27,7 +28,7 @@ VXTemplateRef stored(const std::string& name, double width, bool recent, std::st
                       VRFormat::formatWithType(VRFormatTypeJPEG),
                       VRSizeOptions{VRSizeOptionNormal, VRSizeOptionRatioClip},
                       VRFormatMediaTypePhoto);
-    auto saved = VRSettings::saveTemplate(*tpl, recent);
+    auto saved = TemplateBodies::saveTemplate(*tpl, recent);
     EXPECT_TRUE(saved);
     *identifier = saved.value_or("");
     return tpl;

@@ -11,7 +11,8 @@ namespace {
 TEST(VideoStage, JobEndingsBecomeCodes) {
     const auto diskFull = platform::avError(AVErrorDiskFull, "full");
     const auto wrapped = VRError::errorWithCodeUnderlyingErrors(
-        12, {VRError::errorWithCodeUnderlyingErrors(7, {diskFull})});
+        VRErrorCode::startFailed,
+        {VRError::errorWithCodeUnderlyingErrors(VRErrorCode::readerSetupFailed, {diskFull})});
     const auto other = platform::avError(AVErrorDecodeFailed, "bad");
     const auto sameCodeOtherDomain = platform::Error::errorWithDomain("Elsewhere", AVErrorDiskFull);
     struct Case {

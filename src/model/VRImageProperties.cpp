@@ -1,5 +1,6 @@
-#include "photo/VRImageProcessor.h"
+#include "model/VRImageProperties.h"
 
+#include "model/VROrientation.h"
 #include "platform/ImagePropertyKeys.h"
 #include "platform/ImageSource.h"
 
@@ -24,7 +25,14 @@ const PlistValue& valueOf(const PlistDictionary& d, const char* key) {
 
 }  // namespace
 
-std::optional<CGSize> VRImageProcessor::ImageProperties::size() const {
+std::optional<VRImageProperties> VRImageProperties::ofImageSource(
+    const platform::ImageSource& source) {
+    auto properties = source.copyPropertiesAtIndex(0);
+    if (!properties) return std::nullopt;
+    return VRImageProperties(std::move(*properties));
+}
+
+std::optional<CGSize> VRImageProperties::size() const {
     using namespace platform;
     if (auto s = sizeOf(_properties, kCGImagePropertyPixelWidth, kCGImagePropertyPixelHeight))
         return s;
@@ -36,7 +44,7 @@ std::optional<CGSize> VRImageProcessor::ImageProperties::size() const {
     return std::nullopt;
 }
 
-std::optional<std::int64_t> VRImageProcessor::ImageProperties::orientation() const {
+std::optional<std::int64_t> VRImageProperties::orientation() const {
     using namespace platform;
     const PlistValue* value = &valueOf(_properties, kCGImagePropertyOrientation);
     if (value->isNull())
@@ -46,14 +54,14 @@ std::optional<std::int64_t> VRImageProcessor::ImageProperties::orientation() con
     return imageOrientationForExifOrientation(value->integerValue());
 }
 
-std::optional<VRImageProcessor::ImageProperties> VRImageProcessor::propertiesOfImageSource(
-    const platform::ImageSource& source) {
-    auto properties = source.copyPropertiesAtIndex(0);
-    if (!properties) return std::nullopt;
-    return ImageProperties(std::move(*properties));
+CGSize VRImageProperties::displayedSize() const {
+    auto stored = size();
+    if (!stored) return CGSizeZero;
+    const auto o = VROrientation::orientationWithImageOrientation(orientation().value_or(0));
+    return o.isRotated() ? CGSize{stored->height, stored->width} : *stored;
 }
 
-std::int64_t VRImageProcessor::imageOrientationForExifOrientation(std::int64_t exif) {
+std::int64_t VRImageProperties::imageOrientationForExifOrientation(std::int64_t exif) {
     // EXIF 1...8 -> up, upMirrored, down, downMirrored, leftMirrored, right, rightMirrored, left.
     static constexpr std::int64_t kTable[9] = {0, 0, 4, 1, 5, 6, 3, 7, 2};
     return exif >= 1 && exif <= 8 ? kTable[exif] : 0;
