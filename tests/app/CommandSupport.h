@@ -79,41 +79,49 @@ inline int interruptedProcess(const testing_support::TestHome& home, const std::
                               const std::function<bool(const std::string&)>& ready) {
     const int master = posix_openpt(O_RDWR | O_NOCTTY);
     if (master < 0 || grantpt(master) != 0 || unlockpt(master) != 0) return -1;
-    const std::string terminal = ptsname(master);
+    // The terminal is opened before the fork, so that it never looks closed to the reader
+    // before the child holds it.
+    const int terminal = open(ptsname(master), O_RDWR | O_NOCTTY);
+    if (terminal < 0) return -1;
     const std::string root = home.root();
     const pid_t pid = fork();
     if (pid < 0) return -1;
     if (pid == 0) {
-        const int slave = open(terminal.c_str(), O_RDWR | O_NOCTTY);
-        if (slave < 0 || dup2(slave, STDERR_FILENO) < 0 || !freopen("/dev/null", "w", stdout) ||
+        if (dup2(terminal, STDERR_FILENO) < 0 || !freopen("/dev/null", "w", stdout) ||
             !freopen("/dev/null", "r", stdin))
             _exit(126);
+        close(terminal);
+        close(master);
         execl(UNWARP_BINARY, UNWARP_BINARY, "--home", root.c_str(), "process", "--template",
               templateKey.c_str(), "--out", out.c_str(), file.c_str(), static_cast<char*>(nullptr));
         _exit(127);
     }
-    // Reads what the child writes until `ready` holds or the child closes its terminal; a read
-    // error (EIO) is how the end shows on a terminal.
+    close(terminal);
+    // Reads what the child writes until `ready` holds, then until the child closes its terminal
+    // (a read error, EIO, is how that shows); a minute for each, else the child is killed.
     std::string err;
     bool signalled = false;
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
     for (;;) {
         if (!signalled && ready(err)) {
             kill(pid, SIGINT);
             signalled = true;
+            end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
         }
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
             end - std::chrono::steady_clock::now());
-        if (!signalled && left.count() <= 0) {
+        if (left.count() <= 0) {
             kill(pid, SIGKILL);
+            signalled = false;
             break;
         }
         pollfd p{master, POLLIN, 0};
-        if (poll(&p, 1, signalled ? -1 : static_cast<int>(left.count())) < 0 && errno != EINTR)
-            break;
+        const int polled = poll(&p, 1, static_cast<int>(left.count()));
+        if (polled < 0 && errno != EINTR) break;
+        if (polled <= 0) continue;
         char buffer[4096];
         const ssize_t n = read(master, buffer, sizeof buffer);
-        if (n == 0 || (n < 0 && errno != EINTR && errno != EAGAIN)) break;
+        if (n == 0 || (n < 0 && errno != EINTR)) break;
         if (n > 0) err.append(buffer, static_cast<std::size_t>(n));
     }
     close(master);
