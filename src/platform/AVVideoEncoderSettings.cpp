@@ -108,7 +108,7 @@ void readColor(Reader& top, AVVideoEncoderSettings& s, ErrorRef* error) {
 void readAspect(Reader& compression, AVVideoEncoderSettings& s, ErrorRef* error) {
     const PlistDictionary* aspect = compression.dictionary(AVVideoPixelAspectRatioKey);
     if (!aspect) return;
-    Reader r(*aspect, "pixel aspect ratio", error);
+    Reader r(*aspect, "pixel aspect ratio properties", error);
     r.onlyKeys(
         {AVVideoPixelAspectRatioHorizontalSpacingKey, AVVideoPixelAspectRatioVerticalSpacingKey});
     r.count(AVVideoPixelAspectRatioHorizontalSpacingKey, s.sarNum, 1);
