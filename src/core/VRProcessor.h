@@ -4,7 +4,6 @@
 // `process` command drive it, one asset in flight.
 #pragma once
 
-#include <any>
 #include <atomic>
 #include <cstdint>
 #include <functional>
@@ -27,6 +26,8 @@
 #include "platform/OperationQueue.h"
 #include "platform/PlistValue.h"
 #include "templates/VXTemplate.h"
+#include "video/VRVideoJob.h"
+#include "video/VRVideoResizeStatus.h"
 
 class VRVideoMixer;
 
@@ -101,10 +102,10 @@ class VRProcessor final : public VRPhotoStageHost {
         const AVAssetRef& asset, const VRFormat& targetFormat, const VRSizeOptions& options,
         std::int64_t bitrate, CGSize size, CGPoint displacement,
         const platform::PlistDictionary& extra);
-    // The error a video job's ending becomes: state 1 gives code 17 when the job's error is a
+    // The error a video job's ending becomes: failed gives code 17 when the job's error is a
     // full disk (AVFoundationErrorDomain -11807, at any depth of a VRError) and code 3
-    // otherwise, both with `details`; state 4 (no video track) gives code 1; anything else none.
-    static VRErrorRef _videoJobError(std::int64_t state, const platform::ErrorRef& error,
+    // otherwise, both with `details`; trackNotFound gives code 1; anything else none.
+    static VRErrorRef _videoJobError(VRVideoResizeStatus state, const platform::ErrorRef& error,
                                      const std::function<platform::PlistDictionary()>& details);
     // The running video jobs, under their output names.
     std::size_t videoResizerCount() const;
@@ -133,6 +134,6 @@ class VRProcessor final : public VRPhotoStageHost {
     std::atomic<double> _processingStartTime{0.0};
     // videoResizers (opaque jobs of LegacyManager) and videoMixers, which no flow fills.
     mutable std::mutex _videoJobsMutex;
-    std::map<std::string, std::any> _videoResizers;
+    std::map<std::string, VRVideoJob> _videoResizers;
     std::map<std::string, std::shared_ptr<VRVideoMixer>> _videoMixers;
 };

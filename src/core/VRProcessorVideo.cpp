@@ -96,7 +96,7 @@ std::size_t VRProcessor::videoResizerCount() const {
 }
 
 void VRProcessor::_cancelVideoJobs() {
-    std::map<std::string, std::any> resizers;
+    std::map<std::string, VRVideoJob> resizers;
     std::map<std::string, std::shared_ptr<VRVideoMixer>> mixers;
     {
         std::lock_guard<std::mutex> lock(_videoJobsMutex);
@@ -172,8 +172,8 @@ void VRProcessor::_videoStageWithAVAsset(const AVAssetRef& movie, const VRAssetR
 
     auto ended = std::make_shared<std::atomic<bool>>(false);
     auto onEnd = [this, movie, identifier, paired, sourceURL, format, options, bitrate, frame,
-                  completion, ended](const std::optional<std::string>& url, std::int64_t state,
-                                     const platform::ErrorRef& error) {
+                  completion, ended](const std::optional<std::string>& url,
+                                     VRVideoResizeStatus state, const platform::ErrorRef& error) {
         // Leave the registry before anyone hears of the end, so a caller woken by the
         // completion never finds the finished job still listed.
         *ended = true;
@@ -181,7 +181,7 @@ void VRProcessor::_videoStageWithAVAsset(const AVAssetRef& movie, const VRAssetR
             std::lock_guard<std::mutex> lock(_videoJobsMutex);
             _videoResizers.erase(identifier);
         }
-        if (state == static_cast<std::int64_t>(VRVideoResizeStatus::finished)) {
+        if (state == VRVideoResizeStatus::finished) {
             // The Live Photo's temporary link to its movie has served.
             if (paired && sourceURL) FileManager::removeItemAtPath(*sourceURL);
             completion(url, VRFormatMediaTypeVideo, std::nullopt, nullptr);
@@ -197,7 +197,7 @@ void VRProcessor::_videoStageWithAVAsset(const AVAssetRef& movie, const VRAssetR
             completion(std::nullopt, VRFormatMediaTypeVideo, std::nullopt, failure);
         }
     };
-    std::any job = LegacyManager::videoResizeWithVideoAsset(
+    VRVideoJob job = LegacyManager::videoResizeWithVideoAsset(
         movie, identifier, format, frame, static_cast<std::int64_t>(resolved.arrangement), bitrate,
         codecType, adjustState ? adjustState->orientation() : std::nullopt, resolved.fillColor,
         copyLocation, progression, onEnd);
@@ -206,9 +206,9 @@ void VRProcessor::_videoStageWithAVAsset(const AVAssetRef& movie, const VRAssetR
     if (!*ended) _videoResizers[identifier] = std::move(job);
 }
 
-VRErrorRef VRProcessor::_videoJobError(std::int64_t state, const platform::ErrorRef& error,
+VRErrorRef VRProcessor::_videoJobError(VRVideoResizeStatus state, const platform::ErrorRef& error,
                                        const std::function<PlistDictionary()>& details) {
-    if (state == static_cast<std::int64_t>(VRVideoResizeStatus::failed)) {
+    if (state == VRVideoResizeStatus::failed) {
         bool diskFull = false;
         if (auto vrError = std::dynamic_pointer_cast<const VRError>(error)) {
             diskFull = vrError->matchesDomain(platform::AVFoundationErrorDomain, AVErrorDiskFull);
@@ -219,7 +219,7 @@ VRErrorRef VRProcessor::_videoJobError(std::int64_t state, const platform::Error
         return VRError::errorWithCode(diskFull ? VRErrorCode::diskFull : VRErrorCode::encodeFailed,
                                       details ? details() : PlistDictionary{});
     }
-    if (state == static_cast<std::int64_t>(VRVideoResizeStatus::trackNotFound)) {
+    if (state == VRVideoResizeStatus::trackNotFound) {
         return VRError::errorWithCode(VRErrorCode::loadFailed);
     }
     return nullptr;

@@ -11,6 +11,7 @@
 
 #include "platform/AVAssetWriterInput.h"
 #include "platform/AVMetadataItem.h"
+#include "platform/AVVideoCodecs.h"
 #include "platform/CMTime.h"
 #include "platform/Error.h"
 
@@ -34,15 +35,18 @@ class AVAssetWriter : public std::enable_shared_from_this<AVAssetWriter> {
                                                              platform::ErrorRef* error);
     ~AVAssetWriter();
 
-    // Whether a file of the type can hold video of the codec (an AVVideoCodecType... value):
-    // ProRes only in QuickTime movies, HEVC not in M4V, 3GP and 3GPP2.
+    // Whether a file of the type can hold video of the codec (an AVVideoCodecType... value),
+    // as the container table says (ProRes only in QuickTime movies, HEVC and JPEG not in M4V,
+    // 3GP and 3GPP2), and the codec's encoder is at hand.
     static bool fileTypeAcceptsVideoCodec(const std::string& fileType, const std::string& codec);
+    static bool fileTypeAcceptsVideoCodec(const std::string& fileType, AVVideoCodec codec);
 
     const std::string& outputURL() const;
     const std::string& outputFileType() const;
 
     // False once writing has started, for an input already added, a video input whose codec
-    // the container does not take (ProRes only in MOV) or whose settings are incomplete, and
+    // the container does not take (ProRes only in MOV) or whose settings are faulty (see
+    // AVAssetWriterInput::outputSettingsError) or of a size the codec cannot encode, and
     // a passthrough input without a format hint or whose codec the container refuses.
     bool canAddInput(const AVAssetWriterInputRef& input) const;
     void addInput(const AVAssetWriterInputRef& input);

@@ -13,6 +13,7 @@
 #include "platform/CMFormatDescription.h"
 #include "platform/CMSampleBuffer.h"
 #include "platform/Dispatch.h"
+#include "platform/Error.h"
 #include "platform/Geometry.h"
 #include "platform/PlistValue.h"
 
@@ -20,8 +21,8 @@ class AVAssetWriterInput {
   public:
     struct Impl;
 
-    // Video output settings (AVVideoSettings.h): AVVideoCodecKey (H.264 through libx264,
-    // HEVC through libx265 with Main 10 for 10-bit frames, ProRes 4444 for alpha, JPEG),
+    // Video output settings (AVVideoSettings.h), read once into AVVideoEncoderSettings:
+    // AVVideoCodecKey (a codec of AVVideoCodecs.h that has an encoder here),
     // AVVideoWidthKey, AVVideoHeightKey, AVVideoColorPropertiesKey and
     // AVVideoCompressionPropertiesKey (average bit rate, profile, expected frame rate, key frame
     // interval, pixel aspect, quality, encoder preset). No settings: passthrough, which needs
@@ -33,6 +34,9 @@ class AVAssetWriterInput {
 
     const std::string& mediaType() const;
     const std::optional<platform::PlistDictionary>& outputSettings() const;
+    // Why a video input's output settings cannot be used (a missing, unknown or ill-typed key,
+    // an unknown codec); null when they can. A writer refuses an input that has one.
+    platform::ErrorRef outputSettingsError() const;
     const CMFormatDescriptionRef& sourceFormatHint() const;
 
     void setExpectsMediaDataInRealTime(bool value);

@@ -45,7 +45,7 @@ std::pair<int, int> fittedSize(int boxW, int boxH, const CMFormatDescriptionRef&
 
 std::optional<PlistDictionary> AVOutputSettingsAssistant::videoSettings() const {
     PlistDictionary settings;
-    settings[AVVideoCodecKey] = _preset.codec;
+    settings[AVVideoCodecKey] = videoCodecInfo(_preset.codec).type;
     auto [width, height] = fittedSize(_preset.width, _preset.height, _format);
     settings[AVVideoWidthKey] = width;
     settings[AVVideoHeightKey] = height;

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/AVVideoCodecs.h"
+
 inline constexpr const char* AVOutputSettingsPreset640x480 = "AVOutputSettingsPreset640x480";
 inline constexpr const char* AVOutputSettingsPreset960x540 = "AVOutputSettingsPreset960x540";
 inline constexpr const char* AVOutputSettingsPreset1280x720 = "AVOutputSettingsPreset1280x720";
@@ -22,8 +24,7 @@ inline constexpr const char* AVOutputSettingsPresetHEVC3840x2160WithAlpha =
 
 struct OutputSettingsPreset {
     const char* name;
-    // AVVideoCodecType... value.
-    const char* codec;
+    AVVideoCodec codec;
     // Profile for 8-bit sources and for sources of more than 8 bits (AVVideoProfileLevel...);
     // empty when the codec has none to name.
     const char* profile8Bit;

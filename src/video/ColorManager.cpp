@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 
+#include "platform/AVVideoCodecs.h"
 #include "platform/AVVideoSettings.h"
 
 namespace {
@@ -41,7 +42,8 @@ bool ColorManager::areColorPropertiesAccepted(const platform::PlistValue& proper
                                                         AVVideoYCbCrMatrix_ITU_R_601_4,
                                                         AVVideoYCbCrMatrix_ITU_R_2020};
     if (!properties.isDictionary()) return false;
-    const bool matrixAccepted = codec == AVVideoCodecTypeH264
+    const AVVideoCodecInfo* info = videoCodecWithType(codec);
+    const bool matrixAccepted = info && info->codec == AVVideoCodec::h264
                                     ? holds(properties, AVVideoYCbCrMatrixKey, matricesH264)
                                     : holds(properties, AVVideoYCbCrMatrixKey, matrices);
     return matrixAccepted && holds(properties, AVVideoColorPrimariesKey, primaries) &&

@@ -6,7 +6,7 @@
 #include "storage/VRSettings2.h"
 #include "video/VRVideoResizer2.h"
 
-std::any LegacyManager::videoResizeWithVideoAsset(
+VRVideoJob LegacyManager::videoResizeWithVideoAsset(
     AVAssetRef asset, const std::string& identifier, const VRFormat& format, CGRect frame,
     std::int64_t arrangement, std::int64_t bitrate, std::int64_t codecType,
     const std::optional<VROrientation>& orientation, const std::optional<VRColor>& fillColor,
@@ -24,22 +24,19 @@ std::any LegacyManager::videoResizeWithVideoAsset(
     options.metadataOptions = VRVideoMetadataOptions{copyLocation};
 
     auto resizer = VRVideoResizer2::resizerWithAsset(std::move(asset), identifier, options);
-    resizer->resize(
-        std::move(progressionOnInternalThread),
-        [completion = std::move(completionOnInternalThread)](const std::optional<std::string>& url,
-                                                             VRVideoResizeStatus status,
-                                                             const platform::ErrorRef& error) {
-            if (!completion) return;
-            const bool finished = status == VRVideoResizeStatus::finished;
-            completion(finished ? url : std::nullopt, static_cast<std::int64_t>(status), error);
-        });
-    return resizer;
+    resizer->resize(std::move(progressionOnInternalThread),
+                    [completion = std::move(completionOnInternalThread)](
+                        const std::optional<std::string>& url, VRVideoResizeStatus status,
+                        const platform::ErrorRef& error) {
+                        if (!completion) return;
+                        const bool finished = status == VRVideoResizeStatus::finished;
+                        completion(finished ? url : std::nullopt, status, error);
+                    });
+    return VRVideoJob(std::move(resizer));
 }
 
-void LegacyManager::videoResizerCancel(const std::any& object) {
-    if (const auto* resizer = std::any_cast<std::shared_ptr<VRVideoResizer2>>(&object)) {
-        if (*resizer) (*resizer)->cancel();
-    }
+void LegacyManager::videoResizerCancel(const VRVideoJob& job) {
+    job.cancel();
 }
 
 std::optional<VRColor> LegacyManager::defaultPhotoColor() {

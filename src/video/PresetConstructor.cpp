@@ -5,6 +5,7 @@
 
 #include "platform/AVAssetWriter.h"
 #include "platform/AVOutputSettingsAssistant.h"
+#include "platform/AVVideoCodecs.h"
 #include "platform/AVVideoSettings.h"
 #include "platform/OutputSettingsPresets.h"
 #include "video/ColorManager.h"
@@ -153,7 +154,8 @@ PlistDictionary PresetConstructor::encoderSettings(
                                                       *codec)) {
             settings[AVVideoColorPropertiesKey] = ColorManager::defaultColorProperties();
         }
-        if (*codec == AVVideoCodecTypeJPEG) {
+        const AVVideoCodecInfo* info = videoCodecWithType(*codec);
+        if (info && info->codec == AVVideoCodec::jpeg) {
             compression[AVVideoQualityKey] = static_cast<double>(options.jpegCompression);
         }
     } else {

@@ -19,16 +19,16 @@ using platform::FileManager;
 
 namespace {
 
-std::int64_t statusOf(AVAssetExportSessionStatus status) {
+VRVideoResizeStatus statusOf(AVAssetExportSessionStatus status) {
     switch (status) {
         case AVAssetExportSessionStatusCompleted:
-            return 3;
+            return VRVideoResizeStatus::finished;
         case AVAssetExportSessionStatusFailed:
-            return 1;
+            return VRVideoResizeStatus::failed;
         case AVAssetExportSessionStatusCancelled:
-            return 2;
+            return VRVideoResizeStatus::cancelled;
         default:
-            return 0;
+            return VRVideoResizeStatus::unknown;
     }
 }
 
@@ -75,19 +75,21 @@ void VRVideoMixer::cancel() {
 
 void VRVideoMixer::mixWithCompletion(Completion completion) {
     auto self = shared_from_this();
-    auto onMain = [completion](const std::optional<std::string>& url, std::int64_t status,
+    auto onMain = [completion](const std::optional<std::string>& url, VRVideoResizeStatus status,
                                const ErrorRef& error) {
         platform::DispatchQueue::main().async([completion, url, status, error] {
             if (completion) completion(url, status, error);
         });
     };
-    _mixWithCompletion([self, onMain](const std::optional<std::string>& url, std::int64_t status,
-                                      const ErrorRef& firstError) {
-        if (status != 1 || self->fixedURL()) return onMain(url, status, firstError);
+    _mixWithCompletion([self, onMain](const std::optional<std::string>& url,
+                                      VRVideoResizeStatus status, const ErrorRef& firstError) {
+        if (status != VRVideoResizeStatus::failed || self->fixedURL())
+            return onMain(url, status, firstError);
         self->_rebuildNonVideoTracks([self, onMain, firstError](
                                          const std::optional<std::string>& fixed,
-                                         std::int64_t rebuilt, const ErrorRef& rebuildError) {
-            if (rebuilt != 3 || !fixed) {
+                                         VRVideoResizeStatus rebuilt,
+                                         const ErrorRef& rebuildError) {
+            if (rebuilt != VRVideoResizeStatus::finished || !fixed) {
                 return onMain(
                     std::nullopt, rebuilt,
                     joinedError(VRErrorCode::trackRebuildFailed, {firstError, rebuildError}));
@@ -97,11 +99,11 @@ void VRVideoMixer::mixWithCompletion(Completion completion) {
                 self->_fixedURL = fixed;
             }
             self->_mixWithCompletion([self, onMain, firstError, fixed](
-                                         const std::optional<std::string>& url, std::int64_t status,
-                                         const ErrorRef& secondError) {
+                                         const std::optional<std::string>& url,
+                                         VRVideoResizeStatus status, const ErrorRef& secondError) {
                 FileManager::removeItemAtPath(*fixed);
                 onMain(url, status,
-                       status == 3
+                       status == VRVideoResizeStatus::finished
                            ? nullptr
                            : joinedError(VRErrorCode::mixStepFailed, {firstError, secondError}));
             });
@@ -207,31 +209,31 @@ void VRVideoMixer::_export(const AVAssetExportSessionRef& session, const std::st
         _exportSession = session;
     }
     std::weak_ptr<AVAssetExportSession> weakSession = session;
-    session->exportAsynchronouslyWithCompletionHandler(
-        [weakSession, outputURL, trackErrors = std::move(trackErrors), failureCode,
-         completion = std::move(completion)] {
-            auto s = weakSession.lock();
-            const std::int64_t status = s ? statusOf(s->status()) : 0;
-            const ErrorRef exportError = s ? s->error() : nullptr;
-            std::optional<std::string> url;
-            if (status == 3 && FileManager::fileExistsAtPath(outputURL)) {
-                VXHelper::excludeURLFromBackup(outputURL);
-                url = outputURL;
-            } else {
-                FileManager::removeItemAtPath(outputURL);
+    session->exportAsynchronouslyWithCompletionHandler([weakSession, outputURL,
+                                                        trackErrors = std::move(trackErrors),
+                                                        failureCode,
+                                                        completion = std::move(completion)] {
+        auto s = weakSession.lock();
+        const VRVideoResizeStatus status = s ? statusOf(s->status()) : VRVideoResizeStatus::unknown;
+        const ErrorRef exportError = s ? s->error() : nullptr;
+        std::optional<std::string> url;
+        if (status == VRVideoResizeStatus::finished && FileManager::fileExistsAtPath(outputURL)) {
+            VXHelper::excludeURLFromBackup(outputURL);
+            url = outputURL;
+        } else {
+            FileManager::removeItemAtPath(outputURL);
+        }
+        ErrorRef error;
+        if (exportError || !trackErrors.empty()) {
+            ErrorRef tracks;
+            if (!trackErrors.empty()) {
+                tracks = VRError::errorWithCode(VRErrorCode::tracksFailed,
+                                                {{VRErrorUserInfoTracksKey, joined(trackErrors)}});
             }
-            ErrorRef error;
-            if (exportError || !trackErrors.empty()) {
-                ErrorRef tracks;
-                if (!trackErrors.empty()) {
-                    tracks =
-                        VRError::errorWithCode(VRErrorCode::tracksFailed,
-                                               {{VRErrorUserInfoTracksKey, joined(trackErrors)}});
-                }
-                error = joinedError(failureCode, {exportError, tracks});
-            }
-            if (completion) completion(url, status, error);
-        });
+            error = joinedError(failureCode, {exportError, tracks});
+        }
+        if (completion) completion(url, status, error);
+    });
 }
 
 std::string VRVideoMixer::_outputURL() const {

@@ -19,12 +19,14 @@
 #include "platform/AVMetadataItem.h"
 #include "platform/AVMutableComposition.h"
 #include "platform/Error.h"
+#include "video/VRVideoResizeStatus.h"
 
 class VRVideoMixer : public std::enable_shared_from_this<VRVideoMixer> {
   public:
-    // The statuses of VRVideoResizeStatus, and 0 for an export that ended any other way.
-    using Completion = std::function<void(const std::optional<std::string>& url,
-                                          std::int64_t status, const platform::ErrorRef& error)>;
+    // unknown for an export that ended neither completed, failed nor cancelled.
+    using Completion =
+        std::function<void(const std::optional<std::string>& url, VRVideoResizeStatus status,
+                           const platform::ErrorRef& error)>;
 
     // initWithAVAsset:videoURL:identifier:. The output format starts as MOV.
     static std::shared_ptr<VRVideoMixer> mixerWithAVAsset(AVAssetRef asset,
@@ -34,7 +36,7 @@ class VRVideoMixer : public std::enable_shared_from_this<VRVideoMixer> {
     // A passthrough export of the video tracks of `videoURL` (the asset's own when the file is
     // gone), the other tracks of the repaired file or the asset, and the asset's metadata
     // rebuilt. When it fails, the asset's other tracks are repaired once and the mix runs
-    // again. `completion` runs on the main queue; the URL only with status 3.
+    // again. `completion` runs on the main queue; the URL only with status finished.
     void mixWithCompletion(Completion completion);
     void cancel();
 

@@ -6,6 +6,8 @@
 #include <ostream>
 
 enum class VRVideoResizeStatus : std::int64_t {
+    // Only the remux stage: its export ended neither completed, failed nor cancelled.
+    unknown = 0,
     failed = 1,
     cancelled = 2,
     finished = 3,
@@ -14,6 +16,8 @@ enum class VRVideoResizeStatus : std::int64_t {
 
 inline std::ostream& operator<<(std::ostream& out, VRVideoResizeStatus status) {
     switch (status) {
+        case VRVideoResizeStatus::unknown:
+            return out << "unknown";
         case VRVideoResizeStatus::failed:
             return out << "failed";
         case VRVideoResizeStatus::cancelled:

@@ -47,6 +47,7 @@ CMFormatDescriptionRef formatHintOf(const AVAssetTrack& track) {
 
 // Why the writer refused a video input: the codec and size that the file type cannot hold.
 platform::ErrorRef refusedInputError(const AVAssetWriterInput& input, const VRFormat& format) {
+    if (platform::ErrorRef faulty = input.outputSettingsError()) return faulty;
     std::string what = "this video";
     if (const auto& settings = input.outputSettings()) {
         const platform::PlistValue* codec = nullptr;

@@ -89,7 +89,7 @@ TEST(ProcessFaultMedia, KillNineMidPhotoLeavesNothingAfterTheNextStart) {
         home, {"process", "--template", "uw-200", "--out", home.path("out"), source}, "photo");
     // The encoder's partial file marks the moment.
     const bool writing =
-        waitUntil([&] { return hasFileEndingIn(home.path("documents"), ".part"); });
+        waitUntil(home, [&] { return hasFileEndingIn(home.path("documents"), ".part"); });
     kill(running.pid, SIGKILL);
     EXPECT_EQ(finish(running).exitCode, 128 + SIGKILL);
     ASSERT_TRUE(writing) << "no partial file appeared";
@@ -115,8 +115,8 @@ TEST(ProcessFaultMedia, KillNineMidLivePhotoMovieLeavesNothingAfterTheNextStart)
         home,
         {"process", "--template", "uw-133", "--out", home.path("out"), "--live", still, movie},
         "live");
-    const bool encoding =
-        waitUntil([&] { return !allFilesUnder(home.path("documents/_vrtempvideodir")).empty(); });
+    const bool encoding = waitUntil(
+        home, [&] { return !allFilesUnder(home.path("documents/_vrtempvideodir")).empty(); });
     kill(running.pid, SIGKILL);
     finish(running);
     ASSERT_TRUE(encoding) << "no temporary movie appeared";
@@ -139,7 +139,7 @@ TEST(ProcessFaultMedia, RunningTemporariesSurviveAStartAndGoWithTheSignal) {
         SCOPED_TRACE(signal);
         auto running = start(
             home, {"process", "--template", "uw-133", "--out", home.path("out"), movie}, "long");
-        ASSERT_TRUE(waitUntil([&] { return !allFilesUnder(videos).empty(); }));
+        ASSERT_TRUE(waitUntil(home, [&] { return !allFilesUnder(videos).empty(); }));
         const auto before = allFilesUnder(videos);
         ASSERT_EQ(unwarp(home, "templates").exitCode, 0);
         EXPECT_EQ(allFilesUnder(videos), before);

@@ -75,7 +75,7 @@ TEST(ProcessVideoCommandMedia, InterruptCancelsTheJobAndLeavesNoFile) {
     std::filesystem::create_directory(home.path("out"));
     const std::string out = home.path("out");
     EXPECT_EQ(
-        command_test::interruptedProcess(home, "uw-133", out, clip, std::chrono::milliseconds(800)),
+        command_test::interruptedProcess(home, "uw-133", out, clip, command_test::showsProgress),
         130);
     EXPECT_TRUE(filesIn(out).empty());
     EXPECT_TRUE(filesIn(home.path("documents/_vrtempvideodir")).empty());

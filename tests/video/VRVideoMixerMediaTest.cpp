@@ -19,7 +19,7 @@ using platform::FileManager;
 
 struct MixResult {
     std::optional<std::string> url;
-    std::int64_t status = -1;
+    std::optional<VRVideoResizeStatus> status;
     platform::ErrorRef error;
     int completions = 0;
     bool onMainThread = false;
@@ -27,7 +27,7 @@ struct MixResult {
 
 MixResult mix(const std::shared_ptr<VRVideoMixer>& mixer) {
     MixResult result;
-    mixer->mixWithCompletion([&](const std::optional<std::string>& url, std::int64_t status,
+    mixer->mixWithCompletion([&](const std::optional<std::string>& url, VRVideoResizeStatus status,
                                  const platform::ErrorRef& e) {
         result.url = url;
         result.status = status;
@@ -82,7 +82,8 @@ TEST_F(VRVideoMixerMedia, PassthroughCopyWithRebuiltMetadata) {
         auto mixer =
             VRVideoMixer::mixerWithAVAsset(AVAsset::assetWithURL(source), c.videoURL, "IMG_7");
         MixResult r = mix(mixer);
-        ASSERT_EQ(r.status, 3) << (r.error ? r.error->description() : "");
+        ASSERT_EQ(r.status, VRVideoResizeStatus::finished)
+            << (r.error ? r.error->description() : "");
         EXPECT_EQ(r.completions, 1);
         EXPECT_TRUE(r.onMainThread);
         EXPECT_FALSE(r.error);
@@ -104,7 +105,7 @@ TEST_F(VRVideoMixerMedia, ProcessedVideoReplacesTheSourcesVideo) {
     ASSERT_FALSE(processed.empty());
     auto mixer = VRVideoMixer::mixerWithAVAsset(AVAsset::assetWithURL(source), processed, "x");
     MixResult r = mix(mixer);
-    ASSERT_EQ(r.status, 3) << (r.error ? r.error->description() : "");
+    ASSERT_EQ(r.status, VRVideoResizeStatus::finished) << (r.error ? r.error->description() : "");
     EXPECT_EQ(packets(*r.url, "v"), packets(processed, "v"));
     EXPECT_EQ(packets(*r.url, "a"), packets(source, "a"));
     EXPECT_TRUE(has(probe(*r.url, "-show_entries stream=width"), "width=96"));
@@ -117,7 +118,7 @@ TEST_F(VRVideoMixerMedia, FailedMixRepairsOnceAndJoinsTheErrors) {
     auto mixer = VRVideoMixer::mixerWithAVAsset(AVAsset::assetWithURL(source), std::nullopt, "y");
     mixer->setOutputFormat(VRFormat::formatWithType(VRFormatTypeMP4));
     MixResult r = mix(mixer);
-    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.status, VRVideoResizeStatus::failed);
     EXPECT_EQ(r.completions, 1);
     EXPECT_FALSE(r.url);
     auto error = std::dynamic_pointer_cast<const VRError>(r.error);

@@ -128,21 +128,22 @@ TEST(VRVideoResizer2, CancelBeforeStartEndsCancelledWithoutReading) {
 }
 
 // The bridge: a job whose source cannot be read fails with the reader's error and no URL, and
-// the cancel call takes any object but acts only on a job.
+// the cancel call acts on the job it is handed and ignores an empty handle.
 TEST(LegacyManager, VideoBridge) {
     testing_support::TestHome home;
     VRSettings::setPhotoJPEGCompression(40);
     std::mutex mutex;
     std::condition_variable done;
-    std::optional<std::int64_t> status;
+    std::optional<VRVideoResizeStatus> status;
     std::optional<std::string> url = "unset";
     platform::ErrorRef error;
-    std::any job = LegacyManager::videoResizeWithVideoAsset(
+    VRVideoJob job = LegacyManager::videoResizeWithVideoAsset(
         AVAsset::assetWithURL(home.path("missing.mov")), "missing",
         VRFormat::formatWithType(VRFormatTypeM4V), {{4, -2}, {320, 180}}, 2, 0, 1,
         VROrientation::orientationWithFlipedX(true, false, 1), VRColor::whiteColor(), false,
         nullptr,
-        [&](const std::optional<std::string>& u, std::int64_t s, const platform::ErrorRef& e) {
+        [&](const std::optional<std::string>& u, VRVideoResizeStatus s,
+            const platform::ErrorRef& e) {
             std::lock_guard<std::mutex> lock(mutex);
             url = u;
             status = s;
@@ -154,12 +155,12 @@ TEST(LegacyManager, VideoBridge) {
         ASSERT_TRUE(
             done.wait_for(lock, std::chrono::seconds(20), [&] { return status.has_value(); }));
     }
-    EXPECT_EQ(*status, 1);
+    EXPECT_EQ(*status, VRVideoResizeStatus::failed);
     EXPECT_FALSE(url);
     EXPECT_TRUE(error) << "the reader's error is passed on";
 
-    auto* resizer = std::any_cast<std::shared_ptr<VRVideoResizer2>>(&job);
-    ASSERT_TRUE(resizer && *resizer);
+    const auto* resizer = &job.resizer();
+    ASSERT_TRUE(*resizer);
     const VRVideoResizeOptions& o = (*resizer)->options();
     EXPECT_FLOAT_EQ(o.jpegCompression, 0.4f);
     EXPECT_EQ(o.imageFrame, (CGRect{{4, -2}, {320, 180}}));
@@ -172,8 +173,7 @@ TEST(LegacyManager, VideoBridge) {
                   "/missing.m4v");
 
     EXPECT_FALSE((*resizer)->stateManager()->isCancelled());
-    LegacyManager::videoResizerCancel(std::any(std::string("not a job")));
-    LegacyManager::videoResizerCancel(std::any());
+    LegacyManager::videoResizerCancel(VRVideoJob());
     EXPECT_FALSE((*resizer)->stateManager()->isCancelled());
     LegacyManager::videoResizerCancel(job);
     EXPECT_TRUE((*resizer)->stateManager()->isCancelled());

@@ -26,43 +26,66 @@ struct JobResult {
 };
 
 // Waits for the single completion; a job that does not end within a minute fails the test.
+// The state is shared with the blocks handed to the job, so a job may outlive the waiter.
 class JobWaiter {
   public:
+    JobWaiter() : _state(std::make_shared<State>()) {}
+
     VRVideoResizer2::Progress progress() {
-        return [this](double f) {
-            std::lock_guard<std::mutex> lock(_mutex);
-            _result.fractions.push_back(f);
+        return [state = _state](double f) {
+            std::lock_guard<std::mutex> lock(state->mutex);
+            state->result.fractions.push_back(f);
         };
     }
+    // The job drops every copy of this block when it is done with it; the waiter hears of that
+    // through the token the block holds.
     VRVideoResizer2::Completion completion() {
-        return [this](const std::optional<std::string>& url, VRVideoResizeStatus status,
-                      const platform::ErrorRef& error) {
-            std::lock_guard<std::mutex> lock(_mutex);
-            _result.url = url;
-            _result.status = status;
-            _result.error = error;
-            ++_result.completions;
-            _done.notify_all();
-        };
+        auto token = std::make_shared<Token>(_state);
+        return
+            [state = _state, token](const std::optional<std::string>& url,
+                                    VRVideoResizeStatus status, const platform::ErrorRef& error) {
+                std::lock_guard<std::mutex> lock(state->mutex);
+                state->result.url = url;
+                state->result.status = status;
+                state->result.error = error;
+                ++state->result.completions;
+                state->changed.notify_all();
+            };
     }
     JobResult wait() {
-        std::unique_lock<std::mutex> lock(_mutex);
-        EXPECT_TRUE(_done.wait_for(lock, std::chrono::seconds(60), [&] {
-            return _result.completions > 0;
+        std::unique_lock<std::mutex> lock(_state->mutex);
+        EXPECT_TRUE(_state->changed.wait_for(lock, std::chrono::seconds(60), [&] {
+            return _state->result.completions > 0;
         })) << "the job did not complete";
-        return _result;
+        return _state->result;
     }
-    // What has been reported so far, after a grace period for a second completion.
+    // What has been reported once the job has let go of its completion block: no second call
+    // can come after that.
     JobResult settle() {
-        std::this_thread::sleep_for(std::chrono::milliseconds(300));
-        std::lock_guard<std::mutex> lock(_mutex);
-        return _result;
+        std::unique_lock<std::mutex> lock(_state->mutex);
+        EXPECT_TRUE(_state->changed.wait_for(lock, std::chrono::seconds(60), [&] {
+            return _state->released;
+        })) << "the job kept its completion block";
+        return _state->result;
     }
 
   private:
-    std::mutex _mutex;
-    std::condition_variable _done;
-    JobResult _result;
+    struct State {
+        std::mutex mutex;
+        std::condition_variable changed;
+        JobResult result;
+        bool released = false;
+    };
+    struct Token {
+        explicit Token(std::shared_ptr<State> s) : state(std::move(s)) {}
+        ~Token() {
+            std::lock_guard<std::mutex> lock(state->mutex);
+            state->released = true;
+            state->changed.notify_all();
+        }
+        std::shared_ptr<State> state;
+    };
+    std::shared_ptr<State> _state;
 };
 
 inline JobResult runJob(const std::string& source, const std::string& identifier,

@@ -17,20 +17,20 @@ TEST(VideoStage, JobEndingsBecomeCodes) {
     const auto sameCodeOtherDomain = platform::Error::errorWithDomain("Elsewhere", AVErrorDiskFull);
     struct Case {
         const char* name;
-        std::int64_t state;
+        VRVideoResizeStatus state;
         platform::ErrorRef error;
         std::optional<std::int64_t> code;
         bool details;
     };
     const Case cases[] = {
-        {"full disk", 1, diskFull, 17, true},
-        {"full disk two levels down", 1, wrapped, 17, true},
-        {"other failure", 1, other, 3, true},
-        {"same code, other domain", 1, sameCodeOtherDomain, 3, true},
-        {"failure without error", 1, nullptr, 3, true},
-        {"no video track", 4, nullptr, 1, false},
-        {"cancelled", 2, nullptr, std::nullopt, false},
-        {"finished", 3, nullptr, std::nullopt, false},
+        {"full disk", VRVideoResizeStatus::failed, diskFull, 17, true},
+        {"full disk two levels down", VRVideoResizeStatus::failed, wrapped, 17, true},
+        {"other failure", VRVideoResizeStatus::failed, other, 3, true},
+        {"same code, other domain", VRVideoResizeStatus::failed, sameCodeOtherDomain, 3, true},
+        {"failure without error", VRVideoResizeStatus::failed, nullptr, 3, true},
+        {"no video track", VRVideoResizeStatus::trackNotFound, nullptr, 1, false},
+        {"cancelled", VRVideoResizeStatus::cancelled, nullptr, std::nullopt, false},
+        {"finished", VRVideoResizeStatus::finished, nullptr, std::nullopt, false},
     };
     for (const Case& c : cases) {
         int asked = 0;

@@ -1,6 +1,7 @@
 // AVAssetReader on libavformat/libavcodec. Each track output opens the file on its own and
 // discards every other stream, so the caller may drain the tracks one after the other. A video
-// output decodes on its own thread (with FFmpeg's frame threads) a few frames ahead.
+// output decodes on its own thread (with FFmpeg's frame threads) a few frames ahead; the
+// pixels it hands out are chosen and converted in FFmpegReaderPixels.cpp.
 #include <algorithm>
 #include <condition_variable>
 #include <cstring>
@@ -20,8 +21,8 @@ extern "C" {
 #include "platform/AVMediaFormat.h"
 #include "platform/AVVideoSettings.h"
 #include "platform/Log.h"
+#include "platform/linux/FFmpegReaderPixels.h"
 #include "platform/linux/FFmpegSupport.h"
-#include "platform/linux/PlaneInterleave.h"
 
 using platform::ErrorRef;
 using platform::PlistDictionary;
@@ -32,150 +33,6 @@ namespace {
 // 4K 10-bit), and the decoder's frame threads already run ahead on their own, so one is
 // enough to keep decoding and drawing overlapped.
 constexpr std::size_t kFramesAhead = 1;
-
-const OSType kSixCodes[] = {kCVPixelFormatType_32BGRA,
-                            kCVPixelFormatType_420YpCbCr8BiPlanarFullRange,
-                            kCVPixelFormatType_420YpCbCr8BiPlanarVideoRange,
-                            kCVPixelFormatType_420YpCbCr10BiPlanarFullRange,
-                            kCVPixelFormatType_420YpCbCr10BiPlanarVideoRange,
-                            kCVPixelFormatType_64ARGB};
-
-bool isSixCode(OSType code) {
-    return std::find(std::begin(kSixCodes), std::end(kSixCodes), code) != std::end(kSixCodes);
-}
-
-// The codes asked for; empty for compressed output. `valid` false for unusable settings.
-std::vector<OSType> requestedCodes(const std::optional<PlistDictionary>& settings, bool* valid) {
-    *valid = true;
-    std::vector<OSType> codes;
-    if (!settings) return codes;
-    auto it = settings->find(kCVPixelBufferPixelFormatTypeKey);
-    if (it == settings->end()) {
-        *valid = false;
-        return codes;
-    }
-    auto take = [&](const platform::PlistValue& v) {
-        if (!v.isNumber() || !isSixCode(static_cast<OSType>(v.integerValue()))) {
-            *valid = false;
-            return;
-        }
-        codes.push_back(static_cast<OSType>(v.integerValue()));
-    };
-    if (const auto* list = it->second.array()) {
-        for (const auto& v : *list) take(v);
-    } else {
-        take(it->second);
-    }
-    if (codes.empty()) *valid = false;
-    return codes;
-}
-
-bool contains(const std::vector<OSType>& codes, OSType code) {
-    return std::find(codes.begin(), codes.end(), code) != codes.end();
-}
-
-// The code a source of this pixel format and range is delivered in.
-OSType chooseCode(const std::vector<OSType>& requested, int pixelFormat, bool fullRange) {
-    OSType native = ffmpeg_support::nativeCodeOf(pixelFormat, fullRange);
-    if (native && contains(requested, native)) return native;
-    const AVPixFmtDescriptor* desc = av_pix_fmt_desc_get(static_cast<AVPixelFormat>(pixelFormat));
-    bool alpha = desc && (desc->flags & AV_PIX_FMT_FLAG_ALPHA);
-    bool deep = desc && desc->comp[0].depth > 8;
-    std::vector<OSType> preference;
-    if (alpha) {
-        preference =
-            deep ? std::vector<OSType>{kCVPixelFormatType_64ARGB, kCVPixelFormatType_32BGRA}
-                 : std::vector<OSType>{kCVPixelFormatType_32BGRA, kCVPixelFormatType_64ARGB};
-    }
-    OSType deepFull = kCVPixelFormatType_420YpCbCr10BiPlanarFullRange;
-    OSType deepVideo = kCVPixelFormatType_420YpCbCr10BiPlanarVideoRange;
-    OSType eightFull = kCVPixelFormatType_420YpCbCr8BiPlanarFullRange;
-    OSType eightVideo = kCVPixelFormatType_420YpCbCr8BiPlanarVideoRange;
-    if (deep) {
-        for (OSType c : fullRange ? std::vector<OSType>{deepFull, deepVideo}
-                                  : std::vector<OSType>{deepVideo, deepFull}) {
-            preference.push_back(c);
-        }
-    }
-    for (OSType c : fullRange ? std::vector<OSType>{eightFull, eightVideo}
-                              : std::vector<OSType>{eightVideo, eightFull}) {
-        preference.push_back(c);
-    }
-    for (OSType c : preference) {
-        if (contains(requested, c)) return c;
-    }
-    return requested.front();
-}
-
-AVPixelFormat swsTargetOf(OSType code) {
-    switch (code) {
-        case kCVPixelFormatType_32BGRA:
-            return AV_PIX_FMT_BGRA;
-        case kCVPixelFormatType_64ARGB:
-            return AV_PIX_FMT_RGBA64LE;
-        case kCVPixelFormatType_420YpCbCr10BiPlanarFullRange:
-        case kCVPixelFormatType_420YpCbCr10BiPlanarVideoRange:
-            return AV_PIX_FMT_P010LE;
-        default:
-            return AV_PIX_FMT_NV12;
-    }
-}
-
-bool isFullRangeCode(OSType code) {
-    return code == kCVPixelFormatType_420YpCbCr8BiPlanarFullRange ||
-           code == kCVPixelFormatType_420YpCbCr10BiPlanarFullRange ||
-           code == kCVPixelFormatType_32BGRA || code == kCVPixelFormatType_64ARGB;
-}
-
-void interleave8(const AVFrame* f, const CVPixelBuffer& dst) {
-    const auto& y = dst.plane(0);
-    for (std::size_t r = 0; r < y.height; ++r) {
-        std::memcpy(y.data + r * y.rowBytes, f->data[0] + r * f->linesize[0], y.width);
-    }
-    const auto& c = dst.plane(1);
-    for (std::size_t r = 0; r < c.height; ++r) {
-        platform::interleaveChroma8(f->data[1] + r * f->linesize[1],
-                                    f->data[2] + r * f->linesize[2], c.data + r * c.rowBytes,
-                                    c.width);
-    }
-}
-
-void interleave10(const AVFrame* f, const CVPixelBuffer& dst) {
-    auto row = [](uint8_t* base, std::size_t r, std::size_t stride) {
-        return reinterpret_cast<uint16_t*>(base + r * stride);
-    };
-    const auto& y = dst.plane(0);
-    for (std::size_t r = 0; r < y.height; ++r) {
-        platform::widenLuma10(row(f->data[0], r, f->linesize[0]), row(y.data, r, y.rowBytes),
-                              y.width);
-    }
-    const auto& c = dst.plane(1);
-    for (std::size_t r = 0; r < c.height; ++r) {
-        platform::interleaveChroma10(row(f->data[1], r, f->linesize[1]),
-                                     row(f->data[2], r, f->linesize[2]), row(c.data, r, c.rowBytes),
-                                     c.width);
-    }
-}
-
-// RGBA 16-bit (either byte order) to A, R, G, B in machine order.
-void reorderRGBA64(const uint8_t* data, int linesize, bool bigEndian, const CVPixelBuffer& dst) {
-    const auto& p = dst.plane(0);
-    for (std::size_t r = 0; r < p.height; ++r) {
-        const auto* in = reinterpret_cast<const uint16_t*>(data + r * linesize);
-        auto* out = reinterpret_cast<uint16_t*>(p.data + r * p.rowBytes);
-        for (std::size_t x = 0; x < p.width; ++x) {
-            uint16_t s[4];
-            for (int k = 0; k < 4; ++k) {
-                uint16_t v = in[4 * x + k];
-                s[k] = bigEndian ? static_cast<uint16_t>((v >> 8) | (v << 8)) : v;
-            }
-            out[4 * x] = s[3];
-            out[4 * x + 1] = s[0];
-            out[4 * x + 2] = s[1];
-            out[4 * x + 3] = s[2];
-        }
-    }
-}
 
 }  // namespace
 
@@ -221,10 +78,7 @@ struct AVAssetReaderTrackOutput::Impl {
 
     // Decoding.
     AVCodecContext* decoder = nullptr;
-    OSType code = 0;
-    SwsContext* sws = nullptr;
-    std::shared_ptr<CVPixelBufferPool> pool;
-    AVFrame* scratch = nullptr;
+    std::unique_ptr<ffmpeg_reader::FrameConverter> converter;
     std::thread thread;
     // Held while a compressed read uses the demuxer, so that a cancel does not close it under
     // the reader.
@@ -245,7 +99,6 @@ struct AVAssetReaderTrackOutput::Impl {
     CMSampleBufferRef nextDecoded();
     void decodeLoop();
     bool deliver(AVFrame* frame, ErrorRef* error);
-    CVPixelBufferRef convert(AVFrame* frame, ErrorRef* error);
     void reportEnd() {
         if (!endedReported) {
             endedReported = true;
@@ -282,8 +135,8 @@ bool AVAssetReaderTrackOutput::Impl::start(const std::string& path, ErrorRef* er
         return false;
     }
     decoder = avcodec_alloc_context3(codec);
-    scratch = av_frame_alloc();
-    if (!decoder || !scratch || avcodec_parameters_to_context(decoder, st->codecpar) < 0) {
+    converter = ffmpeg_reader::FrameConverter::create(requested);
+    if (!decoder || !converter || avcodec_parameters_to_context(decoder, st->codecpar) < 0) {
         *error = platform::avError(AVErrorUnknown, "Out of memory");
         return false;
     }
@@ -312,9 +165,7 @@ void AVAssetReaderTrackOutput::Impl::stop() {
         std::lock_guard<std::mutex> lock(mutex);
         frames.clear();
     }
-    sws_freeContext(sws);
-    sws = nullptr;
-    av_frame_free(&scratch);
+    converter.reset();
     avcodec_free_context(&decoder);
     ffmpeg_support::closeInput(&input);
 }
@@ -367,86 +218,6 @@ CMSampleBufferRef AVAssetReaderTrackOutput::Impl::nextDecoded() {
     return sample;
 }
 
-CVPixelBufferRef AVAssetReaderTrackOutput::Impl::convert(AVFrame* f, ErrorRef* error) {
-    const bool fullRange = f->color_range == AVCOL_RANGE_JPEG || f->format == AV_PIX_FMT_YUVJ420P;
-    const OSType native = ffmpeg_support::nativeCodeOf(f->format, fullRange);
-    // The first frame says what the decoder gives; the header alone often does not.
-    if (code == 0) code = chooseCode(requested, f->format, fullRange);
-    const auto w = static_cast<std::size_t>(f->width), h = static_cast<std::size_t>(f->height);
-    if (native == code && (f->format == AV_PIX_FMT_NV12 || f->format == AV_PIX_FMT_P010LE ||
-                           f->format == AV_PIX_FMT_BGRA)) {
-        // The decoder's own memory, kept alive by a reference to its frame.
-        std::shared_ptr<AVFrame> owner(av_frame_clone(f), [](AVFrame* p) { av_frame_free(&p); });
-        if (!owner) return nullptr;
-        std::vector<CVPixelBuffer::Plane> planes;
-        if (f->format == AV_PIX_FMT_BGRA) {
-            planes.push_back({f->data[0], w, h, static_cast<std::size_t>(f->linesize[0])});
-        } else {
-            planes.push_back({f->data[0], w, h, static_cast<std::size_t>(f->linesize[0])});
-            planes.push_back(
-                {f->data[1], (w + 1) / 2, (h + 1) / 2, static_cast<std::size_t>(f->linesize[1])});
-        }
-        return CVPixelBuffer::createWithPlanes(code, w, h, std::move(planes), owner);
-    }
-    if (!pool || pool->width() != w || pool->height() != h) {
-        pool = CVPixelBufferPool::create(code, w, h);
-        if (!pool) {
-            *error = platform::avError(AVErrorDecodeFailed,
-                                       "Frames of " + std::to_string(w) + "x" + std::to_string(h) +
-                                           " exceed the limit of 16384 pixels on a side");
-            return nullptr;
-        }
-    }
-    CVPixelBufferRef out;
-    if (pool->createPixelBuffer(&out) != kCVReturnSuccess) return nullptr;
-    if (native == code && (f->format == AV_PIX_FMT_YUV420P || f->format == AV_PIX_FMT_YUVJ420P)) {
-        interleave8(f, *out);
-        return out;
-    }
-    if (native == code && f->format == AV_PIX_FMT_YUV420P10LE) {
-        interleave10(f, *out);
-        return out;
-    }
-    if (native == code && (f->format == AV_PIX_FMT_RGBA64LE || f->format == AV_PIX_FMT_RGBA64BE)) {
-        reorderRGBA64(f->data[0], f->linesize[0], f->format == AV_PIX_FMT_RGBA64BE, *out);
-        return out;
-    }
-    // Outside the table: converted as the platform's decoder would, to the code chosen.
-    AVPixelFormat target = swsTargetOf(code);
-    sws = sws_getCachedContext(
-        sws, f->width, f->height, static_cast<AVPixelFormat>(f->format), f->width, f->height,
-        target, SWS_BICUBIC | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INT, nullptr, nullptr, nullptr);
-    if (!sws) {
-        *error = platform::avError(AVErrorDecodeFailed, "No conversion from the frame format");
-        return nullptr;
-    }
-    int space = f->colorspace == AVCOL_SPC_UNSPECIFIED ? SWS_CS_ITU709 : f->colorspace;
-    if (space > SWS_CS_BT2020) space = SWS_CS_ITU709;
-    sws_setColorspaceDetails(sws, sws_getCoefficients(space), fullRange ? 1 : 0,
-                             sws_getCoefficients(space), isFullRangeCode(code) ? 1 : 0, 0, 1 << 16,
-                             1 << 16);
-    if (target == AV_PIX_FMT_RGBA64LE) {
-        av_frame_unref(scratch);
-        scratch->format = target;
-        scratch->width = f->width;
-        scratch->height = f->height;
-        if (av_frame_get_buffer(scratch, 0) < 0) return nullptr;
-        sws_scale(sws, f->data, f->linesize, 0, f->height, scratch->data, scratch->linesize);
-        reorderRGBA64(scratch->data[0], scratch->linesize[0], false, *out);
-        return out;
-    }
-    uint8_t* dst[4] = {static_cast<uint8_t*>(out->baseAddressOfPlane(0)),
-                       static_cast<uint8_t*>(out->baseAddressOfPlane(1)), nullptr, nullptr};
-    int strides[4] = {static_cast<int>(out->bytesPerRowOfPlane(0)),
-                      static_cast<int>(out->bytesPerRowOfPlane(1)), 0, 0};
-    if (!out->isPlanar()) {
-        dst[0] = static_cast<uint8_t*>(out->baseAddress());
-        strides[0] = static_cast<int>(out->bytesPerRow());
-    }
-    sws_scale(sws, f->data, f->linesize, 0, f->height, dst, strides);
-    return out;
-}
-
 bool AVAssetReaderTrackOutput::Impl::deliver(AVFrame* frame, ErrorRef* error) {
     // Converted only once there is room for it, so that no copy waits beside the queue.
     {
@@ -454,7 +225,7 @@ bool AVAssetReaderTrackOutput::Impl::deliver(AVFrame* frame, ErrorRef* error) {
         changed.wait(lock, [this] { return frames.size() < kFramesAhead || stopRequested; });
         if (stopRequested) return false;
     }
-    CVPixelBufferRef buffer = convert(frame, error);
+    CVPixelBufferRef buffer = converter->convert(frame, error);
     if (!buffer) {
         if (!*error) *error = platform::avError(AVErrorDecodeFailed, "A frame could not be made");
         return false;
@@ -538,7 +309,7 @@ std::shared_ptr<AVAssetReaderTrackOutput> AVAssetReaderTrackOutput::assetReaderT
     auto impl = std::make_unique<Impl>();
     impl->track = std::move(track);
     impl->settings = std::move(outputSettings);
-    impl->requested = requestedCodes(impl->settings, &impl->settingsValid);
+    impl->requested = ffmpeg_reader::requestedCodes(impl->settings, &impl->settingsValid);
     if (impl->settings && (!impl->track || impl->track->mediaType() != AVMediaTypeVideo)) {
         impl->settingsValid = false;
     }

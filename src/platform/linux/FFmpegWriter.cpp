@@ -33,7 +33,9 @@ std::shared_ptr<AVAssetWriterInput> AVAssetWriterInput::assetWriterInputWithMedi
     in.mediaType = mediaType;
     in.settings = std::move(outputSettings);
     in.hint = std::move(sourceFormatHint);
-    if (in.settings && mediaType == AVMediaTypeVideo) in.video = videoConfigOf(*in.settings);
+    if (in.settings && mediaType == AVMediaTypeVideo) {
+        in.video = AVVideoEncoderSettings::settingsWithDictionary(*in.settings, &in.settingsError);
+    }
     AVAssetWriterInput* raw = input.get();
     in.pump->isReady = [raw] { return raw->isReadyForMoreMediaData(); };
     in.pump->writerEnded = [raw] {
@@ -50,6 +52,9 @@ const std::string& AVAssetWriterInput::mediaType() const {
 }
 const std::optional<PlistDictionary>& AVAssetWriterInput::outputSettings() const {
     return _impl->settings;
+}
+platform::ErrorRef AVAssetWriterInput::outputSettingsError() const {
+    return _impl->settingsError;
 }
 const CMFormatDescriptionRef& AVAssetWriterInput::sourceFormatHint() const {
     return _impl->hint;
@@ -274,12 +279,15 @@ std::shared_ptr<AVAssetWriter> AVAssetWriter::assetWriterWithURL(const std::stri
 
 bool AVAssetWriter::fileTypeAcceptsVideoCodec(const std::string& fileType,
                                               const std::string& codec) {
-    const Container* container = containerFor(fileType);
-    const char* name = encoderNameFor(codec);
-    const AVCodec* encoder = name ? avcodec_find_encoder_by_name(name) : nullptr;
-    const AVOutputFormat* of =
-        container ? av_guess_format(container->muxer, nullptr, nullptr) : nullptr;
-    return encoder && of && avformat_query_codec(of, encoder->id, FF_COMPLIANCE_NORMAL) == 1;
+    const AVVideoCodecInfo* info = videoCodecWithType(codec);
+    return info && fileTypeAcceptsVideoCodec(fileType, info->codec);
+}
+
+bool AVAssetWriter::fileTypeAcceptsVideoCodec(const std::string& fileType, AVVideoCodec codec) {
+    const AVMovieContainerInfo* container = movieContainerWithFileType(fileType);
+    const char* encoder = encodingOf(codec).encoder;
+    return container && movieContainerAccepts(*container, codec) && encoder &&
+           avcodec_find_encoder_by_name(encoder);
 }
 
 const std::string& AVAssetWriter::outputURL() const {
@@ -307,24 +315,24 @@ bool AVAssetWriter::canAddInput(const AVAssetWriterInputRef& input) const {
     if (!of) return false;
     if (in.settings) {
         if (!in.video) return false;
-        const VideoConfig& c = *in.video;
-        const char* name = encoderNameFor(c.codec);
+        const AVVideoEncoderSettings& c = *in.video;
+        const char* name = encodingOf(c.codec).encoder;
         const AVCodec* codec = name ? avcodec_find_encoder_by_name(name) : nullptr;
         if (!codec || c.width <= 0 || c.height <= 0 || c.width > kMaxSide || c.height > kMaxSide) {
             return false;
         }
-        if (!takesOddSides(c.codec) && (c.width % 2 || c.height % 2)) {
+        if (!videoCodecInfo(c.codec).oddSides && (c.width % 2 || c.height % 2)) {
             return false;
         }
-        return avformat_query_codec(of, codec->id, FF_COMPLIANCE_NORMAL) == 1;
+        return movieContainerAccepts(core.container->info(), c.codec);
     }
     if (!in.hint || !in.hint->backing || in.hint->mediaType != in.mediaType) return false;
     const AVCodecParameters* par = in.hint->backing->parameters;
     if (in.mediaType == AVMediaTypeTimecode) {
-        return core.container->quickTime && par->codec_tag == MKTAG('t', 'm', 'c', 'd');
+        return core.container->info().timecodeTracks && par->codec_tag == MKTAG('t', 'm', 'c', 'd');
     }
-    if (in.mediaType == AVMediaTypeVideo && core.container->quickTime == false &&
-        par->codec_id == AV_CODEC_ID_PRORES) {
+    if (in.mediaType == AVMediaTypeVideo && par->codec_id == AV_CODEC_ID_PRORES &&
+        !movieContainerAccepts(core.container->info(), AVVideoCodec::proRes4444)) {
         return false;
     }
     if (par->codec_id == AV_CODEC_ID_NONE) return false;

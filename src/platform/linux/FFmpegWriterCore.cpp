@@ -13,11 +13,63 @@ extern "C" {
 using platform::ErrorRef;
 using namespace ffmpeg_writer;
 
+namespace {
+
+// The encoder's private options (speed preset, profile, extra parameters) and the settings
+// that only one codec takes.
+AVDictionary* encoderOptions(const AVVideoEncoderSettings& c, AVCodecContext* ctx) {
+    AVDictionary* options = nullptr;
+    switch (c.codec) {
+        case AVVideoCodec::h264: {
+            av_dict_set(&options, "preset",
+                        c.speedPreset.empty() ? "medium" : c.speedPreset.c_str(), 0);
+            const char* profile = "high";
+            if (ctx->pix_fmt == AV_PIX_FMT_YUV444P) {
+                profile = "high444";
+            } else if (c.profile == AVVideoProfileLevelH264MainAutoLevel) {
+                profile = "main";
+            }
+            av_dict_set(&options, "profile", profile, 0);
+            if (!c.parameters.empty()) {
+                av_dict_set(&options, "x264-params", c.parameters.c_str(), 0);
+            }
+            break;
+        }
+        case AVVideoCodec::hevc: {
+            av_dict_set(&options, "preset",
+                        c.speedPreset.empty() ? "medium" : c.speedPreset.c_str(), 0);
+            std::string params = "log-level=error";
+            if (!c.parameters.empty()) params += ":" + c.parameters;
+            av_dict_set(&options, "x265-params", params.c_str(), 0);
+            ctx->codec_tag = MKTAG('h', 'v', 'c', '1');
+            break;
+        }
+        case AVVideoCodec::proRes4444:
+            av_dict_set(&options, "profile", "4444", 0);
+            av_dict_set(&options, "alpha_bits", "16", 0);
+            break;
+        case AVVideoCodec::jpeg: {
+            double q = c.quality >= 0 ? std::clamp(c.quality, 0.0, 1.0) : 0.8;
+            ctx->flags |= AV_CODEC_FLAG_QSCALE;
+            ctx->global_quality = static_cast<int>(FF_QP2LAMBDA * (1.0 + (1.0 - q) * 30.0));
+            break;
+        }
+        case AVVideoCodec::hevcWithAlpha:
+            break;
+    }
+    return options;
+}
+
+}  // namespace
+
 bool WriterCore::openEncoderLocked(AVAssetWriterInput::Impl& in, int timescale, ErrorRef* err) {
-    const VideoConfig& c = *in.video;
-    const AVCodec* codec = avcodec_find_encoder_by_name(encoderNameFor(c.codec));
+    const AVVideoEncoderSettings& c = *in.video;
+    const Encoding& encoding = encodingOf(c.codec);
+    const AVCodec* codec =
+        encoding.encoder ? avcodec_find_encoder_by_name(encoding.encoder) : nullptr;
     if (!codec) {
-        *err = platform::avError(AVErrorEncoderNotFound, "No encoder for " + c.codec);
+        *err = platform::avError(AVErrorEncoderNotFound,
+                                 std::string("No encoder for ") + videoCodecInfo(c.codec).name);
         return false;
     }
     auto encoder = std::make_unique<Encoder>();
@@ -36,13 +88,13 @@ bool WriterCore::openEncoderLocked(AVAssetWriterInput::Impl& in, int timescale, 
     ctx->time_base = AVRational{1, timescale};
     if (c.frameRate > 0) ctx->framerate = av_d2q(c.frameRate, 1000000);
     ctx->sample_aspect_ratio = AVRational{std::max(1, c.sarNum), std::max(1, c.sarDen)};
-    if (c.bitRate > 0 && c.codec != AVVideoCodecTypeAppleProRes4444) {
+    if (c.bitRate > 0 && videoCodecInfo(c.codec).takesBitRate) {
         ctx->bit_rate = static_cast<int64_t>(c.bitRate);
     }
     if (c.keyFrameInterval > 0) ctx->gop_size = c.keyFrameInterval;
     if (!c.allowReordering) ctx->max_b_frames = 0;
     ctx->thread_count = 0;
-    bool full = isFullRange(encoder->input) || c.codec == AVVideoCodecTypeJPEG;
+    bool full = isFullRange(encoder->input) || encoding.fullRange;
     ctx->color_range = full ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;
     int pri = c.primaries ? ffmpeg_support::primariesValue(*c.primaries) : -1;
     int trc = c.transfer ? ffmpeg_support::transferValue(*c.transfer) : -1;
@@ -52,33 +104,7 @@ bool WriterCore::openEncoderLocked(AVAssetWriterInput::Impl& in, int timescale, 
     if (spc >= 0) ctx->colorspace = static_cast<AVColorSpace>(spc);
     if (output->oformat->flags & AVFMT_GLOBALHEADER) ctx->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
 
-    AVDictionary* options = nullptr;
-    if (c.codec == AVVideoCodecTypeH264) {
-        av_dict_set(&options, "preset", c.speedPreset.empty() ? "medium" : c.speedPreset.c_str(),
-                    0);
-        const char* profile = "high";
-        if (ctx->pix_fmt == AV_PIX_FMT_YUV444P) {
-            profile = "high444";
-        } else if (c.profile == AVVideoProfileLevelH264MainAutoLevel) {
-            profile = "main";
-        }
-        av_dict_set(&options, "profile", profile, 0);
-        if (!c.parameters.empty()) av_dict_set(&options, "x264-params", c.parameters.c_str(), 0);
-    } else if (c.codec == AVVideoCodecTypeHEVC) {
-        av_dict_set(&options, "preset", c.speedPreset.empty() ? "medium" : c.speedPreset.c_str(),
-                    0);
-        std::string params = "log-level=error";
-        if (!c.parameters.empty()) params += ":" + c.parameters;
-        av_dict_set(&options, "x265-params", params.c_str(), 0);
-        ctx->codec_tag = MKTAG('h', 'v', 'c', '1');
-    } else if (c.codec == AVVideoCodecTypeAppleProRes4444) {
-        av_dict_set(&options, "profile", "4444", 0);
-        av_dict_set(&options, "alpha_bits", "16", 0);
-    } else if (c.codec == AVVideoCodecTypeJPEG) {
-        double q = c.quality >= 0 ? std::clamp(c.quality, 0.0, 1.0) : 0.8;
-        ctx->flags |= AV_CODEC_FLAG_QSCALE;
-        ctx->global_quality = static_cast<int>(FF_QP2LAMBDA * (1.0 + (1.0 - q) * 30.0));
-    }
+    AVDictionary* options = encoderOptions(c, ctx);
     int ret = avcodec_open2(ctx, codec, &options);
     av_dict_free(&options);
     if (ret < 0) {

@@ -117,7 +117,9 @@ struct Pump : std::enable_shared_from_this<Pump> {
 struct AVAssetWriterInput::Impl {
     std::string mediaType;
     std::optional<platform::PlistDictionary> settings;
-    std::optional<ffmpeg_writer::VideoConfig> video;
+    std::optional<AVVideoEncoderSettings> video;
+    // Why the output settings could not be read; the writer then refuses the input.
+    platform::ErrorRef settingsError;
     CMFormatDescriptionRef hint;
     bool realTime = false;
     CGAffineTransform transform;

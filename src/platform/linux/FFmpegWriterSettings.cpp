@@ -17,78 +17,40 @@ namespace ffmpeg_writer {
 namespace {
 
 constexpr Container kContainers[] = {
-    {AVFileTypeQuickTimeMovie, "mov", true, false}, {AVFileTypeMPEG4, "mp4", false, false},
-    {AVFileTypeAppleM4V, "ipod", false, false},     {AVFileType3GPP, "3gp", false, true},
-    {AVFileType3GPP2, "3g2", false, true},
+    {AVMovieContainer::quickTimeMovie, "mov"}, {AVMovieContainer::mpeg4, "mp4"},
+    {AVMovieContainer::appleM4V, "ipod"},      {AVMovieContainer::threeGPP, "3gp"},
+    {AVMovieContainer::threeGPP2, "3g2"},
+};
+
+// H.264 is fed NV12 as it comes from a biplanar buffer; 4:4:4 for odd sides, which the
+// encoder pads to whole blocks and crops back to the exact size in the header. ProRes 4444
+// and JPEG take one format whatever the input.
+constexpr Encoding kEncodings[] = {
+    {AVVideoCodec::h264, "libx264", AV_PIX_FMT_YUV420P, AV_PIX_FMT_NV12, AV_PIX_FMT_YUV420P,
+     AV_PIX_FMT_YUV444P, AV_PIX_FMT_YUV444P, false},
+    {AVVideoCodec::hevc, "libx265", AV_PIX_FMT_YUV420P, AV_PIX_FMT_YUV420P, AV_PIX_FMT_YUV420P10LE,
+     AV_PIX_FMT_YUV444P, AV_PIX_FMT_YUV444P10LE, false},
+    {AVVideoCodec::hevcWithAlpha, nullptr, AV_PIX_FMT_NONE, AV_PIX_FMT_NONE, AV_PIX_FMT_NONE,
+     AV_PIX_FMT_NONE, AV_PIX_FMT_NONE, false},
+    {AVVideoCodec::proRes4444, "prores_ks", AV_PIX_FMT_YUVA444P10LE, AV_PIX_FMT_YUVA444P10LE,
+     AV_PIX_FMT_YUVA444P10LE, AV_PIX_FMT_YUVA444P10LE, AV_PIX_FMT_YUVA444P10LE, false},
+    {AVVideoCodec::jpeg, "mjpeg", AV_PIX_FMT_YUVJ420P, AV_PIX_FMT_YUVJ420P, AV_PIX_FMT_YUVJ420P,
+     AV_PIX_FMT_YUVJ420P, AV_PIX_FMT_YUVJ420P, true},
 };
 
 }  // namespace
 
 const Container* containerFor(const std::string& fileType) {
+    const AVMovieContainerInfo* info = movieContainerWithFileType(fileType);
+    if (!info) return nullptr;
     for (const Container& c : kContainers) {
-        if (fileType == c.fileType) return &c;
+        if (c.container == info->container) return &c;
     }
     return nullptr;
 }
 
-std::optional<VideoConfig> videoConfigOf(const PlistDictionary& settings) {
-    VideoConfig c;
-    const PlistValue& codec =
-        settings.count(AVVideoCodecKey) ? settings.at(AVVideoCodecKey) : PlistValue();
-    if (!codec.string()) return std::nullopt;
-    c.codec = *codec.string();
-    auto number = [](const PlistDictionary& d, const char* key, double fallback) {
-        auto it = d.find(key);
-        return it != d.end() && it->second.isNumber() ? it->second.doubleValue() : fallback;
-    };
-    c.width = static_cast<int>(number(settings, AVVideoWidthKey, 0));
-    c.height = static_cast<int>(number(settings, AVVideoHeightKey, 0));
-    if (auto it = settings.find(AVVideoColorPropertiesKey);
-        it != settings.end() && it->second.dictionary()) {
-        const PlistDictionary& color = *it->second.dictionary();
-        auto text = [&](const char* key) -> std::optional<std::string> {
-            auto found = color.find(key);
-            if (found == color.end() || !found->second.string()) return std::nullopt;
-            return *found->second.string();
-        };
-        c.primaries = text(AVVideoColorPrimariesKey);
-        c.transfer = text(AVVideoTransferFunctionKey);
-        c.matrix = text(AVVideoYCbCrMatrixKey);
-    }
-    if (auto it = settings.find(AVVideoCompressionPropertiesKey);
-        it != settings.end() && it->second.dictionary()) {
-        const PlistDictionary& p = *it->second.dictionary();
-        c.bitRate = number(p, AVVideoAverageBitRateKey, 0);
-        c.frameRate = number(p, AVVideoExpectedSourceFrameRateKey, 0);
-        c.keyFrameInterval = static_cast<int>(number(p, AVVideoMaxKeyFrameIntervalKey, 0));
-        c.quality = number(p, AVVideoQualityKey, -1);
-        if (auto r = p.find(AVVideoAllowFrameReorderingKey); r != p.end() && r->second.isNumber()) {
-            c.allowReordering = r->second.boolValue();
-        }
-        if (auto s = p.find(AVVideoPixelAspectRatioKey); s != p.end() && s->second.dictionary()) {
-            const PlistDictionary& sar = *s->second.dictionary();
-            c.sarNum =
-                static_cast<int>(number(sar, AVVideoPixelAspectRatioHorizontalSpacingKey, 1));
-            c.sarDen = static_cast<int>(number(sar, AVVideoPixelAspectRatioVerticalSpacingKey, 1));
-        }
-        auto text = [&](const char* key) {
-            auto found = p.find(key);
-            return found != p.end() && found->second.string() ? *found->second.string()
-                                                              : std::string();
-        };
-        c.speedPreset = text(UWVideoEncoderSpeedPresetKey);
-        c.parameters = text(UWVideoEncoderParametersKey);
-        c.profile = text(AVVideoProfileLevelKey);
-    }
-    return c;
-}
-
-const char* encoderNameFor(const std::string& codec) {
-    if (codec == AVVideoCodecTypeH264) return "libx264";
-    if (codec == AVVideoCodecTypeHEVC) return "libx265";
-    if (codec == AVVideoCodecTypeAppleProRes4444) return "prores_ks";
-    if (codec == AVVideoCodecTypeJPEG) return "mjpeg";
-    return nullptr;
+const Encoding& encodingOf(AVVideoCodec codec) {
+    return kEncodings[static_cast<std::size_t>(codec)];
 }
 
 bool isTenBit(OSType code) {
@@ -104,21 +66,12 @@ bool isFullRange(OSType code) {
            code == kCVPixelFormatType_420YpCbCr10BiPlanarFullRange;
 }
 
-AVPixelFormat encoderFormatFor(const std::string& codec, OSType input, bool oddSide) {
-    if (codec == AVVideoCodecTypeAppleProRes4444) return AV_PIX_FMT_YUVA444P10LE;
-    if (codec == AVVideoCodecTypeJPEG) return AV_PIX_FMT_YUVJ420P;
-    const bool tenBit = isTenBit(input) && codec != AVVideoCodecTypeH264;
-    if (oddSide) return tenBit ? AV_PIX_FMT_YUV444P10LE : AV_PIX_FMT_YUV444P;
-    if (tenBit) return AV_PIX_FMT_YUV420P10LE;
-    if (codec == AVVideoCodecTypeH264 && isBiplanar(input) && !isTenBit(input)) {
-        return AV_PIX_FMT_NV12;
-    }
-    return AV_PIX_FMT_YUV420P;
-}
-
-bool takesOddSides(const std::string& codec) {
-    return codec == AVVideoCodecTypeAppleProRes4444 || codec == AVVideoCodecTypeH264 ||
-           codec == AVVideoCodecTypeHEVC;
+AVPixelFormat encoderFormatFor(AVVideoCodec codec, OSType input, bool oddSide) {
+    const Encoding& e = encodingOf(codec);
+    const bool deep = isTenBit(input) && videoCodecInfo(codec).bitDepth > 8;
+    if (oddSide) return deep ? e.oddDeep : e.odd8;
+    if (deep) return e.evenDeep;
+    return isBiplanar(input) && !isTenBit(input) ? e.evenBiplanar8 : e.even8;
 }
 
 ErrorRef writeError(int averror, const std::string& what) {

@@ -13,6 +13,8 @@ extern "C" {
 }
 
 #include "platform/AVMediaFormat.h"
+#include "platform/AVVideoCodecs.h"
+#include "platform/AVVideoEncoderSettings.h"
 #include "platform/CMTime.h"
 #include "platform/Error.h"
 #include "platform/PlistValue.h"
@@ -25,43 +27,38 @@ inline constexpr std::size_t kEncoderQueue = 2;
 inline constexpr double kInterleaveWindow = 0.5;
 inline constexpr int kMaxSide = 16384;
 
+// The FFmpeg side of a row of the container table: the muxer that writes the file type.
 struct Container {
-    const char* fileType;
+    AVMovieContainer container;
     const char* muxer;
-    bool quickTime;  // takes ProRes and timecode tracks
-    bool threeGP;
+
+    const AVMovieContainerInfo& info() const { return movieContainerInfo(container); }
 };
 
+// Null for a file type that is not written.
 const Container* containerFor(const std::string& fileType);
 
-// What a video input's output settings ask for.
-struct VideoConfig {
-    std::string codec;
-    int width = 0, height = 0;
-    double bitRate = 0;
-    double frameRate = 0;
-    int keyFrameInterval = 0;
-    bool allowReordering = true;
-    int sarNum = 1, sarDen = 1;
-    double quality = -1;
-    std::string speedPreset, parameters, profile;
-    std::optional<std::string> primaries, transfer, matrix;
+// The FFmpeg side of a row of the codec table: the encoder and the pixel formats it is fed.
+struct Encoding {
+    AVVideoCodec codec;
+    // Null where no encoder exists here.
+    const char* encoder;
+    // Even sides: 8-bit planar or packed input, 8-bit biplanar input, deeper input.
+    AVPixelFormat even8, evenBiplanar8, evenDeep;
+    // Odd sides, which a 4:2:0 stream cannot have (its header crops in steps of two).
+    AVPixelFormat odd8, oddDeep;
+    // Whether the samples take the full range of values whatever the input.
+    bool fullRange;
 };
 
-std::optional<VideoConfig> videoConfigOf(const platform::PlistDictionary& settings);
+const Encoding& encodingOf(AVVideoCodec codec);
 
-// libx264, libx265, prores_ks or mjpeg; null for another codec.
-const char* encoderNameFor(const std::string& codec);
 bool isTenBit(OSType code);
 bool isBiplanar(OSType code);
 bool isFullRange(OSType code);
-// H.264 is always 8-bit (High, or High 4:4:4 for odd sides), since most players cannot decode
-// High 10; only HEVC keeps more than 8 bits. A 4:2:0 stream can only be cropped to even sides
-// (the sequence header crops in steps of two luma samples), so an odd side is encoded in 4:4:4,
-// which the encoder pads to whole blocks and crops back to the exact size in the header.
-AVPixelFormat encoderFormatFor(const std::string& codec, OSType input, bool oddSide);
-// Whether the codec's encoder takes odd widths and heights.
-bool takesOddSides(const std::string& codec);
+// The encoder's pixel format for frames of `input`: deeper than 8 bits only for input of
+// 10 bits and a codec that keeps them.
+AVPixelFormat encoderFormatFor(AVVideoCodec codec, OSType input, bool oddSide);
 // A write error, as the disk-full error where it is one.
 platform::ErrorRef writeError(int averror, const std::string& what);
 // The time in the time base, rounded to the nearest; AV_NOPTS_VALUE for a time that is no number.
