@@ -50,6 +50,11 @@ std::string gifError(GifFileType* g) {
 
 }  // namespace
 
+bool gifSniff(Bytes data, std::size_t size) {
+    return size >= 6 &&
+           (std::memcmp(data, "GIF87a", 6) == 0 || std::memcmp(data, "GIF89a", 6) == 0);
+}
+
 bool gifReadInfo(Bytes data, std::size_t size, ImageInfo& info, std::string& why) {
     Memory m{data, size};
     GifPtr g = open(m, why);
