@@ -31,6 +31,8 @@ const std::vector<ImageCodec>& table() {
      heifReadInfo, heifDecode, heifEncode, nullptr, heifCanEncode, MetadataRoute::Blocks, true},
     {{"public.heif", "HEIF", {"heif", "heifs", "hif"}, heifSniff, {16, true, true, true, kBlockFamilies}},
      heifReadInfo, heifDecode, heifEncode, nullptr, heifCanEncode, MetadataRoute::Blocks, false},
+    {{"org.webmproject.webp", "WebP", {"webp"}, webpSniff, {8, true, true, true, kBlockFamilies}},
+     webpReadInfo, webpDecode, webpEncode, nullptr, nullptr, MetadataRoute::Blocks, true},
     };
     // clang-format on
     return rows;

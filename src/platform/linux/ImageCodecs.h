@@ -114,6 +114,14 @@ bool heifCanEncode();
 // The libheif quality (0..100) for a compression quality (0..1).
 int heifQualityForCompression(double compression);
 
+bool webpSniff(Bytes data, std::size_t size);
+bool webpReadInfo(Bytes data, std::size_t size, ImageInfo& info, std::string& why);
+std::optional<Bitmap> webpDecode(Bytes data, std::size_t size, std::string& why);
+bool webpEncode(const Bitmap& image, const EncodeOptions& options, std::FILE* file,
+                std::string& why);
+// True when quality 1.0 asks for the lossless encoder.
+bool webpIsLossless(double quality);
+
 // Metadata through exiv2. Readers add "{TIFF}", "{Exif}", "{GPS}", "{IPTC}", "{XMP}" and the
 // top-level "Orientation" to `properties`; they never fail, a damaged block is left out.
 void readMetadataFromFile(Bytes data, std::size_t size, PlistDictionary& properties);
