@@ -1,5 +1,8 @@
 // Reading EXIF, GPS, IPTC and XMP from exiv2 into the property families. exiv2 throws; every
 // call is caught here, and a damaged block is left out.
+// exiv2 hands out std::auto_ptr, which C++20 marks deprecated.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -176,3 +179,4 @@ void readXmpPacket(const std::string& packet, PlistDictionary& properties) {
 }
 
 }  // namespace platform::codecs
+#pragma GCC diagnostic pop

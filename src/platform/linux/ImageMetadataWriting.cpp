@@ -1,6 +1,9 @@
 // Writing the property families through exiv2: into a file after its encode, or as an EXIF
 // block and an XMP packet for the encoders that embed them. exiv2 throws; every call is
 // caught here.
+// exiv2 hands out std::auto_ptr, which C++20 marks deprecated.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -257,3 +260,4 @@ std::string encodeXmpPacket(const PlistDictionary& properties) {
 }
 
 }  // namespace platform::codecs
+#pragma GCC diagnostic pop
