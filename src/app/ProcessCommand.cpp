@@ -19,6 +19,7 @@
 #include "assets/VRURLAsset.h"
 #include "core/ErrorMessages.h"
 #include "core/VRProcessor.h"
+#include "model/TypeIdentifiers.h"
 #include "model/VRFormat.h"
 #include "model/VXHelperSize.h"
 #include "model/VXHelperText.h"
@@ -251,9 +252,11 @@ class ProcessCommand : public app::Command {
         return app::kExitSuccess;
     }
 
-    // Only the first frame of an animated GIF is used; the result is still made.
+    // Only the first frame of an animated GIF or WebP is used; the result is still made.
     void noteAnimation(const std::string& file) const {
-        if (VRFormat::formatFromURL(file).type() != VRFormatTypeGIF) return;
+        const std::string type =
+            TypeIdentifiers::preferredIdentifierForExtension(FileManager::pathExtension(file));
+        if (type != kUTTypeGIF && type != kUTTypeWebP) return;
         auto bytes = FileManager::contentsAtPath(file, nullptr, 256u << 20);
         if (bytes && platform::imageFrameCount(*bytes) > 1)
             std::cerr << "unwarp: " << file << " is animated: only its first frame is used\n";

@@ -60,6 +60,20 @@ TEST(ProcessFormatMedia, WebpComesInAndBadFormatsOrFilesAreNamed) {
                                   quoted(home.path("out")) + " " + quoted(webp));
     ASSERT_EQ(in.exitCode, 0) << in.err;
     EXPECT_EQ(vipsSize(home.path("out/c.png")), "53x30");
+    EXPECT_EQ(in.err.find("animated"), std::string::npos) << in.err;
+
+    // An animation gives its first frame, and says so.
+    const std::string moving = home.path("moving.webp");
+    run("convert -delay 10 -size 40x30 xc:red xc:blue -loop 0 " + quoted(moving));
+    Outcome animated = unwarp(home, "process --template uw-133 --format png --out " +
+                                        quoted(home.path("out")) + " " + quoted(moving));
+    ASSERT_EQ(animated.exitCode, 0) << animated.err;
+    EXPECT_NE(animated.err.find("moving.webp is animated: only its first frame is used"),
+              std::string::npos)
+        << animated.err;
+    EXPECT_EQ(run("vips getpoint " + quoted(home.path("out/moving.png")) + " 20 15").substr(0, 4),
+              "255 ")
+        << "red, the first frame";
 
     struct Case {
         const char* format;

@@ -18,21 +18,21 @@ const std::vector<ImageCodec>& table() {
     // clang-format off
     static const std::vector<ImageCodec> rows{
     // format {type, name, extensions, sniff, {depth, alpha, lossy, frames, metadata}}, readers,
-    // writers, encoder check, metadata route, listed writer
+    // writers, frame counter, encoder check, metadata route, listed writer
     {{"public.jpeg", "JPEG", {"jpg", "jpeg", "jpe", "jfif"}, jpegSniff, {8, false, true, false, kAllFamilies}},
-     jpegReadInfo, jpegDecode, jpegEncode, nullptr, nullptr, MetadataRoute::Exiv2File, true},
+     jpegReadInfo, jpegDecode, jpegEncode, nullptr, nullptr, nullptr, MetadataRoute::Exiv2File, true},
     {{"public.png", "PNG", {"png"}, pngSniff, {16, true, false, false, kAllFamilies}},
-     pngReadInfo, pngDecode, pngEncode, nullptr, nullptr, MetadataRoute::Exiv2File, true},
+     pngReadInfo, pngDecode, pngEncode, nullptr, nullptr, nullptr, MetadataRoute::Exiv2File, true},
     {{"public.tiff", "TIFF", {"tif", "tiff"}, tiffSniff, {16, true, false, true, kAllFamilies}},
-     tiffReadInfo, tiffDecode, nullptr, tiffEncode, nullptr, MetadataRoute::Exiv2File, true},
+     tiffReadInfo, tiffDecode, nullptr, tiffEncode, nullptr, nullptr, MetadataRoute::Exiv2File, true},
     {{"com.compuserve.gif", "GIF", {"gif"}, gifSniff, {8, true, false, true, kImageMetadataNone}},
-     gifReadInfo, gifDecode, gifEncode, nullptr, nullptr, MetadataRoute::None, true},
+     gifReadInfo, gifDecode, gifEncode, nullptr, gifFrameCount, nullptr, MetadataRoute::None, true},
     {{"public.heic", "HEIC", {"heic", "heics"}, heicSniff, {16, true, true, true, kBlockFamilies}},
-     heifReadInfo, heifDecode, heifEncode, nullptr, heifCanEncode, MetadataRoute::Blocks, true},
+     heifReadInfo, heifDecode, heifEncode, nullptr, nullptr, heifCanEncode, MetadataRoute::Blocks, true},
     {{"public.heif", "HEIF", {"heif", "heifs", "hif"}, heifSniff, {16, true, true, true, kBlockFamilies}},
-     heifReadInfo, heifDecode, heifEncode, nullptr, heifCanEncode, MetadataRoute::Blocks, false},
+     heifReadInfo, heifDecode, heifEncode, nullptr, nullptr, heifCanEncode, MetadataRoute::Blocks, false},
     {{"org.webmproject.webp", "WebP", {"webp"}, webpSniff, {8, true, true, true, kBlockFamilies}},
-     webpReadInfo, webpDecode, webpEncode, nullptr, nullptr, MetadataRoute::Blocks, true},
+     webpReadInfo, webpDecode, webpEncode, nullptr, webpFrameCount, nullptr, MetadataRoute::Blocks, true},
     };
     // clang-format on
     return rows;

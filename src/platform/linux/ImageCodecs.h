@@ -66,6 +66,9 @@ struct ImageCodec {
                          std::string& why);
     bool (*encodeToPath)(const Bitmap& image, const EncodeOptions& options, const std::string& path,
                          std::string& why);
+    // The pictures in the file, counted up to `stopAt` without decoding them; null for the
+    // formats that hold one.
+    std::size_t (*frameCount)(Bytes data, std::size_t size, std::size_t stopAt);
     // Whether this build's library has the encoder; null when it always has.
     bool (*canEncode)();
     MetadataRoute metadata;
@@ -101,6 +104,7 @@ std::optional<Bitmap> tiffDecode(Bytes data, std::size_t size, std::string& why)
 bool tiffEncode(const Bitmap& image, const EncodeOptions& options, const std::string& path,
                 std::string& why);
 
+std::size_t gifFrameCount(Bytes data, std::size_t size, std::size_t stopAt);
 bool gifReadInfo(Bytes data, std::size_t size, ImageInfo& info, std::string& why);
 std::optional<Bitmap> gifDecode(Bytes data, std::size_t size, std::string& why);
 bool gifEncode(const Bitmap& image, const EncodeOptions& options, std::FILE* file,
@@ -115,6 +119,7 @@ bool heifCanEncode();
 int heifQualityForCompression(double compression);
 
 bool webpSniff(Bytes data, std::size_t size);
+std::size_t webpFrameCount(Bytes data, std::size_t size, std::size_t stopAt);
 bool webpReadInfo(Bytes data, std::size_t size, ImageInfo& info, std::string& why);
 std::optional<Bitmap> webpDecode(Bytes data, std::size_t size, std::string& why);
 bool webpEncode(const Bitmap& image, const EncodeOptions& options, std::FILE* file,

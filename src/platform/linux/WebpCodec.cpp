@@ -125,6 +125,14 @@ void readInfo(WebPDemuxer* demux, Bytes data, std::size_t size, ImageInfo& info)
 
 }  // namespace
 
+// From the container's own count; 0 when the bytes can't be read as WebP.
+std::size_t webpFrameCount(Bytes data, std::size_t size, std::size_t stopAt) {
+    std::string why;
+    DemuxPtr demux = openDemux(data, size, why);
+    if (!demux) return 0;
+    return std::min<std::size_t>(WebPDemuxGetI(demux.get(), WEBP_FF_FRAME_COUNT), stopAt);
+}
+
 bool webpReadInfo(Bytes data, std::size_t size, ImageInfo& info, std::string& why) {
     DemuxPtr demux = openDemux(data, size, why);
     if (!demux) return false;
