@@ -4,6 +4,8 @@
 #include <charconv>
 #include <cmath>
 
+#include "app/TemplateArguments.h"
+
 namespace app {
 namespace {
 
@@ -56,6 +58,23 @@ std::optional<VRColor> parseFillColor(const std::string& text, std::string* prob
         return std::stoi(hex.substr(i * 2, 2), nullptr, 16) / 255.0;
     };
     return VRColor{component(0), component(1), component(2), hex.size() == 8 ? component(3) : 1.0};
+}
+
+std::optional<VRFormat> parsePhotoFormat(const std::string& text, float compression,
+                                         std::string* problem) {
+    std::string lower = text;
+    for (char& c : lower) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    if (lower == "webp") return VRFormat(VRFormatTypeWebP, VRFormatMediaTypePhoto, compression);
+    std::string why;
+    auto format = parseFormat(text, VRFormatMediaTypePhoto, &why);
+    if (!format) {
+        fail(problem, "--format " + text + ": " + why +
+                          " (a photo format: jpeg, png, tiff, gif, "
+                          "heic or webp)");
+        return std::nullopt;
+    }
+    format->setCompression(compression);
+    return format;
 }
 
 }  // namespace app

@@ -1,7 +1,7 @@
-// `unwarp process --template KEY [--out DIR] [--json] [--yes] [adjustments] [--live PHOTO MOVIE]
-// FILE...`: runs each photo, movie or Live Photo through the processor in order, one in flight,
-// and moves each finished file (and a Live Photo's movie) into the output folder under its
-// result name. The main thread runs the main queue meanwhile.
+// `unwarp process --template KEY [--out DIR] [--format NAME] [--json] [--yes] [adjustments]
+// [--live PHOTO MOVIE] FILE...`: runs each photo, movie or Live Photo through the processor in
+// order, one in flight, and moves each finished file (and a Live Photo's movie) into the output
+// folder under its result name. The main thread runs the main queue meanwhile.
 #include <signal.h>
 #include <unistd.h>
 
@@ -19,6 +19,7 @@
 #include "assets/VRURLAsset.h"
 #include "core/ErrorMessages.h"
 #include "core/VRProcessor.h"
+#include "model/TypeIdentifiers.h"
 #include "model/VRFormat.h"
 #include "model/VXHelperSize.h"
 #include "model/VXHelperText.h"
@@ -141,6 +142,9 @@ class ProcessCommand : public app::Command {
             program.add_subcommand("process", "Resize photos and videos with a template");
         command->add_option("--template", _key, "Template key (see unwarp templates)")->required();
         command->add_option("--out", _out, "Folder for the results (default: the current one)");
+        command->add_option("--format", _format,
+                            "Photo format instead of the template's: jpeg, png, tiff, gif, heic "
+                            "or webp, at the template's compression");
         command->add_flag("--json", _json, "Print one JSON object a line instead of text");
         command->add_flag("--yes", _yes,
                           "Over the size limit, take the smaller size offered without asking");
@@ -180,6 +184,15 @@ class ProcessCommand : public app::Command {
     int prepare() {
         _tpl = TemplateManager::shared().templateWithKey(_key);
         if (!_tpl) return app::reportUsageError("no template with key " + _key);
+        if (_format) {
+            std::string problem;
+            const VRFormat current = _tpl->formatForMediaType(VRFormatMediaTypePhoto);
+            auto format = app::parsePhotoFormat(*_format, current.compression(), &problem);
+            if (!format) return app::reportUsageError(problem);
+            // This run's own copy: the stored template keeps its format.
+            _tpl = _tpl->copy();
+            _tpl->setFormat(*format, VRFormatMediaTypePhoto);
+        }
         auto state = std::make_shared<VRAdjustAssetState>();
         std::string problem;
         std::int64_t turns = 0;
@@ -239,9 +252,11 @@ class ProcessCommand : public app::Command {
         return app::kExitSuccess;
     }
 
-    // Only the first frame of an animated GIF is used; the result is still made.
+    // Only the first frame of an animated GIF or WebP is used; the result is still made.
     void noteAnimation(const std::string& file) const {
-        if (VRFormat::formatFromURL(file).type() != VRFormatTypeGIF) return;
+        const std::string type =
+            TypeIdentifiers::preferredIdentifierForExtension(FileManager::pathExtension(file));
+        if (type != kUTTypeGIF && type != kUTTypeWebP) return;
         auto bytes = FileManager::contentsAtPath(file, nullptr, 256u << 20);
         if (bytes && platform::imageFrameCount(*bytes) > 1)
             std::cerr << "unwarp: " << file << " is animated: only its first frame is used\n";
@@ -343,7 +358,10 @@ class ProcessCommand : public app::Command {
             return failed(file, *failure, std::nullopt);
         }
         const std::string& to = handed->output;
-        const std::string format = VRFormat::formatFromURL(to).name();
+        std::string format = VRFormat::formatFromURL(to).name();
+        // WebP is no template format, so its name does not come back from the file's type.
+        if (format == "Auto" && _format && result.mediaType() == VRFormatMediaTypePhoto)
+            format = _tpl->formatForMediaType(VRFormatMediaTypePhoto).name();
         const auto width = std::llround(size.width);
         const auto height = std::llround(size.height);
         if (_json) {
@@ -443,6 +461,7 @@ class ProcessCommand : public app::Command {
     std::string _key;
     std::vector<std::string> _live;
     std::optional<std::string> _out;
+    std::optional<std::string> _format;
     bool _json = false;
     bool _yes = false;
     bool _flipH = false;

@@ -15,6 +15,7 @@ inline constexpr const char* kUTTypeGIF = "com.compuserve.gif";
 inline constexpr const char* kUTTypeTIFF = "public.tiff";
 inline constexpr const char* kUTTypeHEIC = "public.heic";
 inline constexpr const char* kUTTypeHEIF = "public.heif";
+inline constexpr const char* kUTTypeWebP = "org.webmproject.webp";
 inline constexpr const char* kUTTypeImage = "public.image";
 inline constexpr const char* kUTTypeMovie = "public.movie";
 inline constexpr const char* kUTTypeQuickTimeMovie = "com.apple.quicktime-movie";
@@ -27,9 +28,10 @@ namespace TypeIdentifiers {
 bool typeConformsTo(const std::string& type, const std::string& conformsTo);
 // The preferred identifier of a file extension (without dot, any case); "" when unknown.
 std::string preferredIdentifierForExtension(const std::string& extension);
-// The identifier of a file by its signature: JPEG, PNG, TIFF (both byte orders), GIF,
-// HEIC/HEIF and the ISO media family (MP4, MOV, M4V, 3GP, 3G2) by their ftyp brands, and
-// QuickTime by its leading atom. "" when nothing matches. Reads at most the first 64 bytes.
+// The identifier of a file by its signature, from the platform's one sniffer: the photo
+// formats' rows (JPEG, PNG, TIFF, GIF, HEIC/HEIF, WebP), the ISO media family (MP4, MOV, M4V,
+// 3GP, 3G2, AVIF) by their ftyp brands, and QuickTime by its leading atom. "" when nothing
+// matches. Reads at most the first 64 bytes.
 std::string identifierForData(const std::uint8_t* bytes, std::size_t length);
 
 }  // namespace TypeIdentifiers

@@ -31,8 +31,10 @@ constexpr TypeRow kTypeRows[] = {
     {"3GP", "3gp", AVFileType3GPP, VRFormatMediaTypeVideo},
     {"3G2", "3g2", AVFileType3GPP2, VRFormatMediaTypeVideo},
 };
+constexpr TypeRow kWebPRow = {"WebP", "webp", kUTTypeWebP, VRFormatMediaTypePhoto};
 
 const TypeRow* rowForType(std::uint64_t type) {
+    if (type == VRFormatTypeWebP) return &kWebPRow;
     if (type < VRFormatTypeJPEG || type > VRFormatType3G2) return nullptr;
     return &kTypeRows[type - 1];
 }
@@ -61,7 +63,8 @@ VRFormat VRFormat::formatWithType(std::uint64_t type, float compression) {
 }
 
 VRFormat VRFormat::formatWithTypeMediaType(std::uint64_t type, std::uint64_t mediaType) {
-    const bool lossy = type == VRFormatTypeJPEG || type == VRFormatTypeHEIC;
+    const bool lossy =
+        type == VRFormatTypeJPEG || type == VRFormatTypeHEIC || type == VRFormatTypeWebP;
     return VRFormat(type, mediaType, lossy ? 0.85f : 1.0f);
 }
 

@@ -24,14 +24,18 @@ enum VRFormatType : std::uint64_t {
     VRFormatTypeM4V = 8,
     VRFormatType3GP = 9,
     VRFormatType3G2 = 10,
+    // Our own addition, far from the stored types so that no archive means it: written only
+    // when a run asks for it by name (`unwarp process --format webp`); never offered in the
+    // format lists, never given by a source's type.
+    VRFormatTypeWebP = 1000,
 };
 
 class VRFormat {
   public:
     // Auto photo format with compression 1.0.
     VRFormat() : VRFormat(VRFormatTypeAuto, VRFormatMediaTypePhoto, 1.0f) {}
-    // For types 1 to 10 the media type is the type's own, whatever is given; the compression
-    // is clamped into 0...1.
+    // For types 1 to 10 and WebP the media type is the type's own, whatever is given; the
+    // compression is clamped into 0...1.
     VRFormat(std::uint64_t type, std::uint64_t mediaType, float compression);
     // Media type 1 unless the type says otherwise.
     VRFormat(std::uint64_t type, float compression);
@@ -42,7 +46,7 @@ class VRFormat {
     static VRFormat formatWithType(std::uint64_t type, float compression);
     template <class T, std::enable_if_t<std::is_integral_v<T>, int> = 0>
     static VRFormat formatWithType(std::uint64_t, T) = delete;
-    // Compression 0.85 for JPEG and HEIC, 1.0 for every other type.
+    // Compression 0.85 for JPEG, HEIC and WebP, 1.0 for every other type.
     static VRFormat formatWithTypeMediaType(std::uint64_t type, std::uint64_t mediaType);
     // The same with media type 1.
     static VRFormat formatWithType(std::uint64_t type);

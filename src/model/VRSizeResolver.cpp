@@ -132,7 +132,9 @@ VRResolvedOutput resolvePhoto(const VRResolveRequest& request, const VRDeviceLim
         displacement = clampedDisplacement(displacement, drawSize, out.pictureSize);
     }
 
-    if (format.type() == VRFormatTypePNG && !adjust.fillColor() && !request.defaultPhotoColor) {
+    // PNG, and WebP beside it, leave the margins clear unless a colour is asked for.
+    const bool clearMargins = format.type() == VRFormatTypePNG || format.type() == VRFormatTypeWebP;
+    if (clearMargins && !adjust.fillColor() && !request.defaultPhotoColor) {
         out.fillColor = VRColor::clearColor();
     } else {
         out.fillColor =

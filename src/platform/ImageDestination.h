@@ -18,8 +18,8 @@ namespace platform {
 class ImageDestination {
   public:
     // The type identifiers this build can write (CGImageDestinationCopyTypeIdentifiers):
-    // "public.jpeg", "public.png", "public.tiff", "com.compuserve.gif", and "public.heic" when
-    // libheif has an HEVC encoder.
+    // "public.jpeg", "public.png", "public.tiff", "com.compuserve.gif", "org.webmproject.webp",
+    // and "public.heic" when libheif has an HEVC encoder.
     static std::vector<std::string> typeIdentifiers();
 
     // CGImageDestinationCreateWithURL for `count` images (only 1 is supported); null with an
@@ -31,15 +31,16 @@ class ImageDestination {
 
     // CGImageDestinationAddImage. Properties read:
     //  "kCGImageDestinationLossyCompressionQuality" 0..1: JPEG quality 1..100; HEIC through the
-    //     encoder's quality scale (see the implementation); ignored by the lossless formats.
+    //     encoder's quality scale (see the implementation); WebP lossy at 0..100 below 1.0 and
+    //     lossless at 1.0; ignored by the lossless formats.
     //  "HasAlpha": false drops the image's alpha; true keeps it where the format has alpha.
     //  "Orientation": the EXIF orientation written (1 when absent).
     //  "DPIWidth"/"DPIHeight": resolution in the file (JFIF, pHYs, TIFF tags, EXIF).
     //  "{TIFF}", "{Exif}", "{GPS}", "{IPTC}", "{XMP}": metadata blocks, where the format can
-    //     carry them (JPEG, PNG, TIFF: all; HEIC: EXIF, GPS and XMP; GIF: none).
+    //     carry them (JPEG, PNG, TIFF: all; HEIC and WebP: EXIF, GPS and XMP; GIF: none).
     //  "{PNG}" text keys (PNG only), "{JFIF}" density (JPEG only).
-    // 16-bit images stay 16-bit in PNG and TIFF; JPEG, GIF and HEIC take 8 bits (HEIC 10 bits
-    // is not written). The image's ICC profile is embedded where the format allows.
+    // 16-bit images stay 16-bit in PNG and TIFF; JPEG, GIF, HEIC and WebP take 8 bits (HEIC 10
+    // bits is not written). The image's ICC profile is embedded where the format allows.
     void addImage(const Bitmap& image, const PlistDictionary& properties);
 
     // CGImageDestinationFinalize: encodes and renames into place. On failure (no image added,

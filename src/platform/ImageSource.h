@@ -36,8 +36,10 @@ class ImageSource {
                                                       ErrorRef* error = nullptr,
                                                       const ImageSourceLimits& limits = {});
 
-    // The type identifier from the first bytes: "public.jpeg", "public.png", "public.tiff",
-    // "com.compuserve.gif", "public.heic", "public.heif", or "" for anything else.
+    // The type identifier from the first bytes, by the one sniffer of ImageFormats.h, when it
+    // names a format with a reader: "public.jpeg", "public.png", "public.tiff",
+    // "com.compuserve.gif", "public.heic", "public.heif", "org.webmproject.webp"; "" for
+    // anything else.
     static std::string typeIdentifierForData(const std::uint8_t* bytes, std::size_t size);
 
     virtual ~ImageSource() = default;

@@ -201,8 +201,8 @@ std::string diagonalLine(const std::string& key) {
     return text;
 }
 
-ImageSource iconSource(const std::string& icon) {
-    return icon.empty() ? ImageSource::empty() : ImageSource::bundle(icon);
+TemplatePictureSource iconSource(const std::string& icon) {
+    return icon.empty() ? TemplatePictureSource::empty() : TemplatePictureSource::bundle(icon);
 }
 
 }  // namespace
@@ -251,10 +251,11 @@ VRTemplateListItem itemForEntry(const Entry& entry) {
             subtitles.push_back(diagonal);
         }
     }
-    return VRTemplateListItem(
-        entry.key, entry.title, std::nullopt, {VRFormatMediaTypePhoto, VRFormatMediaTypeVideo},
-        entry.picture.empty() ? ImageSource::empty() : ImageSource::bundle(entry.picture),
-        iconSource(entry.icon), std::move(subtitles));
+    return VRTemplateListItem(entry.key, entry.title, std::nullopt,
+                              {VRFormatMediaTypePhoto, VRFormatMediaTypeVideo},
+                              entry.picture.empty() ? TemplatePictureSource::empty()
+                                                    : TemplatePictureSource::bundle(entry.picture),
+                              iconSource(entry.icon), std::move(subtitles));
 }
 
 VRTemplateListItem exampleItem() {
@@ -262,7 +263,7 @@ VRTemplateListItem exampleItem() {
     // Shown with the multiplication sign, unlike the catalogue rows.
     return VRTemplateListItem(
         entry.key, entry.title, std::nullopt, {VRFormatMediaTypePhoto, VRFormatMediaTypeVideo},
-        ImageSource::empty(), ImageSource::empty(), {"1200 \u00d7 600 PX [S]"});
+        TemplatePictureSource::empty(), TemplatePictureSource::empty(), {"1200 \u00d7 600 PX [S]"});
 }
 
 std::vector<VRTemplateListSectionRef> standardSections() {

@@ -32,14 +32,14 @@ VRTemplateListItem itemWithLegacyInfo(const VRLegacyTemplateInfo& info) {
         subtitles = VXHelper::subtitlesForTemplate(*tpl);
     }
     return VRTemplateListItem(info.identifier, info.title, info.templateDescription,
-                              std::move(mediaTypes), ImageSource::templateIdentifier(),
-                              ImageSource::empty(), std::move(subtitles));
+                              std::move(mediaTypes), TemplatePictureSource::templateIdentifier(),
+                              TemplatePictureSource::empty(), std::move(subtitles));
 }
 
 // The item with a new title or picture and no keywords; everything else stays.
 VRTemplateListItem rebuiltItem(const VRTemplateListItem& item,
                                const std::optional<std::string>& title,
-                               const ImageSource& imageSource) {
+                               const TemplatePictureSource& imageSource) {
     return VRTemplateListItem::withStoredFields(item.identifier(), title, item.description(),
                                                 item.mediaTypes(), imageSource, item.iconSource(),
                                                 item.subtitles(), {});
@@ -144,7 +144,7 @@ VXTemplateRef TemplateManager::templateForItem(const VRTemplateListItem& item) {
         tpl->setIdentifier(item.identifier());
         tpl->setTemplateDescription(item.description());
         tpl->setStored(true);
-        if (item.imageSource().kind() == ImageSource::Kind::bundle) {
+        if (item.imageSource().kind() == TemplatePictureSource::Kind::bundle) {
             tpl->setBundleImageName(item.imageSource().bundleName());
         }
     }
@@ -154,11 +154,11 @@ VXTemplateRef TemplateManager::templateForItem(const VRTemplateListItem& item) {
 VRTemplateListItem TemplateManager::listItemWithTemplate(const VXTemplate& tpl,
                                                          const std::string& identifier) {
     auto types = tpl.mediaTypes();
-    return VRTemplateListItem(identifier, tpl.name(), tpl.templateDescription(),
-                              {types.begin(), types.end()},
-                              tpl.bundleImageName() ? ImageSource::bundle(*tpl.bundleImageName())
-                                                    : ImageSource::templateIdentifier(),
-                              ImageSource::empty(), VXHelper::subtitlesForTemplate(tpl));
+    return VRTemplateListItem(
+        identifier, tpl.name(), tpl.templateDescription(), {types.begin(), types.end()},
+        tpl.bundleImageName() ? TemplatePictureSource::bundle(*tpl.bundleImageName())
+                              : TemplatePictureSource::templateIdentifier(),
+        TemplatePictureSource::empty(), VXHelper::subtitlesForTemplate(tpl));
 }
 
 // Files --------------------------------------------------------------------------------------
@@ -261,7 +261,7 @@ bool TemplateManager::resetUserTemplateImageSourceWith(const std::string& identi
     return _changeUserItem(
         identifier,
         [](VRTemplateListItem& item, VXTemplate* tpl) {
-            item = rebuiltItem(item, item.title(), ImageSource::templateIdentifier());
+            item = rebuiltItem(item, item.title(), TemplatePictureSource::templateIdentifier());
             if (tpl) tpl->setBundleImageName(std::nullopt);
         },
         error);

@@ -19,13 +19,13 @@ platform::ErrorRef corrupt(const std::string& reason) {
         {{platform::NSDebugDescriptionErrorKey, "template list: " + reason}});
 }
 
-json encodeImageSource(const ImageSource& source) {
+json encodeImageSource(const TemplatePictureSource& source) {
     switch (source.kind()) {
-        case ImageSource::Kind::bundle:
+        case TemplatePictureSource::Kind::bundle:
             return {{"bundle", {{"_0", source.bundleName()}}}};
-        case ImageSource::Kind::templateIdentifier:
+        case TemplatePictureSource::Kind::templateIdentifier:
             return {{"templateIdentifier", json::object()}};
-        case ImageSource::Kind::empty:
+        case TemplatePictureSource::Kind::empty:
             break;
     }
     return {{"empty", json::object()}};
@@ -83,7 +83,7 @@ std::set<std::uint64_t> decodeMediaTypes(const json& value) {
 }
 
 // An enumeration case is an object with exactly one key naming it.
-ImageSource decodeImageSource(const json& value, const char* what) {
+TemplatePictureSource decodeImageSource(const json& value, const char* what) {
     if (!value.is_object() || value.size() != 1) {
         throw DecodeFailure{std::string(what) + " is not one enumeration case"};
     }
@@ -91,9 +91,10 @@ ImageSource decodeImageSource(const json& value, const char* what) {
     const std::string& name = entry.key();
     const json& payload = entry.value();
     if (!payload.is_object()) throw DecodeFailure{std::string(what) + " has no payload object"};
-    if (name == "bundle") return ImageSource::bundle(decodeString(member(payload, "_0"), what));
-    if (name == "empty") return ImageSource::empty();
-    if (name == "templateIdentifier") return ImageSource::templateIdentifier();
+    if (name == "bundle")
+        return TemplatePictureSource::bundle(decodeString(member(payload, "_0"), what));
+    if (name == "empty") return TemplatePictureSource::empty();
+    if (name == "templateIdentifier") return TemplatePictureSource::templateIdentifier();
     throw DecodeFailure{std::string(what) + " has the unknown case \"" + name + "\""};
 }
 

@@ -5,8 +5,10 @@
 
 VRTemplateListItem::VRTemplateListItem(std::string identifier, std::optional<std::string> title,
                                        std::optional<std::string> description,
-                                       std::set<std::uint64_t> mediaTypes, ImageSource imageSource,
-                                       ImageSource iconSource, std::vector<std::string> subtitles,
+                                       std::set<std::uint64_t> mediaTypes,
+                                       TemplatePictureSource imageSource,
+                                       TemplatePictureSource iconSource,
+                                       std::vector<std::string> subtitles,
                                        std::vector<std::string> keywords)
     : _identifier(std::move(identifier)),
       _title(std::move(title)),
@@ -22,8 +24,8 @@ VRTemplateListItem::VRTemplateListItem(std::string identifier, std::optional<std
 VRTemplateListItem VRTemplateListItem::withStoredFields(
     std::string identifier, std::optional<std::string> title,
     std::optional<std::string> description, std::set<std::uint64_t> mediaTypes,
-    ImageSource imageSource, ImageSource iconSource, std::vector<std::string> subtitles,
-    std::vector<std::string> keywords) {
+    TemplatePictureSource imageSource, TemplatePictureSource iconSource,
+    std::vector<std::string> subtitles, std::vector<std::string> keywords) {
     VRTemplateListItem item;
     item._identifier = std::move(identifier);
     item._title = std::move(title);

@@ -9,31 +9,29 @@
 #include <string>
 #include <vector>
 
-#include "templates/ImageSource.h"
+#include "templates/TemplatePictureSource.h"
 
 class VRTemplateListItem {
   public:
     // One subtitle gets a single blank appended as its second line.
     VRTemplateListItem(std::string identifier, std::optional<std::string> title,
                        std::optional<std::string> description, std::set<std::uint64_t> mediaTypes,
-                       ImageSource imageSource, ImageSource iconSource,
+                       TemplatePictureSource imageSource, TemplatePictureSource iconSource,
                        std::vector<std::string> subtitles, std::vector<std::string> keywords = {});
 
     // As decoded from a list file: the fields exactly as stored.
-    static VRTemplateListItem withStoredFields(std::string identifier,
-                                               std::optional<std::string> title,
-                                               std::optional<std::string> description,
-                                               std::set<std::uint64_t> mediaTypes,
-                                               ImageSource imageSource, ImageSource iconSource,
-                                               std::vector<std::string> subtitles,
-                                               std::vector<std::string> keywords);
+    static VRTemplateListItem withStoredFields(
+        std::string identifier, std::optional<std::string> title,
+        std::optional<std::string> description, std::set<std::uint64_t> mediaTypes,
+        TemplatePictureSource imageSource, TemplatePictureSource iconSource,
+        std::vector<std::string> subtitles, std::vector<std::string> keywords);
 
     const std::string& identifier() const { return _identifier; }
     const std::optional<std::string>& title() const { return _title; }
     const std::optional<std::string>& description() const { return _description; }
     const std::set<std::uint64_t>& mediaTypes() const { return _mediaTypes; }
-    const ImageSource& imageSource() const { return _imageSource; }
-    const ImageSource& iconSource() const { return _iconSource; }
+    const TemplatePictureSource& imageSource() const { return _imageSource; }
+    const TemplatePictureSource& iconSource() const { return _iconSource; }
     const std::vector<std::string>& subtitles() const { return _subtitles; }
     const std::vector<std::string>& keywords() const { return _keywords; }
 
@@ -50,8 +48,8 @@ class VRTemplateListItem {
     std::optional<std::string> _title;
     std::optional<std::string> _description;
     std::set<std::uint64_t> _mediaTypes;
-    ImageSource _imageSource = ImageSource::empty();
-    ImageSource _iconSource = ImageSource::empty();
+    TemplatePictureSource _imageSource = TemplatePictureSource::empty();
+    TemplatePictureSource _iconSource = TemplatePictureSource::empty();
     std::vector<std::string> _subtitles;
     std::vector<std::string> _keywords;
 };

@@ -9,6 +9,7 @@
 
 #include "model/TypeIdentifiers.h"
 #include "model/VRImageFormat.h"
+#include "platform/ImageSource.h"
 
 namespace {
 
@@ -42,6 +43,7 @@ TEST(VRFormat, TypeTable) {
         {9, 1, "3GP", "3gp", "public.3gpp", 2, 1.0f, false},
         {10, 1, "3G2", "3g2", "public.3gpp2", 2, 1.0f, false},
         {11, 2, "", "mov", kUTTypeQuickTimeMovie, 2, 1.0f, false},
+        {VRFormatTypeWebP, 2, "WebP", "webp", kUTTypeWebP, 1, 0.85f, false},
         {99, 1, "", "jpg", kUTTypeJPEG, 1, 1.0f, false},
     };
     for (const auto& c : cases) {
@@ -163,6 +165,10 @@ TEST(VRFormat, RecognisesFileSignatures) {
         {"heic", ftyp("heic", "mif1heic"), "public.heic", 5},
         {"heif mif1", ftyp("mif1", "mif1"), "public.heif", 5},
         {"heif image sequence", ftyp("msf1", "hevc"), "public.heif", 5},
+        // The image source once called this HEIC and the model HEIF: the major brand decides.
+        {"heif with an heic brand", ftyp("mif1", "mif1heic"), "public.heif", 5},
+        {"webp", bytes(std::string("RIFF\x1a\0\0\0WEBPVP8L", 16)), "org.webmproject.webp", 0},
+        {"riff but wave", bytes(std::string("RIFF\x1a\0\0\0WAVEfmt ", 16)), "", 0},
         {"avif", ftyp("avif", "mif1avif"), "public.avif", 0},
         {"mp4", ftyp("isom", "isomiso2avc1mp41"), kUTTypeMPEG4, 0},
         {"mov", ftyp("qt  ", "qt  "), kUTTypeQuickTimeMovie, 0},
@@ -191,6 +197,13 @@ TEST(VRFormat, RecognisesFileSignatures) {
             << c.what;
         EXPECT_EQ(VRFormat::formatFromData(c.data.data(), c.data.size()).rawType(), c.imageType)
             << c.what;
+        // One sniffer: the image source names the same type where it has a reader for it.
+        const bool readable = c.uti == kUTTypeJPEG || c.uti == kUTTypePNG || c.uti == kUTTypeTIFF ||
+                              c.uti == kUTTypeGIF || c.uti == "public.heic" ||
+                              c.uti == "public.heif" || c.uti == kUTTypeWebP;
+        EXPECT_EQ(platform::ImageSource::typeIdentifierForData(c.data.data(), c.data.size()),
+                  readable ? c.uti : "")
+            << c.what;
     }
     EXPECT_EQ(TypeIdentifiers::identifierForData(nullptr, 10), "");
 }
@@ -204,6 +217,18 @@ TEST(VRFormat, Conformance) {
     EXPECT_FALSE(typeConformsTo("public.image", "public.jpeg"));
     EXPECT_FALSE(typeConformsTo("public.mpeg-4", "public.image"));
     EXPECT_FALSE(typeConformsTo("", ""));
+    // A photo codec row without a line of its own in the hierarchy is an image.
+    EXPECT_TRUE(typeConformsTo(kUTTypeWebP, "public.image"));
+    EXPECT_TRUE(typeConformsTo(kUTTypeWebP, "public.data"));
+    EXPECT_FALSE(typeConformsTo(kUTTypeWebP, "public.movie"));
+    EXPECT_FALSE(typeConformsTo("com.example.unknown", "public.image"));
+    // Extensions of the codec rows and of the other known types, any case.
+    EXPECT_EQ(TypeIdentifiers::preferredIdentifierForExtension("WebP"), kUTTypeWebP);
+    EXPECT_EQ(TypeIdentifiers::preferredIdentifierForExtension("HIF"), kUTTypeHEIF);
+    EXPECT_EQ(TypeIdentifiers::preferredIdentifierForExtension("jfif"), kUTTypeJPEG);
+    EXPECT_EQ(TypeIdentifiers::preferredIdentifierForExtension("M4V"), "com.apple.m4v-video");
+    EXPECT_EQ(TypeIdentifiers::preferredIdentifierForExtension("avif"), "public.avif");
+    EXPECT_EQ(TypeIdentifiers::preferredIdentifierForExtension("txt"), "");
 }
 
 TEST(VRFormat, AvailableFormatsByDeviceClassAndWriters) {

@@ -309,7 +309,7 @@ TEST(ImageDestinationMedia, FailuresLeaveNoFileAndKeepWhatWasThere) {
 
 TEST(ImageDestinationMedia, TypeIdentifiersListTheWriters) {
     auto types = ImageDestination::typeIdentifiers();
-    for (const char* t :
-         {"public.jpeg", "public.png", "public.tiff", "com.compuserve.gif", "public.heic"})
+    for (const char* t : {"public.jpeg", "public.png", "public.tiff", "com.compuserve.gif",
+                          "public.heic", "org.webmproject.webp"})
         EXPECT_NE(std::find(types.begin(), types.end(), t), types.end()) << t;
 }

@@ -88,11 +88,11 @@ TEST(TemplateCatalogueTest, SpotRowsCarryTheirSizesFormatsOptionsAndPictures) {
         VRSizeEntryType unit;
         VRFormatType photoFormat, videoFormat;
         VRSizeOptions options;
-        ImageSource picture, icon;
+        TemplatePictureSource picture, icon;
         std::vector<std::string> subtitles;
     };
-    const auto bundle = ImageSource::bundle;
-    const auto none = ImageSource::empty();
+    const auto bundle = TemplatePictureSource::bundle;
+    const auto none = TemplatePictureSource::empty();
     const std::vector<Row> rows = {
         {"uw-133",
          "Unwarp 1.33x",

@@ -187,9 +187,11 @@ TEST(TemplateManagerTest, ResetImageSourceShowsTheFolderThumbnailAndClearsKeywor
     auto tpl = stored("Pictured", 800, false, &identifier);
     tpl->setBundleImageName("tpl-uw-133");
     manager.updateUserTemplate(tpl, identifier);
-    EXPECT_EQ(manager.userTemplates()[0].imageSource(), ImageSource::bundle("tpl-uw-133"));
+    EXPECT_EQ(manager.userTemplates()[0].imageSource(),
+              TemplatePictureSource::bundle("tpl-uw-133"));
     manager.resetUserTemplateImageSourceWith(identifier);
-    EXPECT_EQ(manager.userTemplates()[0].imageSource(), ImageSource::templateIdentifier());
+    EXPECT_EQ(manager.userTemplates()[0].imageSource(),
+              TemplatePictureSource::templateIdentifier());
     EXPECT_EQ(manager.userTemplates()[0].title(), "Pictured");
 }
 
@@ -207,7 +209,7 @@ TEST(TemplateManagerTest, ACorruptedListFallsBackToTheLegacyList) {
         const auto& item = manager.userTemplates()[0];
         EXPECT_EQ(item.title(), "Old one");
         EXPECT_EQ(item.description(), "kept");
-        EXPECT_EQ(item.imageSource(), ImageSource::templateIdentifier());
+        EXPECT_EQ(item.imageSource(), TemplatePictureSource::templateIdentifier());
         EXPECT_EQ(item.subtitles(), (std::vector<std::string>{"1500 x 600 PX", " "}));
         manager.waitForPendingWrites();
     }
@@ -258,13 +260,14 @@ TEST(TemplateManagerTest, ListIdentifiersThatWouldLeaveTheTemplateFolderAreHarml
     std::vector<VRTemplateListItem> hostile;
     for (const char* key : {"../keep", "..", "a/../../keep", ""}) {
         hostile.emplace_back(key, "Same", std::nullopt, std::set<std::uint64_t>{1},
-                             ImageSource::templateIdentifier(), ImageSource::empty(),
-                             std::vector<std::string>{"x"});
+                             TemplatePictureSource::templateIdentifier(),
+                             TemplatePictureSource::empty(), std::vector<std::string>{"x"});
     }
     for (int i = 0; i < 6; ++i) {
         hostile.emplace_back("r" + std::to_string(i), "T" + std::to_string(i), std::nullopt,
-                             std::set<std::uint64_t>{1}, ImageSource::templateIdentifier(),
-                             ImageSource::empty(), std::vector<std::string>{"x"});
+                             std::set<std::uint64_t>{1},
+                             TemplatePictureSource::templateIdentifier(),
+                             TemplatePictureSource::empty(), std::vector<std::string>{"x"});
     }
     auto data = VRTemplateListCoding::encodeItems(hostile);
     std::ofstream(TemplateManager::recentsPath(), std::ios::binary)

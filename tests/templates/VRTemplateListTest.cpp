@@ -4,7 +4,7 @@
 #include <fstream>
 
 #include "support/TestHome.h"
-#include "templates/ImageSource.h"
+#include "templates/TemplatePictureSource.h"
 #include "templates/VRTemplateListCoding.h"
 #include "templates/VRTemplateListItem.h"
 #include "templates/VRTemplateListSection.h"
@@ -19,17 +19,19 @@ VRTemplateListItem item(std::string identifier, std::optional<std::string> title
                         std::vector<std::string> subtitles, std::vector<std::string> keywords = {},
                         std::optional<std::string> description = std::nullopt) {
     return VRTemplateListItem(std::move(identifier), std::move(title), std::move(description),
-                              {1, 2}, ImageSource::empty(), ImageSource::empty(),
-                              std::move(subtitles), std::move(keywords));
+                              {1, 2}, TemplatePictureSource::empty(),
+                              TemplatePictureSource::empty(), std::move(subtitles),
+                              std::move(keywords));
 }
 
 TEST(VRTemplateListTest, ItemsRoundTripThroughJSONWithEveryPictureSource) {
     const std::vector<VRTemplateListItem> items = {
         VRTemplateListItem("ig-square", "Instagram Square", std::nullopt, {1, 2},
-                           ImageSource::bundle("tpl-ig-square"), ImageSource::bundle("ig-icon"),
-                           {"1080 x 1080 PX", " "}),
-        VRTemplateListItem("A-1", std::nullopt, "a line", {2}, ImageSource::templateIdentifier(),
-                           ImageSource::empty(), {}, {"wide", "cinema"}),
+                           TemplatePictureSource::bundle("tpl-ig-square"),
+                           TemplatePictureSource::bundle("ig-icon"), {"1080 x 1080 PX", " "}),
+        VRTemplateListItem("A-1", std::nullopt, "a line", {2},
+                           TemplatePictureSource::templateIdentifier(),
+                           TemplatePictureSource::empty(), {}, {"wide", "cinema"}),
     };
     auto read = VRTemplateListCoding::decodeItems(VRTemplateListCoding::encodeItems(items));
     ASSERT_TRUE(read);
@@ -43,8 +45,8 @@ TEST(VRTemplateListTest, ItemsRoundTripThroughJSONWithEveryPictureSource) {
     auto decoded = VRTemplateListCoding::decodeItems(bytes(text));
     ASSERT_TRUE(decoded);
     ASSERT_EQ(decoded->size(), 1u);
-    EXPECT_EQ((*decoded)[0].imageSource(), ImageSource::bundle("tpl-x"));
-    EXPECT_EQ((*decoded)[0].iconSource(), ImageSource::empty());
+    EXPECT_EQ((*decoded)[0].imageSource(), TemplatePictureSource::bundle("tpl-x"));
+    EXPECT_EQ((*decoded)[0].iconSource(), TemplatePictureSource::empty());
     EXPECT_EQ((*decoded)[0].mediaTypes(), (std::set<std::uint64_t>{1, 2}));
     EXPECT_FALSE((*decoded)[0].description());
     // Stored subtitles are taken as they are.
@@ -148,17 +150,18 @@ TEST(VRTemplateListTest, PicturesFallBackToTheSampleImage) {
     std::ofstream(home.path("thumbnail")) << "jpg";
     const std::string fallback = resources + "/sample-landscape.jpg";
     struct Case {
-        ImageSource source;
+        TemplatePictureSource source;
         std::string thumbnail;
         std::string expected;
     };
     const std::vector<Case> cases = {
-        {ImageSource::bundle("tpl-uw-133"), "", resources + "/tpl-uw-133.png"},
-        {ImageSource::bundle("tpl-unknown"), "", fallback},
-        {ImageSource::bundle("../thumbnail"), "", fallback},
-        {ImageSource::empty(), home.path("thumbnail"), fallback},
-        {ImageSource::templateIdentifier(), home.path("thumbnail"), home.path("thumbnail")},
-        {ImageSource::templateIdentifier(), home.path("missing"), fallback},
+        {TemplatePictureSource::bundle("tpl-uw-133"), "", resources + "/tpl-uw-133.png"},
+        {TemplatePictureSource::bundle("tpl-unknown"), "", fallback},
+        {TemplatePictureSource::bundle("../thumbnail"), "", fallback},
+        {TemplatePictureSource::empty(), home.path("thumbnail"), fallback},
+        {TemplatePictureSource::templateIdentifier(), home.path("thumbnail"),
+         home.path("thumbnail")},
+        {TemplatePictureSource::templateIdentifier(), home.path("missing"), fallback},
     };
     for (const auto& c : cases) {
         EXPECT_EQ(c.source.resolvedPath(resources, c.thumbnail), c.expected);

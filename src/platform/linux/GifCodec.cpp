@@ -50,6 +50,39 @@ std::string gifError(GifFileType* g) {
 
 }  // namespace
 
+bool gifSniff(Bytes data, std::size_t size) {
+    return size >= 6 &&
+           (std::memcmp(data, "GIF87a", 6) == 0 || std::memcmp(data, "GIF89a", 6) == 0);
+}
+
+// Walks the blocks without decoding them; 0 when the bytes can't be read as a GIF.
+std::size_t gifFrameCount(Bytes data, std::size_t size, std::size_t stopAt) {
+    Memory m{data, size};
+    std::string why;
+    GifPtr gif = open(m, why);
+    if (!gif) return 0;
+    std::size_t frames = 0;
+    GifRecordType type = UNDEFINED_RECORD_TYPE;
+    while (frames < stopAt && type != TERMINATE_RECORD_TYPE) {
+        if (DGifGetRecordType(gif.get(), &type) == GIF_ERROR) break;
+        GifByteType* block = nullptr;
+        int code = 0;
+        if (type == EXTENSION_RECORD_TYPE) {
+            if (DGifGetExtension(gif.get(), &code, &block) == GIF_ERROR) break;
+            while (block && DGifGetExtensionNext(gif.get(), &block) != GIF_ERROR) {
+            }
+        } else if (type == IMAGE_DESC_RECORD_TYPE) {
+            if (DGifGetImageDesc(gif.get()) == GIF_ERROR) break;
+            ++frames;
+            // Skip the frame's compressed data without decoding it.
+            if (DGifGetCode(gif.get(), &code, &block) == GIF_ERROR) break;
+            while (block && DGifGetCodeNext(gif.get(), &block) != GIF_ERROR) {
+            }
+        }
+    }
+    return frames;
+}
+
 bool gifReadInfo(Bytes data, std::size_t size, ImageInfo& info, std::string& why) {
     Memory m{data, size};
     GifPtr g = open(m, why);

@@ -1,6 +1,7 @@
-// The per-format readers and writers behind ImageSource and ImageDestination, and the metadata
-// bridge to exiv2. Internal to the Linux platform layer; each codec keeps its library's error
-// mechanism (setjmp/longjmp, global handlers) inside its own file.
+// The per-format readers and writers behind ImageSource and ImageDestination, the table that
+// holds one row per format, and the metadata bridge to exiv2. Internal to the Linux platform
+// layer; each codec keeps its library's error mechanism (setjmp/longjmp, global handlers)
+// inside its own file.
 #pragma once
 
 #include <cstddef>
@@ -8,9 +9,11 @@
 #include <cstdio>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/Bitmap.h"
+#include "platform/ImageFormats.h"
 #include "platform/PlistValue.h"
 
 namespace platform::codecs {
@@ -45,6 +48,47 @@ struct EncodeOptions {
 
 using Bytes = const std::uint8_t*;
 
+// How a format's metadata families travel.
+enum class MetadataRoute {
+    None,       // the format carries none of them
+    Exiv2File,  // exiv2 reads them from the file, and writes them into it after the encode
+    Blocks,     // the codec reads and embeds an EXIF block and an XMP packet itself
+};
+
+// One row of the codec table: the public description and the functions behind it.
+struct ImageCodec {
+    ImageFormat format;
+    bool (*readInfo)(Bytes data, std::size_t size, ImageInfo& info, std::string& why);
+    std::optional<Bitmap> (*decode)(Bytes data, std::size_t size, std::string& why);
+    // The writer, into an open file or (for libraries that open the file themselves) a path;
+    // both null for a format that is only read.
+    bool (*encodeToFile)(const Bitmap& image, const EncodeOptions& options, std::FILE* file,
+                         std::string& why);
+    bool (*encodeToPath)(const Bitmap& image, const EncodeOptions& options, const std::string& path,
+                         std::string& why);
+    // The pictures in the file, counted up to `stopAt` without decoding them; null for the
+    // formats that hold one.
+    std::size_t (*frameCount)(Bytes data, std::size_t size, std::size_t stopAt);
+    // Whether this build's library has the encoder; null when it always has.
+    bool (*canEncode)();
+    MetadataRoute metadata;
+    // Named among the writable types; false for an alias that another row already names.
+    bool listedWriter;
+};
+
+// Every row, in sniffing order; the row of a type identifier, or null.
+const std::vector<const ImageCodec*>& imageCodecs();
+const ImageCodec* imageCodecForType(std::string_view typeIdentifier);
+// True when the row has an encoder this build can run.
+bool canWrite(const ImageCodec& codec);
+
+bool jpegSniff(Bytes data, std::size_t size);
+bool pngSniff(Bytes data, std::size_t size);
+bool tiffSniff(Bytes data, std::size_t size);
+bool gifSniff(Bytes data, std::size_t size);
+bool heicSniff(Bytes data, std::size_t size);
+bool heifSniff(Bytes data, std::size_t size);
+
 bool jpegReadInfo(Bytes data, std::size_t size, ImageInfo& info, std::string& why);
 std::optional<Bitmap> jpegDecode(Bytes data, std::size_t size, std::string& why);
 bool jpegEncode(const Bitmap& image, const EncodeOptions& options, std::FILE* file,
@@ -60,6 +104,7 @@ std::optional<Bitmap> tiffDecode(Bytes data, std::size_t size, std::string& why)
 bool tiffEncode(const Bitmap& image, const EncodeOptions& options, const std::string& path,
                 std::string& why);
 
+std::size_t gifFrameCount(Bytes data, std::size_t size, std::size_t stopAt);
 bool gifReadInfo(Bytes data, std::size_t size, ImageInfo& info, std::string& why);
 std::optional<Bitmap> gifDecode(Bytes data, std::size_t size, std::string& why);
 bool gifEncode(const Bitmap& image, const EncodeOptions& options, std::FILE* file,
@@ -72,6 +117,15 @@ bool heifEncode(const Bitmap& image, const EncodeOptions& options, std::FILE* fi
 bool heifCanEncode();
 // The libheif quality (0..100) for a compression quality (0..1).
 int heifQualityForCompression(double compression);
+
+bool webpSniff(Bytes data, std::size_t size);
+std::size_t webpFrameCount(Bytes data, std::size_t size, std::size_t stopAt);
+bool webpReadInfo(Bytes data, std::size_t size, ImageInfo& info, std::string& why);
+std::optional<Bitmap> webpDecode(Bytes data, std::size_t size, std::string& why);
+bool webpEncode(const Bitmap& image, const EncodeOptions& options, std::FILE* file,
+                std::string& why);
+// True when quality 1.0 asks for the lossless encoder.
+bool webpIsLossless(double quality);
 
 // Metadata through exiv2. Readers add "{TIFF}", "{Exif}", "{GPS}", "{IPTC}", "{XMP}" and the
 // top-level "Orientation" to `properties`; they never fail, a damaged block is left out.

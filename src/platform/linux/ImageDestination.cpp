@@ -17,16 +17,8 @@
 namespace platform {
 namespace {
 
-enum class Format { JPEG, PNG, TIFF, GIF, HEIC };
-
-std::optional<Format> formatForType(const std::string& type) {
-    if (type == "public.jpeg") return Format::JPEG;
-    if (type == "public.png") return Format::PNG;
-    if (type == "public.tiff") return Format::TIFF;
-    if (type == "com.compuserve.gif") return Format::GIF;
-    if (type == "public.heic" || type == "public.heif") return Format::HEIC;
-    return std::nullopt;
-}
+using codecs::ImageCodec;
+using codecs::MetadataRoute;
 
 ErrorRef writeError(std::int64_t code, const std::string& text, const std::string& path) {
     return Error::errorWithDomain(NSCocoaErrorDomain, code,
@@ -88,9 +80,10 @@ void ignoreFileSizeSignal() {
 }  // namespace
 
 std::vector<std::string> ImageDestination::typeIdentifiers() {
-    std::vector<std::string> types = {"public.jpeg", "public.png", "public.tiff",
-                                      "com.compuserve.gif"};
-    if (codecs::heifCanEncode()) types.push_back("public.heic");
+    std::vector<std::string> types;
+    for (const ImageCodec* codec : codecs::imageCodecs())
+        if (codec->listedWriter && codecs::canWrite(*codec))
+            types.push_back(codec->format.typeIdentifier);
     return types;
 }
 
@@ -98,8 +91,8 @@ std::unique_ptr<ImageDestination> ImageDestination::createWithURL(const std::str
                                                                   const std::string& type,
                                                                   std::size_t count,
                                                                   ErrorRef* error) {
-    auto format = formatForType(type);
-    if (!format || (*format == Format::HEIC && !codecs::heifCanEncode())) {
+    const ImageCodec* codec = codecs::imageCodecForType(type);
+    if (!codec || !codecs::canWrite(*codec)) {
         if (error)
             *error = writeError(NSFileWriteUnknownError,
                                 "Images of type \"" + type + "\" cannot be written.", path);
@@ -139,7 +132,7 @@ bool ImageDestination::finalize(ErrorRef* error) {
     if (!_image || _image->isNull())
         return fail(writeError(NSFileWriteUnknownError, "No image to write.", _path));
     ignoreFileSizeSignal();
-    Format format = *formatForType(_type);
+    const ImageCodec& codec = *codecs::imageCodecForType(_type);
     const Bitmap& image = *_image;
 
     codecs::EncodeOptions options;
@@ -150,20 +143,8 @@ bool ImageDestination::finalize(ErrorRef* error) {
     options.keepAlpha = it == _properties.end() ? true : it->second.boolValue();
     auto dpiX = number(_properties, kCGImagePropertyDPIWidth);
     auto dpiY = number(_properties, kCGImagePropertyDPIHeight);
-    if (format == Format::JPEG) {
-        // A JFIF family with a density unit wins over the top-level DPI for the JFIF header.
-        const PlistValue& jfif = _properties.count(kCGImagePropertyJFIFDictionary)
-                                     ? _properties.at(kCGImagePropertyJFIFDictionary)
-                                     : PlistValue();
-        if (jfif[kCGImagePropertyJFIFDensityUnit].integerValue() == 1 &&
-            jfif[kCGImagePropertyJFIFXDensity].integerValue() > 0 &&
-            jfif[kCGImagePropertyJFIFYDensity].integerValue() > 0) {
-            dpiX = jfif[kCGImagePropertyJFIFXDensity].doubleValue();
-            dpiY = jfif[kCGImagePropertyJFIFYDensity].doubleValue();
-        }
-    }
     if (dpiX && dpiY && *dpiX > 0 && *dpiY > 0) options.dpiX = dpiX, options.dpiY = dpiY;
-    if (format == Format::HEIC) {
+    if (codec.metadata == MetadataRoute::Blocks) {
         options.exif = codecs::encodeExifBlock(_properties);
         options.xmp = codecs::encodeXmpPacket(_properties);
     }
@@ -172,9 +153,9 @@ bool ImageDestination::finalize(ErrorRef* error) {
     std::string why;
     bool encoded = false;
     int savedErrno = 0;
-    if (format == Format::TIFF) {
+    if (codec.encodeToPath) {
         errno = 0;
-        encoded = codecs::tiffEncode(image, options, temp, why);
+        encoded = codec.encodeToPath(image, options, temp, why);
         savedErrno = errno;
     } else {
         int fd = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
@@ -187,22 +168,7 @@ bool ImageDestination::finalize(ErrorRef* error) {
             return fail(errnoError(e, "open", _path));
         }
         errno = 0;
-        switch (format) {
-            case Format::JPEG:
-                encoded = codecs::jpegEncode(image, options, file, why);
-                break;
-            case Format::PNG:
-                encoded = codecs::pngEncode(image, options, file, why);
-                break;
-            case Format::GIF:
-                encoded = codecs::gifEncode(image, options, file, why);
-                break;
-            case Format::HEIC:
-                encoded = codecs::heifEncode(image, options, file, why);
-                break;
-            case Format::TIFF:
-                break;
-        }
+        encoded = codec.encodeToFile(image, options, file, why);
         int encodeErrno = errno;
         errno = 0;
         bool flushed = std::fflush(file) == 0 && !std::ferror(file);
@@ -218,7 +184,7 @@ bool ImageDestination::finalize(ErrorRef* error) {
             if (e && !savedErrno) savedErrno = e;
         if (!flushed) encoded = false;
     }
-    if (encoded && (format == Format::JPEG || format == Format::PNG || format == Format::TIFF) &&
+    if (encoded && codec.metadata == MetadataRoute::Exiv2File &&
         (hasFamilies(_properties) || _properties.count(kCGImagePropertyOrientation))) {
         errno = 0;
         encoded = codecs::writeMetadataToFile(temp, _properties, why);

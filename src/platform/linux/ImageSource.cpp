@@ -14,29 +14,8 @@
 namespace platform {
 namespace {
 
+using codecs::ImageCodec;
 using codecs::ImageInfo;
-
-struct Codec {
-    const char* type;
-    bool (*readInfo)(codecs::Bytes, std::size_t, ImageInfo&, std::string&);
-    std::optional<Bitmap> (*decode)(codecs::Bytes, std::size_t, std::string&);
-    bool exiv2Metadata;  // exiv2 reads the file's metadata blocks itself
-};
-
-const Codec kCodecs[] = {
-    {"public.jpeg", codecs::jpegReadInfo, codecs::jpegDecode, true},
-    {"public.png", codecs::pngReadInfo, codecs::pngDecode, true},
-    {"public.tiff", codecs::tiffReadInfo, codecs::tiffDecode, true},
-    {"com.compuserve.gif", codecs::gifReadInfo, codecs::gifDecode, false},
-    {"public.heic", codecs::heifReadInfo, codecs::heifDecode, false},
-    {"public.heif", codecs::heifReadInfo, codecs::heifDecode, false},
-};
-
-const Codec* codecForType(const std::string& type) {
-    for (const auto& c : kCodecs)
-        if (type == c.type) return &c;
-    return nullptr;
-}
 
 ErrorRef readError(std::int64_t code, const std::string& description) {
     return Error::errorWithDomain(
@@ -50,49 +29,37 @@ void setError(ErrorRef* out, ErrorRef error) {
 
 class LinuxImageSource final : public ImageSource {
   public:
-    LinuxImageSource(std::vector<std::uint8_t> bytes, const Codec* codec, ImageInfo info)
+    LinuxImageSource(std::vector<std::uint8_t> bytes, const ImageCodec* codec, ImageInfo info)
         : _bytes(std::move(bytes)), _codec(codec), _info(std::move(info)) {
-        _type = codec->type;
+        _type = codec->format.typeIdentifier;
         _width = _info.width;
         _height = _info.height;
     }
 
     const std::vector<std::uint8_t>& bytes() const { return _bytes; }
-    const Codec* codec() const { return _codec; }
+    const ImageCodec* codec() const { return _codec; }
     const ImageInfo& info() const { return _info; }
 
   private:
     std::vector<std::uint8_t> _bytes;
-    const Codec* _codec;
+    const ImageCodec* _codec;
     ImageInfo _info;
 };
 
-bool startsWith(const std::uint8_t* bytes, std::size_t size, const char* magic, std::size_t n,
-                std::size_t at = 0) {
-    return size >= at + n && std::memcmp(bytes + at, magic, n) == 0;
-}
-
-std::string heifType(const std::uint8_t* bytes, std::size_t size) {
-    if (!startsWith(bytes, size, "ftyp", 4, 4) || size < 16) return {};
-    std::uint32_t boxSize = (std::uint32_t(bytes[0]) << 24) | (std::uint32_t(bytes[1]) << 16) |
-                            (std::uint32_t(bytes[2]) << 8) | bytes[3];
-    std::size_t end = std::min<std::size_t>(size, boxSize < 16 ? 16 : boxSize);
-    auto brand = [&](std::size_t at) {
-        return std::string(reinterpret_cast<const char*>(bytes + at), 4);
-    };
-    bool heic = false, heif = false;
-    for (std::size_t at = 8; at + 4 <= end; at += 4) {
-        if (at == 12) continue;  // minor version
-        std::string b = brand(at);
-        if (b == "heic" || b == "heix" || b == "heim" || b == "heis" || b == "hevc" || b == "hevx")
-            heic = true;
-        if (b == "mif1" || b == "msf1") heif = true;
-    }
-    return heic ? "public.heic" : heif ? "public.heif" : "";
-}
-
 std::string describe(std::uint64_t value) {
     return std::to_string(value);
+}
+
+// The readable formats by name, for the error of an unknown type: "JPEG, PNG, ... or WebP".
+std::string knownTypes() {
+    const auto& formats = imageFormats();
+    std::string text;
+    for (std::size_t i = 0; i < formats.size(); ++i)
+        text += (i == 0                    ? ""
+                 : i + 1 == formats.size() ? " or "
+                                           : ", ") +
+                std::string(formats[i]->name);
+    return text;
 }
 
 // Refuses what the limits exclude, naming the limit, the value found and what to do.
@@ -120,14 +87,8 @@ ErrorRef checkLimits(const ImageInfo& info, const ImageSourceLimits& limits) {
 }  // namespace
 
 std::string ImageSource::typeIdentifierForData(const std::uint8_t* bytes, std::size_t size) {
-    if (!bytes) return {};
-    if (startsWith(bytes, size, "\xFF\xD8\xFF", 3)) return "public.jpeg";
-    if (startsWith(bytes, size, "\x89PNG\r\n\x1A\n", 8)) return "public.png";
-    if (startsWith(bytes, size, "II*\0", 4) || startsWith(bytes, size, "MM\0*", 4))
-        return "public.tiff";
-    if (startsWith(bytes, size, "GIF87a", 6) || startsWith(bytes, size, "GIF89a", 6))
-        return "com.compuserve.gif";
-    return heifType(bytes, size);
+    std::string type = platform::typeIdentifierForData(bytes, size);
+    return codecs::imageCodecForType(type) ? type : std::string();
 }
 
 std::shared_ptr<ImageSource> ImageSource::createWithData(std::vector<std::uint8_t> bytes,
@@ -145,11 +106,11 @@ std::shared_ptr<ImageSource> ImageSource::createWithData(std::vector<std::uint8_
         return nullptr;
     }
     std::string type = typeIdentifierForData(bytes.data(), bytes.size());
-    const Codec* codec = codecForType(type);
+    const ImageCodec* codec = codecs::imageCodecForType(type);
     if (!codec) {
-        setError(error, readError(NSFileReadCorruptFileError,
-                                  "The data are not an image of a known type (JPEG, PNG, TIFF, "
-                                  "GIF, HEIC or HEIF)."));
+        setError(error,
+                 readError(NSFileReadCorruptFileError,
+                           "The data are not an image of a known type (" + knownTypes() + ")."));
         return nullptr;
     }
     ImageInfo info;
@@ -216,7 +177,8 @@ std::optional<PlistDictionary> ImageSource::copyPropertiesAtIndex(std::size_t in
     const ImageInfo& info = self.info();
     PlistDictionary p = info.properties;
     const auto& bytes = self.bytes();
-    if (self.codec()->exiv2Metadata) codecs::readMetadataFromFile(bytes.data(), bytes.size(), p);
+    if (self.codec()->metadata == codecs::MetadataRoute::Exiv2File)
+        codecs::readMetadataFromFile(bytes.data(), bytes.size(), p);
     if (!info.exif.empty() && !p.count(kCGImagePropertyExifDictionary))
         codecs::readExifBlock(info.exif.data(), info.exif.size(), p);
     if (!info.xmp.empty() && !p.count(kImagePropertyXMPDictionary))

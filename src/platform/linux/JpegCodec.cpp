@@ -169,6 +169,10 @@ struct Encoder {
 
 }  // namespace
 
+bool jpegSniff(Bytes data, std::size_t size) {
+    return size >= 3 && data[0] == 0xFF && data[1] == 0xD8 && data[2] == 0xFF;
+}
+
 bool jpegReadInfo(Bytes data, std::size_t size, ImageInfo& info, std::string& why) {
     auto d = std::make_unique<Decoder>();
     if (!openHeader(*d, data, size, why)) return false;
@@ -255,10 +259,21 @@ bool jpegEncode(const Bitmap& image, const EncodeOptions& options, std::FILE* fi
     jpeg_set_defaults(&c);
     int quality = static_cast<int>(std::lround(options.quality * 100));
     jpeg_set_quality(&c, quality < 1 ? 1 : quality > 100 ? 100 : quality, TRUE);
-    if (options.dpiX && options.dpiY) {
+    auto dpiX = options.dpiX, dpiY = options.dpiY;
+    if (options.properties) {
+        // A JFIF family with a density unit wins over the top-level DPI for the JFIF header.
+        const PlistValue& jfif = valueForKey(*options.properties, kCGImagePropertyJFIFDictionary);
+        if (jfif[kCGImagePropertyJFIFDensityUnit].integerValue() == 1 &&
+            jfif[kCGImagePropertyJFIFXDensity].integerValue() > 0 &&
+            jfif[kCGImagePropertyJFIFYDensity].integerValue() > 0) {
+            dpiX = jfif[kCGImagePropertyJFIFXDensity].doubleValue();
+            dpiY = jfif[kCGImagePropertyJFIFYDensity].doubleValue();
+        }
+    }
+    if (dpiX && dpiY) {
         c.density_unit = 1;
-        c.X_density = static_cast<UINT16>(std::lround(std::min(*options.dpiX, 65535.0)));
-        c.Y_density = static_cast<UINT16>(std::lround(std::min(*options.dpiY, 65535.0)));
+        c.X_density = static_cast<UINT16>(std::lround(std::min(*dpiX, 65535.0)));
+        c.Y_density = static_cast<UINT16>(std::lround(std::min(*dpiY, 65535.0)));
     }
     jpeg_start_compress(&c, TRUE);
     const auto& icc = image.colorSpace().iccProfile();

@@ -174,6 +174,10 @@ double dpiFromPixelsPerMeter(std::uint32_t ppm) {
     return std::fabs(dpi - rounded) < 0.01 ? rounded : dpi;
 }
 
+bool pngSniff(Bytes data, std::size_t size) {
+    return size >= 8 && std::memcmp(data, "\x89PNG\r\n\x1A\n", 8) == 0;
+}
+
 bool pngReadInfo(Bytes data, std::size_t size, ImageInfo& out, std::string& why) {
     auto r = std::make_unique<Reader>();
     if (!openReader(*r, data, size, why)) return false;

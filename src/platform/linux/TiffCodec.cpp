@@ -134,6 +134,10 @@ bool isDirectLayout(TIFF* t, const Layout& l) {
 
 }  // namespace
 
+bool tiffSniff(Bytes data, std::size_t size) {
+    return size >= 4 && (std::memcmp(data, "II*\0", 4) == 0 || std::memcmp(data, "MM\0*", 4) == 0);
+}
+
 bool tiffReadInfo(Bytes data, std::size_t size, ImageInfo& info, std::string& why) {
     Memory m{data, size};
     TiffPtr t = openMemory(m, why);

@@ -1,4 +1,4 @@
-#include "templates/ImageSource.h"
+#include "templates/TemplatePictureSource.h"
 
 #include "platform/FileManager.h"
 
@@ -13,8 +13,8 @@ bool isFile(const std::string& path) {
 
 }  // namespace
 
-std::string ImageSource::resolvedPath(const std::string& resourceDirectory,
-                                      const std::string& templateImagePath) const {
+std::string TemplatePictureSource::resolvedPath(const std::string& resourceDirectory,
+                                                const std::string& templateImagePath) const {
     switch (_kind) {
         case Kind::bundle:
             // A name with a path separator or a parent step would leave the resources.

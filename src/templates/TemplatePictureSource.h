@@ -5,15 +5,17 @@
 #include <optional>
 #include <string>
 
-class ImageSource {
+class TemplatePictureSource {
   public:
     enum class Kind { bundle, empty, templateIdentifier };
 
-    static ImageSource bundle(std::string name) {
-        return ImageSource(Kind::bundle, std::move(name));
+    static TemplatePictureSource bundle(std::string name) {
+        return TemplatePictureSource(Kind::bundle, std::move(name));
     }
-    static ImageSource empty() { return ImageSource(Kind::empty, {}); }
-    static ImageSource templateIdentifier() { return ImageSource(Kind::templateIdentifier, {}); }
+    static TemplatePictureSource empty() { return TemplatePictureSource(Kind::empty, {}); }
+    static TemplatePictureSource templateIdentifier() {
+        return TemplatePictureSource(Kind::templateIdentifier, {});
+    }
 
     Kind kind() const { return _kind; }
     // The resource name of a bundle source; empty for the others.
@@ -25,10 +27,10 @@ class ImageSource {
     std::string resolvedPath(const std::string& resourceDirectory,
                              const std::string& templateImagePath) const;
 
-    friend bool operator==(const ImageSource&, const ImageSource&) = default;
+    friend bool operator==(const TemplatePictureSource&, const TemplatePictureSource&) = default;
 
   private:
-    ImageSource(Kind kind, std::string name) : _kind(kind), _name(std::move(name)) {}
+    TemplatePictureSource(Kind kind, std::string name) : _kind(kind), _name(std::move(name)) {}
     Kind _kind = Kind::empty;
     std::string _name;
 };
