@@ -164,10 +164,12 @@ TEST(Thumbnails, JpegShrinksOnLoadNoSmallerThanAsked) {
         std::size_t width;
     } rows[] = {{100, 250}, {250, 250}, {251, 500}, {600, 1000}, {1500, 2000}};
     for (const auto& row : rows) {
-        auto image = thumbnails::decodeJpegShrunk(home.path("wide.jpg"), row.minSide);
-        ASSERT_TRUE(image) << row.minSide;
-        EXPECT_EQ(image->width(), row.width) << row.minSide;
-        EXPECT_EQ(image->height(), row.width / 2) << row.minSide;
+        auto jpeg = thumbnails::decodeJpegShrunk(home.path("wide.jpg"), row.minSide);
+        ASSERT_TRUE(jpeg) << row.minSide;
+        EXPECT_EQ(jpeg->image.width(), row.width) << row.minSide;
+        EXPECT_EQ(jpeg->image.height(), row.width / 2) << row.minSide;
+        EXPECT_EQ(jpeg->pixelWidth, 2000u);
+        EXPECT_EQ(jpeg->orientation, 1);
     }
     std::ofstream(home.path("broken.jpg")) << "\xFF\xD8\xFF garbage";
     EXPECT_FALSE(thumbnails::decodeJpegShrunk(home.path("broken.jpg"), 100));

@@ -2,6 +2,7 @@
 
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <utility>
 
 namespace platform::photolibrary {
@@ -15,13 +16,13 @@ CREATE TABLE IF NOT EXISTS assets(
     id TEXT PRIMARY KEY, media INTEGER NOT NULL, subtypes INTEGER NOT NULL,
     width INTEGER NOT NULL, height INTEGER NOT NULL, duration REAL NOT NULL,
     created REAL NOT NULL, modified REAL NOT NULL, latitude REAL, longitude REAL,
-    content_id TEXT NOT NULL DEFAULT '');
+    content_id TEXT NOT NULL DEFAULT '') WITHOUT ROWID;
 CREATE INDEX IF NOT EXISTS assets_by_date ON assets(created, id);
 CREATE TABLE IF NOT EXISTS files(
     path TEXT PRIMARY KEY, asset TEXT NOT NULL, role INTEGER NOT NULL,
     is_primary INTEGER NOT NULL, album TEXT NOT NULL, size INTEGER NOT NULL,
-    mtime INTEGER NOT NULL, device INTEGER NOT NULL, inode INTEGER NOT NULL);
-CREATE INDEX IF NOT EXISTS files_by_asset ON files(asset);
+    mtime INTEGER NOT NULL, device INTEGER NOT NULL, inode INTEGER NOT NULL) WITHOUT ROWID;
+CREATE INDEX IF NOT EXISTS files_by_asset ON files(asset, is_primary, role, path);
 CREATE INDEX IF NOT EXISTS files_by_album ON files(album, asset);
 CREATE TABLE IF NOT EXISTS albums(title TEXT PRIMARY KEY, id TEXT NOT NULL UNIQUE);
 )";
@@ -72,6 +73,7 @@ class Statement {
     std::int64_t integer(int i) const { return sqlite3_column_int64(_stmt, i); }
     double real(int i) const { return sqlite3_column_double(_stmt, i); }
     bool isNull(int i) const { return sqlite3_column_type(_stmt, i) == SQLITE_NULL; }
+    sqlite3_stmt* raw() const { return _stmt; }
 
   private:
     sqlite3* _db;
@@ -303,19 +305,21 @@ std::vector<PHAsset> Catalog::assets(const AssetFilter& filter, const PHFetchOpt
             sql += (i ? "," : "") + std::to_string(int{options.mediaTypes[i]});
         sql += ")";
     }
-    const char* order = options.newestFirst ? " DESC" : "";
-    sql += std::string(" ORDER BY a.created") + order + ", a.id" + order + ", f.role";
+    // Sorted here rather than by SQLite, whose sorter would carry every column of every row.
     Statement s(_db, sql);
     next = 1;
     if (filter.albumTitle) s.bind(next++, *filter.albumTitle);
     if (filter.identifiers) s.bind(next++, jsonArray(*filter.identifiers));
     std::vector<PHAsset> out;
     while (s.step()) {
-        std::string id = s.text(0);
-        if (out.empty() || out.back().localIdentifier != id) {
-            if (options.fetchLimit && out.size() == options.fetchLimit) break;
+        // The rows of one asset come together (one asset, then its files); should they not, the
+        // pieces are merged after sorting.
+        const auto* idText = reinterpret_cast<const char*>(sqlite3_column_text(s.raw(), 0));
+        const std::size_t idSize = static_cast<std::size_t>(sqlite3_column_bytes(s.raw(), 0));
+        if (out.empty() ||
+            out.back().localIdentifier.compare(0, std::string::npos, idText, idSize) != 0) {
             PHAsset a;
-            a.localIdentifier = std::move(id);
+            a.localIdentifier.assign(idText, idSize);
             a.mediaType = static_cast<PHAssetMediaType>(s.integer(1));
             a.mediaSubtypes = static_cast<std::uint32_t>(s.integer(2));
             a.pixelWidth = static_cast<std::uint32_t>(s.integer(3));
@@ -330,6 +334,33 @@ std::vector<PHAsset> Catalog::assets(const AssetFilter& filter, const PHFetchOpt
         out.back().resources.push_back(
             {static_cast<PHAssetResourceType>(s.integer(11)), baseName(path), std::move(path)});
     }
+    // Sorting positions rather than assets moves each asset once.
+    std::vector<std::uint32_t> order(out.size());
+    for (std::uint32_t i = 0; i < order.size(); ++i) order[i] = i;
+    const bool newestFirst = options.newestFirst;
+    std::sort(order.begin(), order.end(), [&](std::uint32_t i, std::uint32_t j) {
+        const PHAsset& a = newestFirst ? out[j] : out[i];
+        const PHAsset& b = newestFirst ? out[i] : out[j];
+        const double x = a.creationDate->sinceReferenceDate, y = b.creationDate->sinceReferenceDate;
+        return x != y ? x < y : a.localIdentifier < b.localIdentifier;
+    });
+    std::vector<PHAsset> sorted;
+    sorted.reserve(out.size());
+    for (std::uint32_t i : order) {
+        if (!sorted.empty() && sorted.back().localIdentifier == out[i].localIdentifier) {
+            auto& into = sorted.back().resources;
+            into.insert(into.end(), out[i].resources.begin(), out[i].resources.end());
+            continue;
+        }
+        sorted.push_back(std::move(out[i]));
+    }
+    out = std::move(sorted);
+    // The photo before its paired video.
+    for (auto& a : out)
+        std::sort(
+            a.resources.begin(), a.resources.end(),
+            [](const PHAssetResource& x, const PHAssetResource& y) { return x.type < y.type; });
+    if (options.fetchLimit && out.size() > options.fetchLimit) out.resize(options.fetchLimit);
     return out;
 }
 

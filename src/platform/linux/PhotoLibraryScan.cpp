@@ -4,6 +4,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -122,9 +123,11 @@ namespace {
 // Drawn from the system's entropy on every call: processes forked from one parent share any
 // seeded generator's sequence, and two writers of one catalogue must never pick one name.
 std::string randomUUID() {
-    std::random_device entropy;
-    std::uint32_t words[4];
-    for (auto& w : words) w = entropy();
+    std::uint32_t words[4] = {};
+    if (getrandom(words, sizeof words, 0) != sizeof words) {
+        std::random_device entropy;
+        for (auto& w : words) w = entropy();
+    }
     words[1] = (words[1] & 0xFFFF0FFFu) | 0x00004000u;
     words[2] = (words[2] & 0x3FFFFFFFu) | 0x80000000u;
     char text[37];
@@ -165,18 +168,30 @@ ErrorRef FolderPhotoLibrary::rescan() {
     // The slow part, reading new and changed files, happens before the write lock, so that
     // other processes wait only for the catalogue's own writes.
     FactsCache cache;
+    bool dirty = false;
     {
         auto rows = _catalog->files();
         std::set<std::pair<std::int64_t, std::int64_t>> known;
         for (const auto& [path, row] : rows) known.insert({row.device, row.inode});
+        std::size_t catalogued = 0;
         for (const auto& s : walk.files) {
             auto it = rows.find(s.path);
+            catalogued += it != rows.end();
             bool changed =
-                it != rows.end() && (it->second.size != s.size || it->second.mtime != s.mtime);
-            bool fresh = it == rows.end() && !known.count({s.device, s.inode});
-            if (changed || fresh) cache.emplace(s.path, readFileFacts(s.path));
+                it != rows.end() && (it->second.size != s.size || it->second.mtime != s.mtime ||
+                                     it->second.inode != s.inode);
+            bool fresh = it == rows.end();
+            if (changed || (fresh && !known.count({s.device, s.inode})))
+                cache.emplace(s.path, readFileFacts(s.path));
+            dirty |= changed || fresh;
         }
+        dirty |= catalogued != rows.size();
+        auto albums = _catalog->albums();
+        dirty |= albums.size() != walk.albums.size();
+        for (const auto& title : walk.albums) dirty |= !albums.count(title);
     }
+    // Nothing changed: no write lock, no transaction.
+    if (!dirty) return nullptr;
     if (auto e = _catalog->begin()) return e;
     if (auto e = _rescanLocked(walk, cache)) {
         _catalog->rollback();

@@ -89,7 +89,9 @@ bool writePng(const std::string& path, const Bitmap& image, bool alpha, const st
                      static_cast<png_uint_32>(image.height()), 8,
                      alpha ? PNG_COLOR_TYPE_RGBA : PNG_COLOR_TYPE_RGB, PNG_INTERLACE_NONE,
                      PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
-        png_set_compression_level(png, 3);
+        // Small pictures read often: fast compression and one filter rather than trying all five.
+        png_set_compression_level(png, 2);
+        png_set_filter(png, 0, PNG_FILTER_SUB);
         std::string software = "unwarp";
         png_text texts[3] = {};
         const char* keys[3] = {kThumbURI, kThumbMTime, "Software"};
@@ -175,27 +177,48 @@ struct Made {
     bool alpha = false;
 };
 
-std::optional<Made> makeThumbnail(const std::string& path, std::uint32_t side, ErrorRef* error) {
+// The picture to draw from, with its full size and orientation: a JPEG shrunk on load, or
+// anything else through the image source.
+struct Source {
+    Bitmap image;
+    std::uint32_t width = 0, height = 0;
+    int orientation = 1;
+};
+
+std::optional<Source> loadSource(const std::string& path, std::uint32_t side, ErrorRef* error) {
+    if (auto jpeg = decodeJpegShrunk(path, side)) {
+        // The scale is chosen against the longer side of the stored picture, which the
+        // thumbnail's longer side becomes whatever the orientation.
+        return Source{std::move(jpeg->image), jpeg->pixelWidth, jpeg->pixelHeight,
+                      jpeg->orientation};
+    }
     auto source = ImageSource::createWithURL(path, error);
     if (!source) return std::nullopt;
-    int orientation = 1;
+    Source out{{}, source->pixelWidth(), source->pixelHeight(), 1};
     if (auto props = source->copyPropertiesAtIndex(0)) {
         auto it = props->find(kCGImagePropertyOrientation);
         if (it != props->end() && it->second.isNumber())
-            orientation = static_cast<int>(it->second.integerValue());
+            out.orientation = static_cast<int>(it->second.integerValue());
     }
-    const std::uint32_t longSide = std::max(source->pixelWidth(), source->pixelHeight());
-    if (longSide == 0) {
+    auto decoded = source->createImageAtIndex(0, error);
+    if (!decoded) return std::nullopt;
+    out.image = std::move(*decoded);
+    return out;
+}
+
+std::optional<Made> makeThumbnail(const std::string& path, std::uint32_t side, ErrorRef* error) {
+    auto source = loadSource(path, side, error);
+    if (!source) return std::nullopt;
+    const std::uint32_t longSide = std::max(source->width, source->height);
+    if (longSide == 0 || source->image.isNull()) {
         if (error) *error = thumbnailError(path, "the picture is empty");
         return std::nullopt;
     }
-    std::optional<Bitmap> decoded;
-    if (source->type() == "public.jpeg") decoded = decodeJpegShrunk(path, std::min(side, longSide));
-    if (!decoded) decoded = source->createImageAtIndex(0, error);
-    if (!decoded) return std::nullopt;
+    const Bitmap* decoded = &source->image;
+    const int orientation = source->orientation;
     const double scale = std::min(1.0, double(side) / double(longSide));
-    const auto w = std::max<std::size_t>(1, std::size_t(source->pixelWidth() * scale + 0.5));
-    const auto h = std::max<std::size_t>(1, std::size_t(source->pixelHeight() * scale + 0.5));
+    const auto w = std::max<std::size_t>(1, std::size_t(source->width * scale + 0.5));
+    const auto h = std::max<std::size_t>(1, std::size_t(source->height * scale + 0.5));
     const bool alpha = decoded->layout().hasAlpha();
     PixelLayout layout{8, 3, alpha ? kCGImageAlphaPremultipliedLast : kCGImageAlphaNoneSkipLast};
     auto context = BitmapContext::create(w, h, 8, ColorSpace::deviceRGB(),

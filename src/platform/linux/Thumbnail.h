@@ -36,8 +36,15 @@ std::optional<Bitmap> thumbnailForFile(const std::string& cacheRoot,
                                        const std::string& absolutePath, std::uint32_t maxSide,
                                        ErrorRef* error);
 
-// A JPEG decoded at the smallest DCT scale (1/1 .. 1/8) whose sides are still at least
-// `minSide` on the longer side; RGB or grey, 8 bits. None for other files, CMYK or damage.
-std::optional<Bitmap> decodeJpegShrunk(const std::string& path, std::uint32_t minSide);
+// A JPEG decoded at the smallest DCT scale (1/1 .. 1/8) whose longer side is still at least
+// `minSide`; RGB or grey, 8 bits, with the full size and the EXIF orientation (1 when absent)
+// read in the same pass. None for other files, CMYK or damage.
+struct ShrunkJpeg {
+    Bitmap image;
+    std::uint32_t pixelWidth = 0;  // of the full picture, as stored
+    std::uint32_t pixelHeight = 0;
+    int orientation = 1;
+};
+std::optional<ShrunkJpeg> decodeJpegShrunk(const std::string& path, std::uint32_t minSide);
 
 }  // namespace platform::thumbnails
