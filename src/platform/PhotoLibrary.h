@@ -116,7 +116,9 @@ class PHFetchResult {
             if (_objects[i].localIdentifier == localIdentifier) return i;
         return 0x7FFFFFFFFFFFFFFF;
     }
-    const std::vector<T>& objects() const { return _objects; }
+    const std::vector<T>& objects() const& { return _objects; }
+    // A temporary result hands its objects over, so that `for (x : fetch().objects())` is safe.
+    std::vector<T> objects() && { return std::move(_objects); }
 
   private:
     std::vector<T> _objects;

@@ -241,6 +241,8 @@ PHChangeResult FolderPhotoLibrary::performChangesAndWait(const PHChangeRequest& 
         return result;
     }
     std::vector<std::string> written;
+    const std::string albumFolder = _locations.root + "/" + request.albumTitle;
+    const bool albumExisted = request.albumTitle.empty() || exists(albumFolder);
     ErrorRef failure;
     if (!request.albumTitle.empty())
         failure = _createAlbumLocked(request.albumTitle, result.albumLocalIdentifier);
@@ -254,6 +256,8 @@ PHChangeResult FolderPhotoLibrary::performChangesAndWait(const PHChangeRequest& 
     if (failure) {
         _catalog->rollback();
         removeAll(written);
+        // An album made for a change that failed goes again (rmdir leaves a folder with files).
+        if (!albumExisted && isValidAlbumTitle(request.albumTitle)) rmdir(albumFolder.c_str());
         result = PHChangeResult{failure, {}, {}};
     }
     return result;
