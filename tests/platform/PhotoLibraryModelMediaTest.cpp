@@ -34,7 +34,7 @@ std::string albumOf(const std::string& root, const std::string& path) {
 
 class LibraryModel {
   public:
-    LibraryModel(const TestHome& home) : _home(home), _root(home.path("Pictures")) {}
+    explicit LibraryModel(const TestHome& home) : _root(home.path("Pictures")) {}
 
     std::map<std::string, ModelAsset> assets;  // by local identifier
     std::vector<std::string> pendingPaths;     // added outside, identifier not seen yet
@@ -91,7 +91,6 @@ class LibraryModel {
     }
 
   private:
-    const TestHome& _home;
     std::string _root;
 };
 
