@@ -38,7 +38,7 @@ TEST(TemplateCatalogueTest, EveryRowIsALockedTemplateForBothMediaThatItsLinesDes
             EXPECT_EQ(item.mediaTypes(),
                       (std::set<std::uint64_t>{VRFormatMediaTypePhoto, VRFormatMediaTypeVideo}));
             EXPECT_TRUE(item.title() && !item.title()->empty());
-            EXPECT_NE(item.imageSource(), ImageSource::empty());
+            EXPECT_NE(item.imageSource(), TemplatePictureSource::empty());
             EXPECT_FALSE(item.description());
             EXPECT_TRUE(item.keywords().empty());
 
