@@ -14,6 +14,7 @@ class Environment {
     // $XDG_CACHE_HOME/unwarp/tmp and $XDG_CONFIG_HOME/unwarp, with the usual fallbacks
     // under $HOME. Set it once, before the first location is read.
     static void setHomeRoot(std::optional<std::string> root);
+    static std::optional<std::string> homeRoot();
 
     // The locations, as absolute paths without a trailing slash. They are not created here.
     static std::string documentsDirectory();

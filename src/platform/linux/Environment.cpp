@@ -33,6 +33,11 @@ void Environment::setHomeRoot(std::optional<std::string> root) {
     gRoot = std::move(root);
 }
 
+std::optional<std::string> Environment::homeRoot() {
+    std::lock_guard lock(gMutex);
+    return gRoot;
+}
+
 std::string Environment::documentsDirectory() {
     return location("documents", "XDG_DATA_HOME", ".local/share", "/documents");
 }

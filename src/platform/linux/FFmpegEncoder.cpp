@@ -33,6 +33,23 @@ bool WriterCore::encodeFrame(AVAssetWriterInput::Impl& in, const CVPixelBufferRe
     return drainEncoder(in, false);
 }
 
+namespace {
+
+// libx265 sets its decode delay only when the third frame arrives, so an encode of one or two
+// frames hands out decode times taken from whatever the memory held, and the muxer refuses
+// them ("pts/dts pair unsupported") or not, by chance. Its real delay is at most two frames:
+// a decode time further from the presentation time than that is replaced by the bound.
+void repairDecodeTime(const Encoder& encoder, AVPacket* packet) {
+    if (encoder.context->codec_id != AV_CODEC_ID_HEVC || encoder.frameDuration <= 0) return;
+    if (packet->pts == AV_NOPTS_VALUE || packet->dts == AV_NOPTS_VALUE) return;
+    const int64_t bound = 2 * encoder.frameDuration;
+    if (packet->dts > packet->pts || packet->pts - packet->dts > bound) {
+        packet->dts = packet->pts - bound;
+    }
+}
+
+}  // namespace
+
 bool WriterCore::drainEncoder(AVAssetWriterInput::Impl& in, bool flush) {
     AVCodecContext* ctx = in.encoder->context;
     if (flush) avcodec_send_frame(ctx, nullptr);
@@ -42,6 +59,7 @@ bool WriterCore::drainEncoder(AVAssetWriterInput::Impl& in, bool flush) {
     bool ok = true;
     while ((ret = avcodec_receive_packet(ctx, packet)) >= 0) {
         if (packet->duration <= 0) packet->duration = in.encoder->frameDuration;
+        repairDecodeTime(*in.encoder, packet);
         av_packet_rescale_ts(packet, ctx->time_base, in.streamTimeBase);
         packet->stream_index = in.streamIndex;
         if (!writePacket(packet)) ok = false;
