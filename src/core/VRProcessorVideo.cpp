@@ -163,7 +163,8 @@ void VRProcessor::_videoStageWithAVAsset(const AVAssetRef& movie, const VRAssetR
     constexpr std::uint64_t kLargestBitrate = 0x7FFFFFFFFFFFFFFF;
     const std::int64_t bitrate =
         paired ? 0 : static_cast<std::int64_t>(std::min(encoding.bitrate, kLargestBitrate));
-    const std::int64_t codecType = paired ? 0 : encoding.codecType;
+    const VRCodecType codecType =
+        paired ? VRCodecTypeSource : VRCodecTypeFromNumber(encoding.codecType);
     const bool copyLocation =
         paired ? VRSettings::shouldCopyGpsMetadata() : VRSettings::shouldCopyVideoGpsMetadata();
     const CGRect frame = resolved.imageFrame;
@@ -198,9 +199,9 @@ void VRProcessor::_videoStageWithAVAsset(const AVAssetRef& movie, const VRAssetR
         }
     };
     VRVideoJob job = LegacyManager::videoResizeWithVideoAsset(
-        movie, identifier, format, frame, static_cast<std::int64_t>(resolved.arrangement), bitrate,
-        codecType, adjustState ? adjustState->orientation() : std::nullopt, resolved.fillColor,
-        copyLocation, progression, onEnd);
+        movie, identifier, format, frame, resolved.arrangement, bitrate, codecType,
+        adjustState ? adjustState->orientation() : std::nullopt, resolved.fillColor, copyLocation,
+        progression, onEnd);
     // A job that has already ended has nothing left to cancel.
     std::lock_guard<std::mutex> lock(_videoJobsMutex);
     if (!*ended) _videoResizers[identifier] = std::move(job);

@@ -8,7 +8,7 @@
 
 VRVideoJob LegacyManager::videoResizeWithVideoAsset(
     AVAssetRef asset, const std::string& identifier, const VRFormat& format, CGRect frame,
-    std::int64_t arrangement, std::int64_t bitrate, std::int64_t codecType,
+    VRImageArrangement arrangement, std::int64_t bitrate, VRCodecType codecType,
     const std::optional<VROrientation>& orientation, const std::optional<VRColor>& fillColor,
     bool copyLocation, std::function<void(double)> progressionOnInternalThread,
     VideoCompletion completionOnInternalThread) {
@@ -16,7 +16,7 @@ VRVideoJob LegacyManager::videoResizeWithVideoAsset(
     options.fileFormat = format;
     options.jpegCompression = static_cast<float>(VRSettings::photoJPEGCompression() / 100.0);
     options.imageFrame = frame;
-    options.imageArrangement = static_cast<VRImageArrangement>(arrangement);
+    options.imageArrangement = arrangement;
     options.bitrate = bitrate;
     options.codecType = codecType;
     options.orientation = orientation;

@@ -15,6 +15,7 @@
 #include "platform/Error.h"
 #include "platform/Geometry.h"
 #include "video/VRVideoJob.h"
+#include "video/VRVideoResizeOptions.h"
 #include "video/VRVideoResizeStatus.h"
 
 class LegacyManager {
@@ -27,13 +28,13 @@ class LegacyManager {
                            const platform::ErrorRef& error)>;
 
     // Starts a VRVideoResizer2 with options built from the arguments: `frame` is the
-    // displacement and the encoded size, `arrangement` 0 stretch, 1 fill, 2 fit, `bitrate` in
+    // displacement and the encoded size, `arrangement` stretch, fill or fit, `bitrate` in
     // bits per second (1 or less computed), the JPEG quality from the settings and the
     // location rule from `copyLocation`. An absent progress block stays absent; it is called
     // on the job's threads. Returns the job's handle for videoResizerCancel.
     static VRVideoJob videoResizeWithVideoAsset(
         AVAssetRef asset, const std::string& identifier, const VRFormat& format, CGRect frame,
-        std::int64_t arrangement, std::int64_t bitrate, std::int64_t codecType,
+        VRImageArrangement arrangement, std::int64_t bitrate, VRCodecType codecType,
         const std::optional<VROrientation>& orientation, const std::optional<VRColor>& fillColor,
         bool copyLocation, std::function<void(double)> progressionOnInternalThread,
         VideoCompletion completionOnInternalThread);

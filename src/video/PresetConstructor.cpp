@@ -50,7 +50,7 @@ const std::vector<std::string>& platformPresets() {
 
 }  // namespace
 
-bool PresetConstructor::isCodecHevc(std::int64_t codecType,
+bool PresetConstructor::isCodecHevc(VRCodecType codecType,
                                     const CMFormatDescriptionRef& sourceFormat) {
     if (codecType == VRCodecTypeH264) return false;
     if (codecType == VRCodecTypeHEVC) return true;

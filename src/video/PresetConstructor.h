@@ -25,7 +25,7 @@ class PresetConstructor {
 
     // Codec type 1 gives H.264, 2 HEVC, anything else HEVC when the source format's subtype is
     // 'hvc1'.
-    static bool isCodecHevc(std::int64_t codecType, const CMFormatDescriptionRef& sourceFormat);
+    static bool isCodecHevc(VRCodecType codecType, const CMFormatDescriptionRef& sourceFormat);
 
     // Tiers by the larger side M, each entered only when its bound is exceeded (strictly):
     // above 2400 the 3840x2160 presets, above 1600 the 1920x1080 ones, above 1000 the plain

@@ -19,6 +19,13 @@ enum VRCodecType : std::int64_t {
     VRCodecTypeHEVC = 2,
 };
 
+// The codec of a stored number; a number no codec has means the source's.
+inline VRCodecType VRCodecTypeFromNumber(std::int64_t number) {
+    return number == VRCodecTypeH264   ? VRCodecTypeH264
+           : number == VRCodecTypeHEVC ? VRCodecTypeHEVC
+                                       : VRCodecTypeSource;
+}
+
 struct VRVideoMetadataOptions {
     bool copyGPSMetadata = true;
 };
@@ -34,7 +41,7 @@ struct VRVideoResizeOptions {
     VRImageArrangement imageArrangement = VRImageArrangement::stretch;
     // Bits per second; 1 or less lets the track provider compute it.
     std::int64_t bitrate = 0;
-    std::int64_t codecType = VRCodecTypeSource;
+    VRCodecType codecType = VRCodecTypeSource;
     // Appended to the track's own transform.
     std::optional<VROrientation> orientation;
     // Bars of arrangement fit; absent means black.

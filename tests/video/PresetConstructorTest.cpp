@@ -94,13 +94,18 @@ TEST(PresetConstructor, CodecChoice) {
     const auto hevc = videoFormat(kCMVideoCodecType_HEVC, 8);
     const auto avc = videoFormat(kCMVideoCodecType_H264, 8);
     struct Case {
-        std::int64_t codecType;
+        VRCodecType codecType;
         CMFormatDescriptionRef source;
         bool expected;
     };
     const Case cases[] = {
-        {1, hevc, false}, {2, avc, true},      {2, nullptr, true}, {0, hevc, true},
-        {0, avc, false},  {0, nullptr, false}, {7, hevc, true},
+        {VRCodecTypeH264, hevc, false},
+        {VRCodecTypeHEVC, avc, true},
+        {VRCodecTypeHEVC, nullptr, true},
+        {VRCodecTypeSource, hevc, true},
+        {VRCodecTypeSource, avc, false},
+        {VRCodecTypeSource, nullptr, false},
+        {static_cast<VRCodecType>(7), hevc, true},
     };
     for (const Case& c : cases) {
         EXPECT_EQ(PresetConstructor::isCodecHevc(c.codecType, c.source), c.expected) << c.codecType;
@@ -206,7 +211,7 @@ TEST(PresetConstructor, EncoderSettings) {
         videoFormat(kCMVideoCodecType_HEVC, 10, AVVideoColorPrimaries_ITU_R_2020,
                     AVVideoTransferFunction_ITU_R_2100_HLG, AVVideoYCbCrMatrix_ITU_R_2020);
     struct Case {
-        std::int64_t codecType;
+        VRCodecType codecType;
         const char* codec;
         const char* matrix;
         const char* transfer;

@@ -139,9 +139,9 @@ TEST(LegacyManager, VideoBridge) {
     platform::ErrorRef error;
     VRVideoJob job = LegacyManager::videoResizeWithVideoAsset(
         AVAsset::assetWithURL(home.path("missing.mov")), "missing",
-        VRFormat::formatWithType(VRFormatTypeM4V), {{4, -2}, {320, 180}}, 2, 0, 1,
-        VROrientation::orientationWithFlipedX(true, false, 1), VRColor::whiteColor(), false,
-        nullptr,
+        VRFormat::formatWithType(VRFormatTypeM4V), {{4, -2}, {320, 180}}, VRImageArrangement::fit,
+        0, VRCodecTypeH264, VROrientation::orientationWithFlipedX(true, false, 1),
+        VRColor::whiteColor(), false, nullptr,
         [&](const std::optional<std::string>& u, VRVideoResizeStatus s,
             const platform::ErrorRef& e) {
             std::lock_guard<std::mutex> lock(mutex);

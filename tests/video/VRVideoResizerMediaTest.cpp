@@ -145,7 +145,7 @@ TEST(VRVideoResizerMedia, HighBitDepthKeepsTagsWhereTheCodecAllows) {
         "-tag:v hvc1");
     ASSERT_FALSE(source.empty());
     struct Case {
-        std::int64_t codecType;
+        VRCodecType codecType;
         std::vector<std::string> expected;
     };
     const Case cases[] = {

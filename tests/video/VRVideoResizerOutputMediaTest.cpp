@@ -20,7 +20,7 @@ using video_test::describe;
 using video_test::JobResult;
 using video_test::runJob;
 
-VRVideoResizeOptions optionsOf(VRFormatType type, CGSize size, std::int64_t codecType) {
+VRVideoResizeOptions optionsOf(VRFormatType type, CGSize size, VRCodecType codecType) {
     VRVideoResizeOptions options;
     options.fileFormat = VRFormat::formatWithType(type);
     options.imageFrame = {{0, 0}, size};
@@ -43,7 +43,7 @@ TEST(VRVideoResizerOutputMedia, AlphaSourceGetsACodecTheContainerHolds) {
     struct Case {
         const std::string* source;
         VRFormatType type;
-        std::int64_t codecType;
+        VRCodecType codecType;
         const char* codec;
     };
     const Case cases[] = {
@@ -84,7 +84,7 @@ TEST(VRVideoResizerOutputMedia, OddResolvedSizeIsTheSizeOfTheMovie) {
     const VRResolvedOutput resolved = VXHelper::resolveOutput(request);
     ASSERT_EQ(resolved.outputSize, (CGSize{21, 16}));
 
-    for (std::int64_t codecType : {VRCodecTypeH264, VRCodecTypeHEVC}) {
+    for (VRCodecType codecType : {VRCodecTypeH264, VRCodecTypeHEVC}) {
         SCOPED_TRACE(codecType);
         VRVideoResizeOptions options = optionsOf(VRFormatTypeMP4, {21, 16}, codecType);
         options.imageFrame = resolved.imageFrame;

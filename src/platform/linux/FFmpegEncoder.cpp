@@ -11,6 +11,7 @@ bool WriterCore::encodeFrame(AVAssetWriterInput::Impl& in, const CVPixelBufferRe
     AVCodecContext* ctx = e.context;
     if (e.lastPts != AV_NOPTS_VALUE && pts > e.lastPts) e.frameDuration = pts - e.lastPts;
     e.lastPts = pts;
+    ++e.framesSent;
     AVFrame* frame = av_frame_alloc();
     if (!frame) return false;
     frame->width = ctx->width;
@@ -37,15 +38,11 @@ namespace {
 
 // libx265 sets its decode delay only when the third frame arrives, so an encode of one or two
 // frames hands out decode times taken from whatever the memory held, and the muxer refuses
-// them ("pts/dts pair unsupported") or not, by chance. Its real delay is at most two frames:
-// a decode time further from the presentation time than that is replaced by the bound.
+// them ("pts/dts pair unsupported") or not, by chance. So few frames are never reordered: their
+// decode times are their presentation times.
 void repairDecodeTime(const Encoder& encoder, AVPacket* packet) {
-    if (encoder.context->codec_id != AV_CODEC_ID_HEVC || encoder.frameDuration <= 0) return;
-    if (packet->pts == AV_NOPTS_VALUE || packet->dts == AV_NOPTS_VALUE) return;
-    const int64_t bound = 2 * encoder.frameDuration;
-    if (packet->dts > packet->pts || packet->pts - packet->dts > bound) {
-        packet->dts = packet->pts - bound;
-    }
+    if (encoder.context->codec_id != AV_CODEC_ID_HEVC || encoder.framesSent > 2) return;
+    if (packet->pts != AV_NOPTS_VALUE) packet->dts = packet->pts;
 }
 
 }  // namespace

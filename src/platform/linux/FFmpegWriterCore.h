@@ -47,6 +47,7 @@ struct Encoder {
     // given to packets that come without one so that the last frame keeps its length.
     int64_t frameDuration = 0;
     int64_t lastPts = AV_NOPTS_VALUE;
+    int64_t framesSent = 0;
 
     ~Encoder() {
         sws_freeContext(sws);
