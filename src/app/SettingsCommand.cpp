@@ -355,6 +355,11 @@ std::vector<Setting> settingsTable() {
                        S::setExportFilenameType, 0, 1),
         stringSetting("exportFilenameBasename", "exportFilenameBasename", S::exportFilenameBasename,
                       S::setExportFilenameBasename),
+        {"libraryPath", "libraryPath", S::libraryPath,
+         stringSetting("", "", S::libraryPath, S::setLibraryPath).set,
+         [] {
+             return std::string("The folder of the photo library; empty for the pictures folder");
+         }},
         integerSetting("colorThemeType", "colorThemeType", S::colorThemeType, S::setColorThemeType,
                        0, 2),
         {"vr-unwarp-home-screen-mode", "homeScreenMode",

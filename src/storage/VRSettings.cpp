@@ -399,6 +399,14 @@ void VRSettings::setExportFilenameBasename(const std::string& baseName) {
     _prepareSettings();
     set(baseName, kExportFilenameBasename);
 }
+std::string VRSettings::libraryPath() {
+    _prepareSettings();
+    return stringOr(get(kLibraryPath), "");
+}
+void VRSettings::setLibraryPath(const std::string& path) {
+    _prepareSettings();
+    set(path, kLibraryPath);
+}
 std::int64_t VRSettings::colorThemeType() {
     return getInteger(kColorThemeType);
 }

@@ -129,6 +129,9 @@ class VRSettings {
     static void setExportFilenameType(std::int64_t type);
     static std::string exportFilenameBasename();  // "uwrp_img" while none is stored
     static void setExportFilenameBasename(const std::string& baseName);
+    // The photo library's folder; empty (the first-run value) for the pictures folder.
+    static std::string libraryPath();
+    static void setLibraryPath(const std::string& path);
     static std::int64_t colorThemeType();  // 0 follow the system, 1 light, 2 dark
     static void setColorThemeType(std::int64_t type);
     static std::int64_t homeScreenMode();

@@ -78,6 +78,7 @@ void writeFirstRunValues(PlistDictionary& values) {
     settings.set(true, kVideoBitrateAuto);
     settings.set(std::int64_t{0}, kExportFilenameType);
     settings.set(std::int64_t{0}, kColorThemeType);
+    settings.set(std::string(), kLibraryPath);
 }
 
 bool isOption(const PlistValue& value, VRSizeOption option) {
