@@ -1,16 +1,20 @@
-// `unwarp library info|albums|list`: the photo library as the program sees it, for people and
-// (with --json, one object a line) for scripts.
-#include <ctime>
+// `unwarp library info|albums|list|show|thumbnail|add`: the photo library as the program sees
+// it, for people and (with --json, one object a line) for scripts, and saving files into it.
 #include <iostream>
 #include <nlohmann/json.hpp>
 
 #include "app/Command.h"
+#include "app/LibraryAssets.h"
 #include "platform/PhotoLibrary.h"
+#include "storage/VRSettings.h"
 
 namespace {
 
 using nlohmann::json;
 using namespace platform;
+using app::library::assetJSON;
+using app::library::isoDate;
+using app::library::mediaWord;
 
 const char* statusWord(PHAuthorizationStatus status) {
     switch (status) {
@@ -21,38 +25,6 @@ const char* statusWord(PHAuthorizationStatus status) {
         default:
             return "denied";
     }
-}
-
-const char* mediaWord(PHAssetMediaType type) {
-    return type == PHAssetMediaTypeImage   ? "photo"
-           : type == PHAssetMediaTypeVideo ? "video"
-                                           : "unknown";
-}
-
-std::string isoDate(const std::optional<PlistDate>& date) {
-    if (!date) return "";
-    const std::time_t seconds = static_cast<std::time_t>(date->timeIntervalSince1970());
-    std::tm tm{};
-    gmtime_r(&seconds, &tm);
-    char text[32];
-    std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &tm);
-    return text;
-}
-
-json assetJSON(const PHAsset& a) {
-    json resources = json::array();
-    for (const auto& r : a.resources)
-        resources.push_back({{"type", int(r.type)}, {"path", r.path}});
-    json out = {{"id", a.localIdentifier},
-                {"media", mediaWord(a.mediaType)},
-                {"livePhoto", a.isLivePhoto()},
-                {"width", a.pixelWidth},
-                {"height", a.pixelHeight},
-                {"duration", a.duration},
-                {"created", isoDate(a.creationDate)},
-                {"resources", resources}};
-    if (a.location) out["location"] = {a.location->latitude, a.location->longitude};
-    return out;
 }
 
 class LibraryCommand : public app::Command {
@@ -76,11 +48,35 @@ class LibraryCommand : public app::Command {
         list->add_option("--album", _album, "Only the assets of this album");
         list->add_option("--media", _media, "Only photos or only videos")
             ->check(CLI::IsMember({"photo", "video"}));
+        auto* show = library->add_subcommand("show", "One asset's facts, albums and files")
+                         ->callback([this] { _action = "show"; });
+        show->add_option("ID", _identifier, "The asset's identifier, as `list` prints it")
+            ->required();
+        auto* thumbnail =
+            library->add_subcommand("thumbnail", "Write an asset's thumbnail as PNG or JPEG")
+                ->callback([this] { _action = "thumbnail"; });
+        thumbnail->add_option("ID", _identifier, "The asset's identifier")->required();
+        thumbnail->add_option("--size", _size, "The box it fits into, like 256x256")->required();
+        thumbnail
+            ->add_option("--out", _out,
+                         "The file (.png, .jpg); taken, the next free name beside it is used")
+            ->required();
+        auto* add = library->add_subcommand("add", "Save copies of files into the library")
+                        ->callback([this] { _action = "add"; });
+        add->add_option("FILE", _files,
+                        "Photos and movies; a still and a movie of one name "
+                        "are saved as one Live Photo")
+            ->required();
+        add->add_option("--album", _album,
+                        "The album to save into, made when missing "
+                        "(default: none, the library's folder itself)");
         return library;
     }
 
     int run() override {
         ErrorRef error;
+        // --library, else the libraryPath setting, else the pictures folder.
+        if (_libraryPath.empty()) _libraryPath = VRSettings::libraryPath();
         auto locations = defaultPhotoLibraryLocations(
             _libraryPath.empty() ? std::nullopt : std::optional<std::string>(_libraryPath));
         auto library = PhotoLibrary::open(locations, &error);
@@ -90,6 +86,10 @@ class LibraryCommand : public app::Command {
                 (error ? error->localizedDescription() : std::string("unknown error")));
         if (_action == "info") return info(*library);
         if (_action == "albums") return albums(*library);
+        if (_action == "show") return app::library::showAsset(*library, _identifier, _json);
+        if (_action == "thumbnail")
+            return app::library::writeThumbnail(*library, _identifier, _size, _out);
+        if (_action == "add") return app::library::addFiles(*library, _files, _album, _json);
         return list(*library);
     }
 
@@ -177,6 +177,10 @@ class LibraryCommand : public app::Command {
     std::string _action;
     std::string _album;
     std::string _media;
+    std::string _identifier;
+    std::string _size;
+    std::string _out;
+    std::vector<std::string> _files;
 };
 
 }  // namespace
