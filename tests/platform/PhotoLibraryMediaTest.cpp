@@ -318,12 +318,17 @@ TEST(PhotoLibraryFacts, DatesSizesAndPlacesFromTheFiles) {
     run("touch -d '2019-01-02 03:04:05 UTC' '" + home.path("Pictures/plain.jpg") + "'");
     makeMovie(home.path("Pictures/clip.mov"), "-metadata creation_time=2020-02-03T04:05:06Z");
     run("exiftool -q -overwrite_original -Rotation=90 '" + home.path("Pictures/clip.mov") + "'");
+    // Any format the codecs read is a photo of the library, WebP included.
+    makeJpeg(home.path("Pictures/web.webp"), 30, 20);
+    run("touch -d '2018-01-01 00:00:00 UTC' '" + home.path("Pictures/web.webp") + "'");
     auto library = openLibrary(home);
     ASSERT_TRUE(library);
     std::map<std::string, PHAsset> byName;
     auto all = library->fetchAssetsWithOptions({});
     for (const auto& a : all.objects()) byName[nameOf(a.resources[0].path)] = a;
-    ASSERT_EQ(byName.size(), 4u);
+    ASSERT_EQ(byName.size(), 5u);
+    EXPECT_EQ(byName["web.webp"].mediaType, PHAssetMediaTypeImage);
+    EXPECT_EQ(byName["web.webp"].pixelWidth, 30u);
 
     const PHAsset& dated = byName["dated.jpg"];
     // 08:30 at +02:00 is 06:30 UTC.

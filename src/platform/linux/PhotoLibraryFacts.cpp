@@ -11,6 +11,7 @@
 #include "platform/AVMediaFormat.h"
 #include "platform/AVMetadataItem.h"
 #include "platform/CMTime.h"
+#include "platform/ImageFormats.h"
 #include "platform/ImagePropertyKeys.h"
 #include "platform/ImageSource.h"
 
@@ -112,8 +113,8 @@ PHAssetMediaType mediaTypeForPath(const std::string& path) {
     std::string ext = path.substr(dot + 1);
     std::transform(ext.begin(), ext.end(), ext.begin(),
                    [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    for (const char* e : {"jpg", "jpeg", "png", "heic", "heif", "tif", "tiff", "gif"})
-        if (ext == e) return PHAssetMediaTypeImage;
+    // Every photo format the codecs read belongs in the library, so the codec table decides.
+    if (platform::imageFormatForExtension(ext)) return PHAssetMediaTypeImage;
     for (const char* e : {"mov", "mp4", "m4v", "3gp", "3g2"})
         if (ext == e) return PHAssetMediaTypeVideo;
     return PHAssetMediaTypeUnknown;
