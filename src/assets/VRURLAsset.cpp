@@ -2,14 +2,9 @@
 
 #include <functional>
 
+#include "assets/VRMediaAttributes.h"
 #include "model/TypeIdentifiers.h"
-#include "model/VRImageProperties.h"
-#include "model/VROrientation.h"
-#include "platform/AVAsset.h"
-#include "platform/AVAssetTrack.h"
-#include "platform/AVMediaFormat.h"
 #include "platform/FileManager.h"
-#include "platform/ImageSource.h"
 
 using platform::FileManager;
 
@@ -47,26 +42,9 @@ std::string VRURLAsset::originalFilename() const {
 void VRURLAsset::_loadAttributes() const {
     std::call_once(_attributesLoaded, [this] {
         _creationDate = FileManager::creationDateOfItemAtPath(_url);
-        if (_mediaType == VRFormatMediaTypeVideo) {
-            auto movie = AVAsset::assetWithURL(_url);
-            auto tracks = movie->loadTracksWithMediaType(AVMediaTypeVideo);
-            if (tracks && !tracks.value().empty()) {
-                const auto& track = tracks.value().front();
-                if (auto size = track->loadNaturalSize()) {
-                    VROrientation o = VROrientation::orientationWithTransform(
-                        track->loadPreferredTransform().valueOr(CGAffineTransformIdentity));
-                    o.simplify();
-                    _pixelSize = o.isRotated() ? CGSize{size.value().height, size.value().width}
-                                               : size.value();
-                }
-            }
-            if (auto duration = movie->loadDuration())
-                _duration = CMTimeGetSeconds(duration.value());
-        } else if (_mediaType == VRFormatMediaTypePhoto) {
-            auto source = platform::ImageSource::createWithURL(_url);
-            auto properties = source ? VRImageProperties::ofImageSource(*source) : std::nullopt;
-            if (properties && properties->size()) _pixelSize = properties->displayedSize();
-        }
+        VRMediaAttributes attributes = VRLoadMediaAttributes(_url, _mediaType);
+        if (attributes.pixelSize) _pixelSize = *attributes.pixelSize;
+        _duration = attributes.duration;
     });
 }
 
