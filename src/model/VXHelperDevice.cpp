@@ -1,12 +1,15 @@
 #include "model/VXHelperDevice.h"
 
+#include <algorithm>
 #include <array>
+#include <cmath>
 #include <regex>
 
 #include "model/VXHelperText.h"
 #include "platform/Environment.h"
 #include "platform/FileManager.h"
 #include "platform/Log.h"
+#include "platform/Screen.h"
 
 namespace VXHelper {
 namespace {
@@ -102,6 +105,23 @@ std::string systemMessage() {
         path = path == "/" ? "" : platform::FileManager::stringByDeletingLastPathComponent(path);
     if (free) message += "\nFree disk space: " + stringFromDataLength(*free);
     return message;
+}
+
+double thumbnailSideForScreen(CGSize screenPoints, double scale, double assetInset,
+                              double assetWidth) {
+    const double w = std::min(screenPoints.width, screenPoints.height);
+    const double count = std::max(1.0, std::round((w - assetInset) / (assetInset + assetWidth)));
+    const double pitch = std::floor((w - assetInset) / count * scale) / scale;
+    return (pitch - assetInset) * scale;
+}
+
+CGSize thumbnailSize() {
+    static const CGSize size = [] {
+        const CGSize screen = platform::Screen::mainScreenPixelSize().value_or(CGSize{1920, 1080});
+        const double side = thumbnailSideForScreen(screen, 1, 2, 160);
+        return CGSize{side, side};
+    }();
+    return size;
 }
 
 }  // namespace VXHelper

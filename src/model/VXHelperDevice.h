@@ -32,6 +32,15 @@ CGSize maxPhotoSize();
 CGSize maxVideoSize();
 CGSize minLivePhotoVideoSize();
 
+// The side of the square thumbnails of the media picker's grid, in pixels: with W the smaller
+// side of the screen in points, the cell count is round((W - inset) / (inset + width)), the
+// pitch (W - inset) / count on the pixel grid of `scale`, and the side (pitch - inset) x scale.
+double thumbnailSideForScreen(CGSize screenPoints, double scale, double assetInset,
+                              double assetWidth);
+// thumbnailSize for this machine's screen (1920 x 1080 when none is known) at scale 1 and the
+// picker's cells of 160 points with an inset of 2: a square, 152 pixels on a 1080-line screen.
+CGSize thumbnailSize();
+
 // "0.1.0"
 std::string appVersion();
 // "Unwarp v0.1.0"

@@ -1,7 +1,7 @@
 #include "photo/VRPhotoJob.h"
 
+#include "model/ImageRendering.h"
 #include "model/VRSizeResolver.h"
-#include "photo/ImageDrawing.h"
 #include "photo/ImageFileWriting.h"
 #include "photo/VRImage.h"
 #include "photo/VRImageProcessor.h"

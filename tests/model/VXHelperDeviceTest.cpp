@@ -100,3 +100,26 @@ TEST(VXHelperDevice, SystemMessageEndsWithTheFreeDiskSpace) {
                 line == "\nFree disk space: " + VXHelper::stringFromDataLength(*after))
         << line;
 }
+
+TEST(VXHelperDevice, ThumbnailSideComesFromTheGridThatFillsTheScreen) {
+    struct Case {
+        CGSize screen;
+        double scale, inset, width, side;
+    };
+    const Case cases[] = {
+        // 1078 / 162 = 6.65 -> 7 cells of 154: 152 pixels.
+        {{1920, 1080}, 1, 2, 160, 152},
+        // The smaller side counts: portrait and landscape agree.
+        {{1080, 1920}, 1, 2, 160, 152},
+        // 375 / 94 = 3.99 -> 4 cells; the pitch 93.75 drops to 93.5 on the 2x grid: 92.5 x 2.
+        {{376, 667}, 2, 1, 93, 185},
+        // 3x grid keeps a third of a point: 388 / 4 = 97; (97 - 2) x 3.
+        {{390, 844}, 3, 2, 94, 285},
+        // A screen narrower than one cell still has one cell.
+        {{100, 100}, 1, 2, 160, 96},
+    };
+    for (const Case& c : cases)
+        EXPECT_DOUBLE_EQ(VXHelper::thumbnailSideForScreen(c.screen, c.scale, c.inset, c.width),
+                         c.side)
+            << c.screen.width << "x" << c.screen.height << " @" << c.scale;
+}
