@@ -1,6 +1,7 @@
 #include "assets/VRAssetManager2.h"
 
 #include "assets/VRDataAsset.h"
+#include "assets/VRLibraryAsset.h"
 #include "assets/VRURLAsset.h"
 #include "model/TypeIdentifiers.h"
 #include "model/VRFormat.h"
@@ -8,6 +9,7 @@
 #include "platform/ImageSource.h"
 #include "platform/Log.h"
 #include "storage/VRFileStorage.h"
+#include "storage/VRSettings.h"
 #include "storage/VXHelperFiles.h"
 
 namespace {
@@ -45,6 +47,33 @@ std::pair<Data, std::string> urlAssetData(const VRAsset& asset, const VRURLAsset
 VRAssetManager2& VRAssetManager2::defaultManager() {
     static VRAssetManager2* manager = new VRAssetManager2();
     return *manager;
+}
+
+std::shared_ptr<platform::PhotoLibrary> VRAssetManager2::photoLibrary() {
+    std::lock_guard lock(_libraryLock);
+    if (!_photoLibrary) {
+        platform::ErrorRef error;
+        _photoLibrary = platform::PhotoLibrary::open(
+            platform::defaultPhotoLibraryLocations(VRSettings::libraryPath()), &error);
+        if (!_photoLibrary)
+            platform::logf("~~ ASSET: no photo library: %s",
+                           error ? error->localizedDescription().c_str() : "unknown");
+    }
+    return _photoLibrary;
+}
+
+void VRAssetManager2::setPhotoLibrary(std::shared_ptr<platform::PhotoLibrary> library) {
+    std::lock_guard lock(_libraryLock);
+    _photoLibrary = std::move(library);
+}
+
+VRAssetRef VRAssetManager2::assetWithPhotoAssetIdentifier(const std::string& localIdentifier) {
+    auto library = photoLibrary();
+    if (!library) return nullptr;
+    auto fetch = library->fetchAssetsWithLocalIdentifiers({localIdentifier}, {});
+    const platform::PHAsset* asset = fetch.firstObject();
+    if (!asset) return nullptr;
+    return VRAsset::assetWithObject(VRLibraryAsset::assetWithPhotoAsset(*asset), 0);
 }
 
 std::size_t VRAssetManager2::maxImageDataBytes() {

@@ -4,13 +4,17 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "assets/VRAsset.h"
+#include "assets/VRAssetThumbnails.h"
 #include "platform/AVAsset.h"
 #include "platform/OperationQueue.h"
+#include "platform/PhotoLibrary.h"
 
 class VRAssetManager2 {
   public:
@@ -41,6 +45,26 @@ class VRAssetManager2 {
     // process's folder of the temporary directory). Absent for other assets.
     std::optional<std::string> urlForVideoAsset(const VRAssetRef& asset) const;
 
+    // The photo library every library request goes to: the one set, else the library at the
+    // `libraryPath` setting (the pictures folder when empty), opened on first use. Null when
+    // its catalogue can't be opened; library requests then find nothing.
+    std::shared_ptr<platform::PhotoLibrary> photoLibrary();
+    // Replaces the library (a command's --library, a test's own); null reopens the default.
+    void setPhotoLibrary(std::shared_ptr<platform::PhotoLibrary> library);
+
+    // The library asset with that local identifier as an asset of flag 0; null when it is gone
+    // or there is no library.
+    VRAssetRef assetWithPhotoAssetIdentifier(const std::string& localIdentifier);
+
+    // createThumbnailForURL:thumbnailURL:targetSize:contentMode:synchronously:
+    std::optional<platform::Bitmap> createThumbnailForURL(const std::string& url,
+                                                          const std::string& thumbnailURL,
+                                                          CGSize targetSize,
+                                                          PHImageContentMode contentMode,
+                                                          bool synchronously) {
+        return VRCreateThumbnailForURL(url, thumbnailURL, targetSize, contentMode, synchronously);
+    }
+
     // Files larger than this are not read into memory (the image source's own limit).
     static std::size_t maxImageDataBytes();
 
@@ -49,4 +73,7 @@ class VRAssetManager2 {
 
   private:
     VRAssetManager2() = default;
+
+    std::mutex _libraryLock;
+    std::shared_ptr<platform::PhotoLibrary> _photoLibrary;
 };

@@ -1,0 +1,71 @@
+#include <gtest/gtest.h>
+
+#include "../platform/PhotoLibraryTestSupport.h"
+#include "assets/VRAssetManager2.h"
+#include "assets/VRLibraryAsset.h"
+#include "support/TestHome.h"
+
+namespace {
+
+using namespace platform;
+
+TEST(VRLibraryAsset, AnswersFromTheLibraryRecord) {
+    PHAsset live;
+    live.localIdentifier = "L1";
+    live.mediaType = PHAssetMediaTypeImage;
+    live.mediaSubtypes = PHAssetMediaSubtypePhotoLive;
+    live.pixelWidth = 40;
+    live.pixelHeight = 30;
+    live.resources = {{PHAssetResourceTypePairedVideo, "IMG_1.MOV", "/p/IMG_1.MOV"},
+                      {PHAssetResourceTypePhoto, "IMG_1.HEIC", "/p/IMG_1.HEIC"}};
+    auto object = VRLibraryAsset::assetWithPhotoAsset(live);
+    // The first photo or video resource names it, whatever comes before.
+    EXPECT_EQ(object->originalFilename(), "IMG_1.HEIC");
+    EXPECT_EQ(object->primaryPath(), std::optional<std::string>("/p/IMG_1.HEIC"));
+    EXPECT_EQ(object->moviePath(), std::optional<std::string>("/p/IMG_1.MOV"));
+    EXPECT_EQ(object->mediaType(), VRFormatMediaTypePhoto);
+    EXPECT_EQ(object->pixelSize(), (CGSize{40, 30}));
+
+    // Two wrappers with different flags are one asset; a plain photo is no Live Photo.
+    auto a = VRAsset::assetWithObject(object, 0);
+    auto b = VRAsset::assetWithObject(VRLibraryAsset::assetWithPhotoAsset(live), 3);
+    EXPECT_TRUE(a->livePhoto());
+    EXPECT_TRUE(a->isEqual(*b));
+    EXPECT_EQ(a->hash(), b->hash());
+    EXPECT_EQ(a->objectIdentifier(), "L1");
+
+    PHAsset bare;
+    bare.localIdentifier = "L2";
+    bare.mediaType = PHAssetMediaTypeVideo;
+    auto none = VRAsset::assetWithObject(VRLibraryAsset::assetWithPhotoAsset(bare), 0);
+    EXPECT_EQ(none->originalFilename(), "img");
+    EXPECT_FALSE(none->livePhoto());
+    EXPECT_EQ(none->mediaType(), VRFormatMediaTypeVideo);
+    EXPECT_FALSE(a->isEqual(*none));
+}
+
+TEST(VRLibraryAsset, ManagerFindsAssetsByIdentifierUntilTheyAreGone) {
+    testing_support::TestHome home;
+    photolibrary_test::makeJpeg(home.path("Pictures/Trip/a.jpg"), 32, 24);
+    auto library = photolibrary_test::openLibrary(home);
+    ASSERT_TRUE(library);
+    VRAssetManager2& manager = VRAssetManager2::defaultManager();
+    manager.setPhotoLibrary(library);
+    auto all = library->fetchAssetsWithOptions({});
+    ASSERT_EQ(all.count(), 1u);
+    const std::string id = all.firstObject()->localIdentifier;
+
+    auto asset = manager.assetWithPhotoAssetIdentifier(id);
+    ASSERT_TRUE(asset);
+    EXPECT_EQ(asset->type(), VRAssetIdentifierTypeLibrary);
+    EXPECT_EQ(asset->originalFilename(), "a.jpg");
+    EXPECT_EQ(asset->pixelSize(), (CGSize{32, 24}));
+
+    std::filesystem::remove(home.path("Pictures/Trip/a.jpg"));
+    ASSERT_FALSE(library->rescan());
+    EXPECT_FALSE(manager.assetWithPhotoAssetIdentifier(id));
+    EXPECT_FALSE(manager.assetWithPhotoAssetIdentifier("no such asset"));
+    manager.setPhotoLibrary(nullptr);
+}
+
+}  // namespace
