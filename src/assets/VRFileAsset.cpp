@@ -41,7 +41,8 @@ struct ThumbnailWindow {
 
 std::optional<ThumbnailWindow> thumbnailWindow(double w) {
     const double limit = static_cast<double>(std::numeric_limits<int>::max());
-    if (!std::isfinite(w) || std::fabs(w * 1.5) >= limit) return std::nullopt;
+    // A width under a pixel has no picture either.
+    if (!std::isfinite(w) || w < 1 || w * 1.5 >= limit) return std::nullopt;
     return ThumbnailWindow{std::lround(w), std::lround(w * 0.8), std::lround(w * 1.5)};
 }
 
@@ -116,16 +117,21 @@ void VRFileAsset::stopAccessingWithAccessID(const std::string& accessID) {
     queue().sync([&] { _closeAccess(accessID); });
 }
 
-void VRFileAsset::_loadAttributesIfNeeded() const {
+void VRFileAsset::_readAttributes() const {
     if (_attributesLoaded) return;
-    // Without access the defaults stay, and a later question tries again.
-    if (!_openAccess(std::nullopt)) return;
     _creationDate = FileManager::creationDateOfItemAtPath(_originalURL);
     VRMediaAttributes attributes = VRLoadMediaAttributes(_originalURL, _mediaType);
     if (attributes.pixelSize) _pixelSize = *attributes.pixelSize;
     _duration = attributes.duration;
-    _closeAccess(std::nullopt);
     _attributesLoaded = true;
+}
+
+void VRFileAsset::_loadAttributesIfNeeded() const {
+    if (_attributesLoaded) return;
+    // Without access the defaults stay, and a later question tries again.
+    if (!_openAccess(std::nullopt)) return;
+    _readAttributes();
+    _closeAccess(std::nullopt);
 }
 
 std::optional<platform::PlistDate> VRFileAsset::creationDate() const {
@@ -207,8 +213,9 @@ std::optional<platform::Bitmap> VRFileAsset::_thumbnailOfSize(CGSize size) {
         return std::nullopt;
     }
 
+    // The internal access is open already: a nested one under the same ID would close it.
     if (!_openAccess(std::nullopt)) return std::nullopt;
-    _loadAttributesIfNeeded();
+    _readAttributes();
     auto image = VRCreateThumbnailForURL(_originalURL, thumbnailPath, target,
                                          PHImageContentModeAspectFit, true);
     _closeAccess(std::nullopt);

@@ -85,6 +85,8 @@ class VRFileAsset : public VRAssetObject, public std::enable_shared_from_this<VR
     bool _openAccess(const std::optional<std::string>& accessID) const;
     void _closeAccess(const std::optional<std::string>& accessID) const;
     void _loadAttributesIfNeeded() const;
+    // The reading itself, for callers that hold an access already.
+    void _readAttributes() const;
     std::string _thumbnailFolder() const;
     std::optional<platform::Bitmap> _thumbnailOfSize(CGSize size);
 

@@ -213,12 +213,12 @@ TEST(VRFileAsset, AMadeThumbnailKeepsTheStoredWidthsInOrder) {
     EXPECT_TRUE(std::filesystem::exists(folder + "/100"));
 }
 
-TEST(VRFileAsset, RequestsThatAreNotNumbersGiveNothing) {
+TEST(VRFileAsset, RequestsThatAreNotWidthsGiveNothing) {
     testing_support::TestHome home;
     const std::string source = home.path("outside/source.jpg");
     makeFlatJpeg(source, 40, 30, "red");
     auto file = VRFileAsset::fileAssetWithURL(source);
-    for (double width : {std::nan(""), HUGE_VAL, 1e300})
+    for (double width : {std::nan(""), HUGE_VAL, 1e300, 0.4, -100.0})
         EXPECT_FALSE(thumbnailOf(*file, width)) << width;
     EXPECT_TRUE(testing_support::namesIn(VRFileStorage::projectURLs().appfilesURL).empty());
 }
