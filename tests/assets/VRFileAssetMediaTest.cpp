@@ -9,6 +9,7 @@
 #include "../platform/PhotoLibraryTestSupport.h"
 #include "assets/VRAsset.h"
 #include "assets/VRFileAsset.h"
+#include "platform/Dispatch.h"
 #include "storage/VRFileStorage.h"
 #include "support/Signal.h"
 #include "support/TestHome.h"
@@ -211,6 +212,27 @@ TEST(VRFileAsset, AMadeThumbnailKeepsTheStoredWidthsInOrder) {
     ASSERT_TRUE(image);
     EXPECT_EQ(centreColour(*image), Colour::red);
     EXPECT_TRUE(std::filesystem::exists(folder + "/100"));
+}
+
+TEST(VRFileAsset, AThumbnailRequestDoesntKeepItsAssetAlive) {
+    testing_support::TestHome home;
+    const std::string source = home.path("outside/source.jpg");
+    makeFlatJpeg(source, 40, 30, "red");
+    auto file = VRFileAsset::fileAssetWithURL(source);
+    std::weak_ptr<VRFileAsset> weak = file;
+
+    // Hold the queue so that the request waits behind the release of the asset.
+    std::promise<void> gate;
+    auto opened = gate.get_future().share();
+    VRFileAsset::queue().async([opened] { opened.wait(); });
+    bool called = false;
+    file->createThumbnailOfSize({20, 20}, [&](std::optional<platform::Bitmap>) { called = true; });
+    file.reset();
+    EXPECT_TRUE(weak.expired());
+    gate.set_value();
+    VRFileAsset::queue().sync([] {});
+    EXPECT_TRUE(testing_support::namesIn(VRFileStorage::projectURLs().appfilesURL).empty());
+    EXPECT_FALSE(called);
 }
 
 TEST(VRFileAsset, RequestsThatAreNotWidthsGiveNothing) {
