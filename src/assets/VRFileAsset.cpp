@@ -213,8 +213,8 @@ std::optional<platform::Bitmap> VRFileAsset::_thumbnailOfSize(CGSize size) {
         return std::nullopt;
     }
 
-    // The internal access is open already: a nested one under the same ID would close it.
     if (!_openAccess(std::nullopt)) return std::nullopt;
+    // Read inside this access: a second internal access under the same ID would end it.
     _readAttributes();
     auto image = VRCreateThumbnailForURL(_originalURL, thumbnailPath, target,
                                          PHImageContentModeAspectFit, true);
