@@ -370,10 +370,14 @@ bool pngEncode(const Bitmap& image, const EncodeOptions& options, std::FILE* fil
                      PNG_RESOLUTION_METER);
     if (options.properties) {
         if (const auto* family =
-                valueForKey(*options.properties, kCGImagePropertyPNGDictionary).dictionary())
+                valueForKey(*options.properties, kCGImagePropertyPNGDictionary).dictionary()) {
             for (const auto& [key, value] : *family)
                 if (const char* pngKey = pngTextKey(key); pngKey && value.string())
                     keys->push_back(pngKey), values->push_back(*value.string());
+            if (const auto* verbatim = valueForKey(*family, kPNGTextChunks).dictionary())
+                for (const auto& [key, value] : *verbatim)
+                    if (value.string()) keys->push_back(key), values->push_back(*value.string());
+        }
     }
     if (options.properties) {
         const auto* family =

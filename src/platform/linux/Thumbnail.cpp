@@ -2,16 +2,16 @@
 
 #include <png.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <cstring>
 #include <memory>
-#include <random>
 
 #include "platform/BitmapContext.h"
+#include "platform/ImageDestination.h"
 #include "platform/ImagePropertyKeys.h"
 #include "platform/ImageSource.h"
+#include "platform/linux/ImageCodecs.h"
 
 extern "C" {
 #include <libavutil/md5.h>
@@ -71,61 +71,19 @@ bool cachedKeysMatch(const std::string& pngPath, const std::string& uri, const s
     return match;
 }
 
-// Writes 8-bit RGB or RGBA rows (straight alpha) as PNG with the standard's keys, through a
-// unique temporary name renamed over the cache entry, so that readers never see half a file.
-bool writePng(const std::string& path, const Bitmap& image, bool alpha, const std::string& uri,
-              const std::string& mtime) {
-    std::random_device rd;
-    std::string tmp = path + ".tmp-" + std::to_string(getpid()) + "-" + std::to_string(rd());
-    FILE* file = std::fopen(tmp.c_str(), "wb");
-    if (!file) return false;
-    fchmod(fileno(file), 0600);
-    png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
-    png_infop info = png ? png_create_info_struct(png) : nullptr;
-    volatile bool ok = false;
-    if (info && !setjmp(png_jmpbuf(png))) {
-        png_init_io(png, file);
-        png_set_IHDR(png, info, static_cast<png_uint_32>(image.width()),
-                     static_cast<png_uint_32>(image.height()), 8,
-                     alpha ? PNG_COLOR_TYPE_RGBA : PNG_COLOR_TYPE_RGB, PNG_INTERLACE_NONE,
-                     PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
-        // Small pictures read often: fast compression and one filter rather than trying all five.
-        png_set_compression_level(png, 2);
-        png_set_filter(png, 0, PNG_FILTER_SUB);
-        std::string software = "unwarp";
-        png_text texts[3] = {};
-        const char* keys[3] = {kThumbURI, kThumbMTime, "Software"};
-        const std::string* values[3] = {&uri, &mtime, &software};
-        for (int i = 0; i < 3; ++i) {
-            texts[i].compression = PNG_TEXT_COMPRESSION_NONE;
-            texts[i].key = const_cast<char*>(keys[i]);
-            texts[i].text = const_cast<char*>(values[i]->c_str());
-        }
-        png_set_text(png, info, texts, 3);
-        png_write_info(png, info);
-        if (!alpha) png_set_filler(png, 0, PNG_FILLER_AFTER);
-        std::vector<std::uint8_t> row(image.width() * 4);
-        for (std::size_t y = 0; y < image.height(); ++y) {
-            std::memcpy(row.data(), image.row(y), row.size());
-            if (alpha) {
-                for (std::size_t x = 0; x < image.width(); ++x) {
-                    std::uint8_t* p = &row[x * 4];
-                    if (p[3] == 0 || p[3] == 255) continue;
-                    for (int c = 0; c < 3; ++c)
-                        p[c] = static_cast<std::uint8_t>(
-                            std::min(255, (p[c] * 255 + p[3] / 2) / p[3]));
-                }
-            }
-            png_write_row(png, row.data());
-        }
-        png_write_end(png, info);
-        ok = true;
-    }
-    png_destroy_write_struct(&png, &info);
-    const bool closed = std::fclose(file) == 0;
-    if (closed && ok && std::rename(tmp.c_str(), path.c_str()) == 0) return true;
-    unlink(tmp.c_str());
-    return false;
+// Stores the picture as the cache entry with the standard's keys, through the program's PNG
+// writer, which encodes under a unique name and renames it over the entry, so that readers
+// never see half a file. The entry is then made private; the cache folder is private too, so
+// nobody else sees it in between.
+bool storeThumbnail(const std::string& path, const Bitmap& image, const std::string& uri,
+                    const std::string& mtime) {
+    auto destination = ImageDestination::createWithURL(path, "public.png", 1);
+    if (!destination) return false;
+    PlistDictionary texts{{kThumbURI, uri}, {kThumbMTime, mtime}};
+    PlistDictionary png{{kCGImagePropertyPNGSoftware, std::string("unwarp")},
+                        {codecs::kPNGTextChunks, std::move(texts)}};
+    destination->addImage(image, {{kCGImagePropertyPNGDictionary, std::move(png)}});
+    return destination->finalize() && chmod(path.c_str(), 0600) == 0;
 }
 
 // Turns the drawn pixels upright for an EXIF orientation (2 to 8).
@@ -172,11 +130,6 @@ Bitmap oriented(const Bitmap& src, int orientation) {
     return Bitmap(w, h, src.layout(), src.colorSpace(), std::move(pixels), w * 4);
 }
 
-struct Made {
-    Bitmap image;
-    bool alpha = false;
-};
-
 // The picture to draw from, with its full size and orientation: a JPEG shrunk on load, or
 // anything else through the image source.
 struct Source {
@@ -206,7 +159,7 @@ std::optional<Source> loadSource(const std::string& path, std::uint32_t side, Er
     return out;
 }
 
-std::optional<Made> makeThumbnail(const std::string& path, std::uint32_t side, ErrorRef* error) {
+std::optional<Bitmap> makeThumbnail(const std::string& path, std::uint32_t side, ErrorRef* error) {
     auto source = loadSource(path, side, error);
     if (!source) return std::nullopt;
     const std::uint32_t longSide = std::max(source->width, source->height);
@@ -227,7 +180,7 @@ std::optional<Made> makeThumbnail(const std::string& path, std::uint32_t side, E
     context->setInterpolationQuality(kCGInterpolationMedium);
     if (!context->drawImage(CGRect{{0, 0}, {double(w), double(h)}}, *decoded, error))
         return std::nullopt;
-    return Made{oriented(context->createImage(), orientation), alpha};
+    return oriented(context->createImage(), orientation);
 }
 
 }  // namespace
@@ -282,8 +235,8 @@ std::optional<Bitmap> thumbnailForFile(const std::string& cacheRoot,
         mkdir(folder.substr(0, slash).c_str(), 0700);
     mkdir(folder.c_str(), 0700);
     // A cache that can't be written still gives the picture; the next request makes it again.
-    writePng(cached, made->image, made->alpha, uri, mtime);
-    return made->image;
+    storeThumbnail(cached, *made, uri, mtime);
+    return made;
 }
 
 }  // namespace platform::thumbnails
