@@ -4,7 +4,6 @@
 #include <sys/stat.h>
 
 #include <cstdio>
-#include <cstring>
 #include <memory>
 
 #include "platform/BitmapContext.h"
@@ -86,48 +85,27 @@ bool storeThumbnail(const std::string& path, const Bitmap& image, const std::str
     return destination->finalize() && chmod(path.c_str(), 0600) == 0;
 }
 
-// Turns the drawn pixels upright for an EXIF orientation (2 to 8).
-Bitmap oriented(const Bitmap& src, int orientation) {
-    if (orientation < 2 || orientation > 8) return src;
-    const std::size_t sw = src.width(), sh = src.height();
-    const bool swap = orientation >= 5;
-    const std::size_t w = swap ? sh : sw, h = swap ? sw : sh;
-    std::vector<std::uint8_t> pixels(w * h * 4);
-    for (std::size_t y = 0; y < h; ++y) {
-        for (std::size_t x = 0; x < w; ++x) {
-            std::size_t sx = x, sy = y;
-            switch (orientation) {
-                case 2:
-                    sx = sw - 1 - x;
-                    break;
-                case 3:
-                    sx = sw - 1 - x;
-                    sy = sh - 1 - y;
-                    break;
-                case 4:
-                    sy = sh - 1 - y;
-                    break;
-                case 5:
-                    sx = y;
-                    sy = x;
-                    break;
-                case 6:
-                    sx = y;
-                    sy = sh - 1 - x;
-                    break;
-                case 7:
-                    sx = sw - 1 - y;
-                    sy = sh - 1 - x;
-                    break;
-                case 8:
-                    sx = sw - 1 - y;
-                    sy = x;
-                    break;
-            }
-            std::memcpy(&pixels[(y * w + x) * 4], src.row(sy) + sx * 4, 4);
-        }
+// The transform that shows a picture drawn into [0, w] x [0, h] as its EXIF orientation says,
+// in the context's bottom-left space; from 5 on the shown picture has its sides swapped.
+CGAffineTransform transformForOrientation(int orientation, double w, double h) {
+    switch (orientation) {
+        case 2:  // mirrored left to right
+            return {-1, 0, 0, 1, w, 0};
+        case 3:  // half a turn
+            return {-1, 0, 0, -1, w, h};
+        case 4:  // mirrored top to bottom
+            return {1, 0, 0, -1, 0, h};
+        case 5:  // mirrored along the main diagonal
+            return {0, -1, -1, 0, h, w};
+        case 6:  // a quarter turn clockwise
+            return {0, -1, 1, 0, 0, w};
+        case 7:  // mirrored along the other diagonal
+            return {0, 1, 1, 0, 0, 0};
+        case 8:  // a quarter turn counter-clockwise
+            return {0, 1, -1, 0, h, 0};
+        default:
+            return CGAffineTransformIdentity;
     }
-    return Bitmap(w, h, src.layout(), src.colorSpace(), std::move(pixels), w * 4);
 }
 
 // The picture to draw from, with its full size and orientation: a JPEG shrunk on load, or
@@ -173,14 +151,18 @@ std::optional<Bitmap> makeThumbnail(const std::string& path, std::uint32_t side,
     const auto w = std::max<std::size_t>(1, std::size_t(source->width * scale + 0.5));
     const auto h = std::max<std::size_t>(1, std::size_t(source->height * scale + 0.5));
     const bool alpha = decoded->layout().hasAlpha();
+    const bool swapped = orientation >= 5 && orientation <= 8;
     PixelLayout layout{8, 3, alpha ? kCGImageAlphaPremultipliedLast : kCGImageAlphaNoneSkipLast};
-    auto context = BitmapContext::create(w, h, 8, ColorSpace::deviceRGB(),
-                                         Bitmap::bitmapInfoForLayout(layout), error);
+    auto context =
+        BitmapContext::create(swapped ? h : w, swapped ? w : h, 8, ColorSpace::deviceRGB(),
+                              Bitmap::bitmapInfoForLayout(layout), error);
     if (!context) return std::nullopt;
     context->setInterpolationQuality(kCGInterpolationMedium);
+    // Scaled and turned upright in one draw.
+    context->concatCTM(transformForOrientation(orientation, double(w), double(h)));
     if (!context->drawImage(CGRect{{0, 0}, {double(w), double(h)}}, *decoded, error))
         return std::nullopt;
-    return oriented(context->createImage(), orientation);
+    return context->createImage();
 }
 
 }  // namespace
