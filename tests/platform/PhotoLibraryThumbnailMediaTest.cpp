@@ -241,11 +241,21 @@ TEST(Thumbnails, TurnedUprightForEveryExifOrientation) {
             const std::string path =
                 home.path("Pictures/o" + std::to_string(row.orientation) + "." + format);
             const bool turned = row.orientation >= 5;
+            const std::string entry =
+                thumbnails::cachePathForFile(home.path("cache/thumbnails"), path, 128);
+            ino_t stored = 0;
             for (const char* pass : {"made", "cached"}) {
                 ErrorRef error;
                 auto image =
                     thumbnails::thumbnailForFile(home.path("cache/thumbnails"), path, 128, &error);
                 ASSERT_TRUE(image) << path << " " << (error ? error->description() : "");
+                // The second request reads the entry the first one stored, and leaves it be.
+                if (!stored) {
+                    stored = inodeOf(entry);
+                    EXPECT_NE(stored, 0u) << path << ": no cache entry";
+                } else {
+                    EXPECT_EQ(inodeOf(entry), stored) << path << ": the entry was made again";
+                }
                 EXPECT_EQ(image->width(), turned ? 32u : 64u) << path << " " << pass;
                 EXPECT_EQ(image->height(), turned ? 64u : 32u) << path << " " << pass;
                 EXPECT_EQ(cornersOf(*image), row.corners) << path << " " << pass;

@@ -247,6 +247,20 @@ bool pngReadInfo(Bytes data, std::size_t size, ImageInfo& out, std::string& why)
     return true;
 }
 
+PlistDictionary pngTextChunks(Bytes data, std::size_t size) {
+    auto r = std::make_unique<Reader>();
+    std::string why;
+    auto texts = std::make_unique<PlistDictionary>();
+    if (!pngSniff(data, size) || !openReader(*r, data, size, why)) return {};
+    if (setjmp(png_jmpbuf(r->png))) return {};
+    png_read_info(r->png, r->info);
+    png_textp chunks = nullptr;
+    const int count = png_get_text(r->png, r->info, &chunks, nullptr);
+    for (int i = 0; i < count; ++i)
+        (*texts)[chunks[i].key] = std::string(chunks[i].text ? chunks[i].text : "");
+    return std::move(*texts);
+}
+
 std::optional<Bitmap> pngDecode(Bytes data, std::size_t size, std::string& why) {
     auto r = std::make_unique<Reader>();
     if (!openReader(*r, data, size, why)) return std::nullopt;

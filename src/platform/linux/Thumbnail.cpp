@@ -1,12 +1,13 @@
 #include "platform/linux/Thumbnail.h"
 
-#include <png.h>
 #include <sys/stat.h>
 
-#include <cstdio>
-#include <memory>
+#include <algorithm>
+#include <cctype>
+#include <utility>
 
 #include "platform/BitmapContext.h"
+#include "platform/FileManager.h"
 #include "platform/ImageDestination.h"
 #include "platform/ImagePropertyKeys.h"
 #include "platform/ImageSource.h"
@@ -42,32 +43,21 @@ ErrorRef thumbnailError(const std::string& path, const std::string& why) {
          {NSLocalizedDescriptionKey, "No thumbnail of " + path + ": " + why}});
 }
 
-// The Thumb::URI and Thumb::MTime of a cached PNG, read from its header chunks only.
-bool cachedKeysMatch(const std::string& pngPath, const std::string& uri, const std::string& mtime) {
-    std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(pngPath.c_str(), "rb"), std::fclose);
-    if (!file) return false;
-    png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
-    png_infop info = png ? png_create_info_struct(png) : nullptr;
-    if (!info) {
-        png_destroy_read_struct(&png, nullptr, nullptr);
-        return false;
-    }
-    volatile bool match = false;
-    if (!setjmp(png_jmpbuf(png))) {
-        png_init_io(png, file.get());
-        png_read_info(png, info);
-        png_textp texts = nullptr;
-        int count = png_get_text(png, info, &texts, nullptr);
-        bool uriOk = false, mtimeOk = false;
-        for (int i = 0; i < count; ++i) {
-            std::string key = texts[i].key, value(texts[i].text, texts[i].text_length);
-            if (key == kThumbURI) uriOk = value == uri;
-            if (key == kThumbMTime) mtimeOk = value == mtime;
-        }
-        match = uriOk && mtimeOk;
-    }
-    png_destroy_read_struct(&png, &info, nullptr);
-    return match;
+// The cached picture, when the entry's Thumb::URI and Thumb::MTime name the file as it is.
+std::optional<Bitmap> cachedThumbnail(const std::string& pngPath, const std::string& uri,
+                                      const std::string& mtime) {
+    // No entry of the standard's sizes comes near this; a larger file is no entry of ours.
+    constexpr std::size_t kMaxEntryBytes = 16u << 20;
+    auto bytes = FileManager::contentsAtPath(pngPath, nullptr, kMaxEntryBytes);
+    if (!bytes) return std::nullopt;
+    const PlistDictionary texts = codecs::pngTextChunks(bytes->data(), bytes->size());
+    const PlistValue& storedURI = codecs::valueForKey(texts, kThumbURI);
+    const PlistValue& storedMTime = codecs::valueForKey(texts, kThumbMTime);
+    if (!storedURI.string() || *storedURI.string() != uri || !storedMTime.string() ||
+        *storedMTime.string() != mtime)
+        return std::nullopt;
+    auto png = ImageSource::createWithData(std::move(*bytes));
+    return png ? png->createImageAtIndex(0) : std::nullopt;
 }
 
 // Stores the picture as the cache entry with the standard's keys, through the program's PNG
@@ -205,11 +195,7 @@ std::optional<Bitmap> thumbnailForFile(const std::string& cacheRoot,
     const std::string uri = fileURIForPath(absolutePath);
     const std::string mtime = std::to_string(static_cast<long long>(st.st_mtim.tv_sec));
     const std::string cached = cachePathForFile(cacheRoot, absolutePath, maxSide);
-    if (cachedKeysMatch(cached, uri, mtime)) {
-        if (auto png = ImageSource::createWithURL(cached)) {
-            if (auto image = png->createImageAtIndex(0)) return image;
-        }
-    }
+    if (auto image = cachedThumbnail(cached, uri, mtime)) return image;
     auto made = makeThumbnail(absolutePath, bucketForSide(maxSide).side, error);
     if (!made) return std::nullopt;
     const std::string folder = cached.substr(0, cached.rfind('/'));
