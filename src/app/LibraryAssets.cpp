@@ -4,8 +4,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cctype>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
@@ -13,6 +11,7 @@
 #include <map>
 
 #include "app/Command.h"
+#include "platform/AVVideoCodecs.h"
 #include "platform/FileManager.h"
 
 namespace app::library {
@@ -74,12 +73,7 @@ int reportGone(PhotoLibrary& library, const std::string& id) {
 // The movie extensions the library takes; every other file is offered as a photo, which the
 // library refuses when it is none.
 bool isMovieName(const std::string& path) {
-    std::string ext = FileManager::pathExtension(path);
-    std::transform(ext.begin(), ext.end(), ext.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    for (const char* e : {"mov", "mp4", "m4v", "3gp", "3g2"})
-        if (ext == e) return true;
-    return false;
+    return movieContainerWithExtension(FileManager::pathExtension(path)) != nullptr;
 }
 
 // Empty when `path` is a regular file this process can read, else why not.

@@ -1,6 +1,9 @@
 #include "platform/AVVideoCodecs.h"
 
+#include <algorithm>
+#include <cctype>
 #include <initializer_list>
+#include <string_view>
 
 #include "platform/AVMediaFormat.h"
 #include "platform/AVVideoSettings.h"
@@ -40,11 +43,11 @@ const std::vector<AVVideoCodecInfo>& videoCodecs() {
 const std::vector<AVMovieContainerInfo>& movieContainers() {
     static const std::vector<AVMovieContainerInfo> containers = {
         {AVMovieContainer::quickTimeMovie, AVFileTypeQuickTimeMovie,
-         set({C::h264, C::hevc, C::proRes4444, C::jpeg}), true},
-        {AVMovieContainer::mpeg4, AVFileTypeMPEG4, set({C::h264, C::hevc, C::jpeg}), false},
-        {AVMovieContainer::appleM4V, AVFileTypeAppleM4V, set({C::h264}), false},
-        {AVMovieContainer::threeGPP, AVFileType3GPP, set({C::h264}), false},
-        {AVMovieContainer::threeGPP2, AVFileType3GPP2, set({C::h264}), false},
+         set({C::h264, C::hevc, C::proRes4444, C::jpeg}), true, "mov"},
+        {AVMovieContainer::mpeg4, AVFileTypeMPEG4, set({C::h264, C::hevc, C::jpeg}), false, "mp4"},
+        {AVMovieContainer::appleM4V, AVFileTypeAppleM4V, set({C::h264}), false, "m4v"},
+        {AVMovieContainer::threeGPP, AVFileType3GPP, set({C::h264}), false, "3gp"},
+        {AVMovieContainer::threeGPP2, AVFileType3GPP2, set({C::h264}), false, "3g2"},
     };
     return containers;
 }
@@ -67,6 +70,18 @@ const AVMovieContainerInfo& movieContainerInfo(AVMovieContainer container) {
 const AVMovieContainerInfo* movieContainerWithFileType(const std::string& fileType) {
     for (const AVMovieContainerInfo& info : movieContainers()) {
         if (fileType == info.fileType) return &info;
+    }
+    return nullptr;
+}
+
+const AVMovieContainerInfo* movieContainerWithExtension(const std::string& extension) {
+    for (const AVMovieContainerInfo& info : movieContainers()) {
+        const std::string_view known = info.extension;
+        if (known.size() == extension.size() &&
+            std::equal(known.begin(), known.end(), extension.begin(), [](char a, char b) {
+                return a == std::tolower(static_cast<unsigned char>(b));
+            }))
+            return &info;
     }
     return nullptr;
 }

@@ -38,6 +38,8 @@ struct AVMovieContainerInfo {
     std::uint32_t codecs;
     // Whether the file takes timecode tracks.
     bool timecodeTracks;
+    // The file name extension, lower case, without the dot.
+    const char* extension;
 };
 
 const std::vector<AVVideoCodecInfo>& videoCodecs();
@@ -49,6 +51,9 @@ const std::vector<AVMovieContainerInfo>& movieContainers();
 const AVMovieContainerInfo& movieContainerInfo(AVMovieContainer container);
 // Null for a file type this platform does not write.
 const AVMovieContainerInfo* movieContainerWithFileType(const std::string& fileType);
+// The container of a file name extension ("m4v", "3GP"; any case, no dot); null for one that
+// names no container of the table. The photo library takes these files as movies.
+const AVMovieContainerInfo* movieContainerWithExtension(const std::string& extension);
 // Whether a file of the container may hold video of the codec; never for a codec without an
 // encoder here.
 bool movieContainerAccepts(const AVMovieContainerInfo& container, AVVideoCodec codec);

@@ -11,15 +11,28 @@ namespace {
 // A serial queue gives its worker back after this many blocks so other queues get a turn.
 constexpr int kSerialBatch = 32;
 
-std::deque<QueueItem> takeAsyncItems(std::deque<QueueItem>& items) {
-    std::deque<QueueItem> dropped;
-    std::deque<QueueItem> kept;
-    for (auto& item : items) (item.waiter ? kept : dropped).push_back(std::move(item));
-    items.swap(kept);
-    return dropped;
-}
+// The waiting items and the closed flag that both kinds of queue keep under one mutex.
+class ItemQueueCore : public QueueCore {
+  public:
+    // Refuses new blocks and drops the ones not started. Sync callers keep their place: they
+    // are blocked in the queue and must get their turn. The dropped blocks are destroyed after
+    // the lock is released, since what they hold may go back to a queue.
+    void close() final {
+        std::deque<QueueItem> dropped;
+        std::lock_guard lock(_mutex);
+        _closed = true;
+        std::deque<QueueItem> kept;
+        for (auto& item : _items) (item.waiter ? kept : dropped).push_back(std::move(item));
+        _items.swap(kept);
+    }
 
-class SerialCore final : public QueueCore {
+  protected:
+    std::mutex _mutex;
+    std::deque<QueueItem> _items;
+    bool _closed = false;
+};
+
+class SerialCore final : public ItemQueueCore {
   public:
     explicit SerialCore(DispatchQoS qos) : _qos(qos) {}
 
@@ -51,13 +64,6 @@ class SerialCore final : public QueueCore {
         ScopeExit release([this] { releaseOwnership(); });
         RunningScope running(this, false);
         block();
-    }
-
-    void close() override {
-        std::deque<QueueItem> dropped;
-        std::lock_guard lock(_mutex);
-        _closed = true;
-        dropped = takeAsyncItems(_items);
     }
 
   private:
@@ -103,14 +109,11 @@ class SerialCore final : public QueueCore {
     }
 
     const DispatchQoS _qos;
-    std::mutex _mutex;
-    std::deque<QueueItem> _items;
     // True while a drain task or a sync caller holds the queue.
     bool _owned = false;
-    bool _closed = false;
 };
 
-class ConcurrentCore final : public QueueCore {
+class ConcurrentCore final : public ItemQueueCore {
   public:
     ConcurrentCore(DispatchQoS qos, bool honoursBarriers)
         : _qos(qos), _honoursBarriers(honoursBarriers) {}
@@ -151,13 +154,6 @@ class ConcurrentCore final : public QueueCore {
         ScopeExit release([this, barrier] { finished(barrier); });
         RunningScope running(this, barrier);
         block();
-    }
-
-    void close() override {
-        std::deque<QueueItem> dropped;
-        std::lock_guard lock(_mutex);
-        _closed = true;
-        dropped = takeAsyncItems(_items);
     }
 
   private:
@@ -219,11 +215,8 @@ class ConcurrentCore final : public QueueCore {
     const DispatchQoS _qos;
     // The global queues are shared by the whole process, so a barrier there is a plain block.
     const bool _honoursBarriers;
-    std::mutex _mutex;
-    std::deque<QueueItem> _items;
     std::size_t _running = 0;
     bool _barrierRunning = false;
-    bool _closed = false;
 };
 
 }  // namespace

@@ -38,7 +38,9 @@ class ImageDestination {
     //  "DPIWidth"/"DPIHeight": resolution in the file (JFIF, pHYs, TIFF tags, EXIF).
     //  "{TIFF}", "{Exif}", "{GPS}", "{IPTC}", "{XMP}": metadata blocks, where the format can
     //     carry them (JPEG, PNG, TIFF: all; HEIC and WebP: EXIF, GPS and XMP; GIF: none).
-    //  "{PNG}" text keys (PNG only), "{JFIF}" density (JPEG only).
+    //  "{PNG}" text keys (PNG only), and under its "TextChunks" a dictionary of PNG keywords
+    //     to texts written as they are (the thumbnail cache's keys); "{JFIF}" density (JPEG
+    //     only).
     // 16-bit images stay 16-bit in PNG and TIFF; JPEG, GIF, HEIC and WebP take 8 bits (HEIC 10
     // bits is not written). The image's ICC profile is embedded where the format allows.
     void addImage(const Bitmap& image, const PlistDictionary& properties);

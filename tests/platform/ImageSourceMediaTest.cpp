@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/DecoderLimits.h"
 #include "platform/ImagePropertyKeys.h"
 #include "platform/ImageSource.h"
 #include "support/TestHome.h"
@@ -301,6 +302,34 @@ TEST(ImageSourceMedia, LimitsRefuseHugeButValidImagesNamingTheLimit) {
             << error->localizedDescription();
     }
     EXPECT_TRUE(ImageSource::createWithURL(square, nullptr, {1ull << 30, 300, 90000}));
+}
+
+// The fuzzer bounds the side of every picture libheif decodes and keeps the decoders on its
+// own thread; a picture within the bound decodes whole, and the defaults come back.
+TEST(ImageSourceMedia, DecoderLimitsBoundTheSidesOfHeifPictures) {
+    TestHome home;
+    const std::string heic = make(home, "photo.heic", "-size 100x80 gradient:red-blue");
+    struct Row {
+        std::uint32_t heifMaxSide;
+        bool singleThreaded;
+        bool decodes;
+    } rows[] = {{64, true, false}, {101, true, true}, {64, false, false}, {20000, false, true}};
+    for (const auto& row : rows) {
+        setDecoderLimits({row.singleThreaded, row.heifMaxSide});
+        ErrorRef error;
+        auto source = ImageSource::createWithURL(heic, &error);
+        std::optional<Bitmap> bitmap;
+        if (source) bitmap = source->createImageAtIndex(0, &error);
+        EXPECT_EQ(bitmap.has_value(), row.decodes) << row.heifMaxSide;
+        if (bitmap) {
+            EXPECT_EQ(bitmap->width(), 100u);
+            EXPECT_GT(bitmap->pixelAt(50, 0).r, 50000) << "the gradient starts red at the top";
+        } else {
+            EXPECT_TRUE(error) << row.heifMaxSide;
+        }
+    }
+    setDecoderLimits({});
+    EXPECT_TRUE(ImageSource::createWithURL(heic));
 }
 
 namespace {

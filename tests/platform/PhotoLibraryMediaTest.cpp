@@ -358,6 +358,29 @@ TEST(PhotoLibraryFacts, DatesSizesAndPlacesFromTheFiles) {
     EXPECT_EQ(recents.objectAtIndex(2), nullptr);
 }
 
+// Movies are the files of every container the program writes, in any case of extension;
+// other files beside them are not catalogued.
+TEST(PhotoLibraryFacts, MoviesOfEveryContainerAreCatalogued) {
+    TestHome home;
+    const char* movies[] = {"clip.m4v", "phone.3gp", "older.3g2", "SHOUT.MP4"};
+    for (const char* name : movies)
+        makeMovie(home.path(std::string("Pictures/") + name), "-c:v libx264");
+    std::ofstream(home.path("Pictures/notes.txt")) << "text";
+    std::ofstream(home.path("Pictures/clip.m4v.part")) << "half a movie";
+    auto library = openLibrary(home);
+    ASSERT_TRUE(library);
+    std::map<std::string, PHAsset> byName;
+    for (const auto& a : library->fetchAssetsWithOptions({}).objects())
+        byName[nameOf(a.resources[0].path)] = a;
+    EXPECT_EQ(byName.size(), std::size(movies));
+    for (const char* name : movies) {
+        ASSERT_TRUE(byName.count(name)) << name;
+        EXPECT_EQ(byName[name].mediaType, PHAssetMediaTypeVideo) << name;
+        EXPECT_NEAR(byName[name].duration, 0.5, 0.05) << name;
+        EXPECT_EQ(byName[name].pixelWidth, 64u) << name;
+    }
+}
+
 TEST(PhotoLibraryFacts, ParsersTakeWellFormedTextOnly) {
     using photolibrary::parseExifDate;
     using photolibrary::parseISO6709;

@@ -6,6 +6,7 @@
 #include <utime.h>
 
 #include <cstdio>
+#include <filesystem>
 #include <map>
 
 #include "platform/PhotoLibrary.h"
@@ -174,4 +175,91 @@ TEST(Thumbnails, JpegShrinksOnLoadNoSmallerThanAsked) {
     std::ofstream(home.path("broken.jpg")) << "\xFF\xD8\xFF garbage";
     EXPECT_FALSE(thumbnails::decodeJpegShrunk(home.path("broken.jpg"), 100));
     EXPECT_FALSE(thumbnails::decodeJpegShrunk(home.path("missing.jpg"), 100));
+}
+
+namespace {
+
+// The colour of a corner quadrant of the test picture: 'R', 'G', 'B', 'W', or '?' for
+// anything between (a turn that samples the wrong place).
+char colourAt(const Bitmap& image, std::size_t x, std::size_t y) {
+    const Bitmap::Pixel16 p = image.pixelAt(x, y);
+    auto on = [](std::uint16_t v) { return v > 52000; };
+    auto off = [](std::uint16_t v) { return v < 13000; };
+    if (on(p.r) && on(p.g) && on(p.b)) return 'W';
+    if (on(p.r) && off(p.g) && off(p.b)) return 'R';
+    if (off(p.r) && on(p.g) && off(p.b)) return 'G';
+    if (off(p.r) && off(p.g) && on(p.b)) return 'B';
+    return '?';
+}
+
+// Top-left, top-right, bottom-left, bottom-right, 3 pixels in from each corner.
+std::string cornersOf(const Bitmap& image) {
+    const std::size_t r = image.width() - 4, b = image.height() - 4;
+    return {colourAt(image, 3, 3), colourAt(image, r, 3), colourAt(image, 3, b),
+            colourAt(image, r, b)};
+}
+
+}  // namespace
+
+// A 64x32 picture stored as red | green over blue | white, tagged with each EXIF orientation:
+// the thumbnail shows it as the tag says a viewer should, freshly made and read back from the
+// cache. JPEGs shrink on load; PNGs come through the image source.
+TEST(Thumbnails, TurnedUprightForEveryExifOrientation) {
+    TestHome home;
+    struct Row {
+        int orientation;
+        const char* corners;  // as displayed: top-left, top-right, bottom-left, bottom-right
+    } rows[] = {
+        {1, "RGBW"},  // as stored
+        {2, "GRWB"},  // mirrored left to right
+        {3, "WBGR"},  // half a turn
+        {4, "BWRG"},  // mirrored top to bottom
+        {5, "RBGW"},  // mirrored along the main diagonal
+        {6, "BRWG"},  // a quarter turn clockwise
+        {7, "WGBR"},  // mirrored along the other diagonal
+        {8, "GWRB"},  // a quarter turn counter-clockwise
+    };
+    // One picture per format, copied and tagged once for each orientation (one exiftool run).
+    std::filesystem::create_directories(home.path("Pictures"));
+    std::string tagging = "exiftool";
+    for (const char* format : {"jpg", "png"}) {
+        const std::string stored = home.path(std::string("Pictures/stored.") + format);
+        run("convert -size 32x16 xc:red xc:lime +append \\( -size 32x16 xc:blue xc:white "
+            "+append \\) -append '" +
+            stored + "'");
+        for (const auto& row : rows) {
+            const std::string path =
+                home.path("Pictures/o" + std::to_string(row.orientation) + "." + format);
+            std::filesystem::copy_file(stored, path);
+            tagging +=
+                " -Orientation#=" + std::to_string(row.orientation) + " '" + path + "' -execute";
+        }
+    }
+    run(tagging + " -common_args -q -overwrite_original");
+    for (const char* format : {"jpg", "png"}) {
+        for (const auto& row : rows) {
+            const std::string path =
+                home.path("Pictures/o" + std::to_string(row.orientation) + "." + format);
+            const bool turned = row.orientation >= 5;
+            const std::string entry =
+                thumbnails::cachePathForFile(home.path("cache/thumbnails"), path, 128);
+            ino_t stored = 0;
+            for (const char* pass : {"made", "cached"}) {
+                ErrorRef error;
+                auto image =
+                    thumbnails::thumbnailForFile(home.path("cache/thumbnails"), path, 128, &error);
+                ASSERT_TRUE(image) << path << " " << (error ? error->description() : "");
+                // The second request reads the entry the first one stored, and leaves it be.
+                if (!stored) {
+                    stored = inodeOf(entry);
+                    EXPECT_NE(stored, 0u) << path << ": no cache entry";
+                } else {
+                    EXPECT_EQ(inodeOf(entry), stored) << path << ": the entry was made again";
+                }
+                EXPECT_EQ(image->width(), turned ? 32u : 64u) << path << " " << pass;
+                EXPECT_EQ(image->height(), turned ? 64u : 32u) << path << " " << pass;
+                EXPECT_EQ(cornersOf(*image), row.corners) << path << " " << pass;
+            }
+        }
+    }
 }

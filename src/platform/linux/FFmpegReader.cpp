@@ -20,6 +20,7 @@ extern "C" {
 #include "platform/AVError.h"
 #include "platform/AVMediaFormat.h"
 #include "platform/AVVideoSettings.h"
+#include "platform/DecoderLimits.h"
 #include "platform/Log.h"
 #include "platform/linux/FFmpegReaderPixels.h"
 #include "platform/linux/FFmpegSupport.h"
@@ -141,7 +142,8 @@ bool AVAssetReaderTrackOutput::Impl::start(const std::string& path, ErrorRef* er
         return false;
     }
     decoder->pkt_timebase = st->time_base;
-    decoder->thread_count = 0;
+    // 0 lets FFmpeg take a thread per core.
+    decoder->thread_count = platform::decoderLimits().singleThreaded ? 1 : 0;
     decoder->thread_type = FF_THREAD_FRAME | FF_THREAD_SLICE;
     int ret = avcodec_open2(decoder, codec, nullptr);
     if (ret < 0) {

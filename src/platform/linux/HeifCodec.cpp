@@ -7,6 +7,7 @@
 #include <memory>
 #include <mutex>
 
+#include "platform/DecoderLimits.h"
 #include "platform/ImagePropertyKeys.h"
 #include "platform/linux/ImageCodecs.h"
 #include "platform/linux/PixelMemory.h"
@@ -58,7 +59,11 @@ std::optional<Opened> open(Bytes data, std::size_t size, std::string& why) {
     if (!o.context) return why = "out of memory", std::nullopt;
     // libheif refuses images, tiles and grids whose area is above this side squared before it
     // allocates for them: 20000 x 20000 is the image source's own area limit.
-    heif_context_set_maximum_image_size_limit(o.context.get(), 20000);
+    const DecoderLimits limits = decoderLimits();
+    heif_context_set_maximum_image_size_limit(
+        o.context.get(), static_cast<int>(std::min<std::uint32_t>(limits.heifMaxSide, 20000)));
+    // 0 decodes the tiles of a grid on this thread rather than on threads of libheif's own.
+    if (limits.singleThreaded) heif_context_set_max_decoding_threads(o.context.get(), 0);
     if (failed(heif_context_read_from_memory_without_copy(o.context.get(), data, size, nullptr),
                why))
         return std::nullopt;

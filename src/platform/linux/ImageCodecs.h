@@ -94,6 +94,15 @@ std::optional<Bitmap> jpegDecode(Bytes data, std::size_t size, std::string& why)
 bool jpegEncode(const Bitmap& image, const EncodeOptions& options, std::FILE* file,
                 std::string& why);
 
+// A key of the "{PNG}" family that only this platform's writer reads: a dictionary of PNG
+// keywords to texts, each written as a tEXt chunk before the pixels, as it is, beside the
+// chunks of the standard keys. Carries the freedesktop thumbnail keys (Thumb::URI,
+// Thumb::MTime); readers never produce it, so a copied family does not carry it along.
+inline constexpr const char* kPNGTextChunks = "TextChunks";
+// Every text chunk before the pixels, keyword to text, in that form; read from the chunks
+// alone, without the pixels. Empty for a file that is no PNG or is damaged there.
+PlistDictionary pngTextChunks(Bytes data, std::size_t size);
+
 bool pngReadInfo(Bytes data, std::size_t size, ImageInfo& info, std::string& why);
 std::optional<Bitmap> pngDecode(Bytes data, std::size_t size, std::string& why);
 bool pngEncode(const Bitmap& image, const EncodeOptions& options, std::FILE* file,

@@ -1,15 +1,15 @@
 #include "platform/linux/PhotoLibraryFacts.h"
 
-#include <algorithm>
-#include <cctype>
 #include <cmath>
 #include <cstdio>
 #include <ctime>
+#include <utility>
 
 #include "platform/AVAsset.h"
 #include "platform/AVAssetTrack.h"
 #include "platform/AVMediaFormat.h"
 #include "platform/AVMetadataItem.h"
+#include "platform/AVVideoCodecs.h"
 #include "platform/CMTime.h"
 #include "platform/ImageFormats.h"
 #include "platform/ImagePropertyKeys.h"
@@ -110,13 +110,11 @@ PHAssetMediaType mediaTypeForPath(const std::string& path) {
     auto dot = path.rfind('.');
     if (dot == std::string::npos || path.find('/', dot) != std::string::npos)
         return PHAssetMediaTypeUnknown;
-    std::string ext = path.substr(dot + 1);
-    std::transform(ext.begin(), ext.end(), ext.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    const std::string ext = path.substr(dot + 1);
     // Every photo format the codecs read belongs in the library, so the codec table decides.
     if (platform::imageFormatForExtension(ext)) return PHAssetMediaTypeImage;
-    for (const char* e : {"mov", "mp4", "m4v", "3gp", "3g2"})
-        if (ext == e) return PHAssetMediaTypeVideo;
+    // Movies: the files of the containers the program writes.
+    if (movieContainerWithExtension(ext)) return PHAssetMediaTypeVideo;
     return PHAssetMediaTypeUnknown;
 }
 

@@ -10,8 +10,9 @@
 
 namespace platform::photolibrary {
 
-// By extension, case-insensitive: photos .jpg .jpeg .png .heic .heif .tif .tiff .gif, movies
-// .mov .mp4 .m4v .3gp .3g2; anything else is unknown and not catalogued.
+// By extension, case-insensitive: photos those of the image codec table (.jpg .png .heic
+// .tif .gif .webp and their aliases), movies those of the movie container table (.mov .mp4
+// .m4v .3gp .3g2); anything else is unknown and not catalogued.
 PHAssetMediaType mediaTypeForPath(const std::string& path);
 
 struct FileFacts {

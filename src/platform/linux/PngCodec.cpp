@@ -91,22 +91,33 @@ bool openReader(Reader& r, Bytes data, std::size_t size, std::string& why) {
     return true;
 }
 
+// The PNG text keywords that stand for keys of the "{PNG}" family, and the family's names.
+struct TextKey {
+    const char* png;
+    const char* apple;
+};
+constexpr TextKey kTextKeys[] = {
+    {"Title", "Title"},
+    {"Author", "Author"},
+    {"Description", "Description"},
+    {"Copyright", "Copyright"},
+    {"Creation Time", "CreationTime"},
+    {"Software", "Software"},
+    {"Disclaimer", "Disclaimer"},
+    {"Warning", "Warning"},
+    {"Source", "Source"},
+    {"Comment", "Comment"},
+};
+
 const char* appleTextKey(const char* key) {
-    static const struct {
-        const char* png;
-        const char* apple;
-    } table[] = {{"Title", "Title"},
-                 {"Author", "Author"},
-                 {"Description", "Description"},
-                 {"Copyright", "Copyright"},
-                 {"Creation Time", "CreationTime"},
-                 {"Software", "Software"},
-                 {"Disclaimer", "Disclaimer"},
-                 {"Warning", "Warning"},
-                 {"Source", "Source"},
-                 {"Comment", "Comment"}};
-    for (const auto& e : table)
+    for (const auto& e : kTextKeys)
         if (std::strcmp(e.png, key) == 0) return e.apple;
+    return nullptr;
+}
+
+const char* pngTextKey(const std::string& apple) {
+    for (const auto& e : kTextKeys)
+        if (apple == e.apple) return e.png;
     return nullptr;
 }
 
@@ -236,6 +247,20 @@ bool pngReadInfo(Bytes data, std::size_t size, ImageInfo& out, std::string& why)
     return true;
 }
 
+PlistDictionary pngTextChunks(Bytes data, std::size_t size) {
+    auto r = std::make_unique<Reader>();
+    std::string why;
+    auto texts = std::make_unique<PlistDictionary>();
+    if (!pngSniff(data, size) || !openReader(*r, data, size, why)) return {};
+    if (setjmp(png_jmpbuf(r->png))) return {};
+    png_read_info(r->png, r->info);
+    png_textp chunks = nullptr;
+    const int count = png_get_text(r->png, r->info, &chunks, nullptr);
+    for (int i = 0; i < count; ++i)
+        (*texts)[chunks[i].key] = std::string(chunks[i].text ? chunks[i].text : "");
+    return std::move(*texts);
+}
+
 std::optional<Bitmap> pngDecode(Bytes data, std::size_t size, std::string& why) {
     auto r = std::make_unique<Reader>();
     if (!openReader(*r, data, size, why)) return std::nullopt;
@@ -308,25 +333,6 @@ void onWriteError(png_structp png, png_const_charp message) {
     png_longjmp(png, 1);
 }
 
-const char* pngTextKey(const std::string& apple) {
-    static const struct {
-        const char* apple;
-        const char* png;
-    } table[] = {{"Title", "Title"},
-                 {"Author", "Author"},
-                 {"Description", "Description"},
-                 {"Copyright", "Copyright"},
-                 {"CreationTime", "Creation Time"},
-                 {"Software", "Software"},
-                 {"Disclaimer", "Disclaimer"},
-                 {"Warning", "Warning"},
-                 {"Source", "Source"},
-                 {"Comment", "Comment"}};
-    for (const auto& e : table)
-        if (apple == e.apple) return e.png;
-    return nullptr;
-}
-
 }  // namespace
 
 bool pngEncode(const Bitmap& image, const EncodeOptions& options, std::FILE* file,
@@ -368,23 +374,23 @@ bool pngEncode(const Bitmap& image, const EncodeOptions& options, std::FILE* fil
         png_set_pHYs(w->png, w->info, static_cast<png_uint_32>(std::lround(*options.dpiX / 0.0254)),
                      static_cast<png_uint_32>(std::lround(*options.dpiY / 0.0254)),
                      PNG_RESOLUTION_METER);
-    if (options.properties) {
-        if (const auto* family =
-                valueForKey(*options.properties, kCGImagePropertyPNGDictionary).dictionary())
-            for (const auto& [key, value] : *family)
-                if (const char* pngKey = pngTextKey(key); pngKey && value.string())
-                    keys->push_back(pngKey), values->push_back(*value.string());
-    }
-    if (options.properties) {
-        const auto* family =
-            valueForKey(*options.properties, kCGImagePropertyPNGDictionary).dictionary();
-        const PlistValue* modified =
-            family ? &valueForKey(*family, kCGImagePropertyPNGModificationTime) : nullptr;
+    const PlistDictionary* family =
+        options.properties
+            ? valueForKey(*options.properties, kCGImagePropertyPNGDictionary).dictionary()
+            : nullptr;
+    if (family) {
+        for (const auto& [key, value] : *family)
+            if (const char* pngKey = pngTextKey(key); pngKey && value.string())
+                keys->push_back(pngKey), values->push_back(*value.string());
+        if (const auto* verbatim = valueForKey(*family, kPNGTextChunks).dictionary())
+            for (const auto& [key, value] : *verbatim)
+                if (value.string()) keys->push_back(key), values->push_back(*value.string());
+        const PlistValue& modified = valueForKey(*family, kCGImagePropertyPNGModificationTime);
         png_time t{};
         unsigned year = 0, month = 0, day = 0, hour = 0, minute = 0, second = 0;
-        if (modified && modified->string() &&
-            std::sscanf(modified->string()->c_str(), "%u:%u:%u %u:%u:%u", &year, &month, &day,
-                        &hour, &minute, &second) == 6 &&
+        if (modified.string() &&
+            std::sscanf(modified.string()->c_str(), "%u:%u:%u %u:%u:%u", &year, &month, &day, &hour,
+                        &minute, &second) == 6 &&
             year < 65536 && month >= 1 && month <= 12 && day >= 1 && day <= 31 && hour < 24 &&
             minute < 60 && second < 61) {
             t.year = static_cast<png_uint_16>(year);

@@ -1,17 +1,17 @@
 #include "platform/linux/Thumbnail.h"
 
-#include <png.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <cstdio>
-#include <cstring>
-#include <memory>
-#include <random>
+#include <algorithm>
+#include <cctype>
+#include <utility>
 
 #include "platform/BitmapContext.h"
+#include "platform/FileManager.h"
+#include "platform/ImageDestination.h"
 #include "platform/ImagePropertyKeys.h"
 #include "platform/ImageSource.h"
+#include "platform/linux/ImageCodecs.h"
 
 extern "C" {
 #include <libavutil/md5.h>
@@ -43,139 +43,60 @@ ErrorRef thumbnailError(const std::string& path, const std::string& why) {
          {NSLocalizedDescriptionKey, "No thumbnail of " + path + ": " + why}});
 }
 
-// The Thumb::URI and Thumb::MTime of a cached PNG, read from its header chunks only.
-bool cachedKeysMatch(const std::string& pngPath, const std::string& uri, const std::string& mtime) {
-    std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(pngPath.c_str(), "rb"), std::fclose);
-    if (!file) return false;
-    png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
-    png_infop info = png ? png_create_info_struct(png) : nullptr;
-    if (!info) {
-        png_destroy_read_struct(&png, nullptr, nullptr);
-        return false;
-    }
-    volatile bool match = false;
-    if (!setjmp(png_jmpbuf(png))) {
-        png_init_io(png, file.get());
-        png_read_info(png, info);
-        png_textp texts = nullptr;
-        int count = png_get_text(png, info, &texts, nullptr);
-        bool uriOk = false, mtimeOk = false;
-        for (int i = 0; i < count; ++i) {
-            std::string key = texts[i].key, value(texts[i].text, texts[i].text_length);
-            if (key == kThumbURI) uriOk = value == uri;
-            if (key == kThumbMTime) mtimeOk = value == mtime;
-        }
-        match = uriOk && mtimeOk;
-    }
-    png_destroy_read_struct(&png, &info, nullptr);
-    return match;
+// The cached picture, when the entry's Thumb::URI and Thumb::MTime name the file as it is.
+std::optional<Bitmap> cachedThumbnail(const std::string& pngPath, const std::string& uri,
+                                      const std::string& mtime) {
+    // No entry of the standard's sizes comes near this; a larger file is no entry of ours.
+    constexpr std::size_t kMaxEntryBytes = 16u << 20;
+    auto bytes = FileManager::contentsAtPath(pngPath, nullptr, kMaxEntryBytes);
+    if (!bytes) return std::nullopt;
+    const PlistDictionary texts = codecs::pngTextChunks(bytes->data(), bytes->size());
+    const PlistValue& storedURI = codecs::valueForKey(texts, kThumbURI);
+    const PlistValue& storedMTime = codecs::valueForKey(texts, kThumbMTime);
+    if (!storedURI.string() || *storedURI.string() != uri || !storedMTime.string() ||
+        *storedMTime.string() != mtime)
+        return std::nullopt;
+    auto png = ImageSource::createWithData(std::move(*bytes));
+    return png ? png->createImageAtIndex(0) : std::nullopt;
 }
 
-// Writes 8-bit RGB or RGBA rows (straight alpha) as PNG with the standard's keys, through a
-// unique temporary name renamed over the cache entry, so that readers never see half a file.
-bool writePng(const std::string& path, const Bitmap& image, bool alpha, const std::string& uri,
-              const std::string& mtime) {
-    std::random_device rd;
-    std::string tmp = path + ".tmp-" + std::to_string(getpid()) + "-" + std::to_string(rd());
-    FILE* file = std::fopen(tmp.c_str(), "wb");
-    if (!file) return false;
-    fchmod(fileno(file), 0600);
-    png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
-    png_infop info = png ? png_create_info_struct(png) : nullptr;
-    volatile bool ok = false;
-    if (info && !setjmp(png_jmpbuf(png))) {
-        png_init_io(png, file);
-        png_set_IHDR(png, info, static_cast<png_uint_32>(image.width()),
-                     static_cast<png_uint_32>(image.height()), 8,
-                     alpha ? PNG_COLOR_TYPE_RGBA : PNG_COLOR_TYPE_RGB, PNG_INTERLACE_NONE,
-                     PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
-        // Small pictures read often: fast compression and one filter rather than trying all five.
-        png_set_compression_level(png, 2);
-        png_set_filter(png, 0, PNG_FILTER_SUB);
-        std::string software = "unwarp";
-        png_text texts[3] = {};
-        const char* keys[3] = {kThumbURI, kThumbMTime, "Software"};
-        const std::string* values[3] = {&uri, &mtime, &software};
-        for (int i = 0; i < 3; ++i) {
-            texts[i].compression = PNG_TEXT_COMPRESSION_NONE;
-            texts[i].key = const_cast<char*>(keys[i]);
-            texts[i].text = const_cast<char*>(values[i]->c_str());
-        }
-        png_set_text(png, info, texts, 3);
-        png_write_info(png, info);
-        if (!alpha) png_set_filler(png, 0, PNG_FILLER_AFTER);
-        std::vector<std::uint8_t> row(image.width() * 4);
-        for (std::size_t y = 0; y < image.height(); ++y) {
-            std::memcpy(row.data(), image.row(y), row.size());
-            if (alpha) {
-                for (std::size_t x = 0; x < image.width(); ++x) {
-                    std::uint8_t* p = &row[x * 4];
-                    if (p[3] == 0 || p[3] == 255) continue;
-                    for (int c = 0; c < 3; ++c)
-                        p[c] = static_cast<std::uint8_t>(
-                            std::min(255, (p[c] * 255 + p[3] / 2) / p[3]));
-                }
-            }
-            png_write_row(png, row.data());
-        }
-        png_write_end(png, info);
-        ok = true;
-    }
-    png_destroy_write_struct(&png, &info);
-    const bool closed = std::fclose(file) == 0;
-    if (closed && ok && std::rename(tmp.c_str(), path.c_str()) == 0) return true;
-    unlink(tmp.c_str());
-    return false;
+// Stores the picture as the cache entry with the standard's keys, through the program's PNG
+// writer, which encodes under a unique name and renames it over the entry, so that readers
+// never see half a file. The entry is then made private; the cache folder is private too, so
+// nobody else sees it in between.
+bool storeThumbnail(const std::string& path, const Bitmap& image, const std::string& uri,
+                    const std::string& mtime) {
+    auto destination = ImageDestination::createWithURL(path, "public.png", 1);
+    if (!destination) return false;
+    PlistDictionary texts{{kThumbURI, uri}, {kThumbMTime, mtime}};
+    PlistDictionary png{{kCGImagePropertyPNGSoftware, std::string("unwarp")},
+                        {codecs::kPNGTextChunks, std::move(texts)}};
+    destination->addImage(image, {{kCGImagePropertyPNGDictionary, std::move(png)}});
+    return destination->finalize() && chmod(path.c_str(), 0600) == 0;
 }
 
-// Turns the drawn pixels upright for an EXIF orientation (2 to 8).
-Bitmap oriented(const Bitmap& src, int orientation) {
-    if (orientation < 2 || orientation > 8) return src;
-    const std::size_t sw = src.width(), sh = src.height();
-    const bool swap = orientation >= 5;
-    const std::size_t w = swap ? sh : sw, h = swap ? sw : sh;
-    std::vector<std::uint8_t> pixels(w * h * 4);
-    for (std::size_t y = 0; y < h; ++y) {
-        for (std::size_t x = 0; x < w; ++x) {
-            std::size_t sx = x, sy = y;
-            switch (orientation) {
-                case 2:
-                    sx = sw - 1 - x;
-                    break;
-                case 3:
-                    sx = sw - 1 - x;
-                    sy = sh - 1 - y;
-                    break;
-                case 4:
-                    sy = sh - 1 - y;
-                    break;
-                case 5:
-                    sx = y;
-                    sy = x;
-                    break;
-                case 6:
-                    sx = y;
-                    sy = sh - 1 - x;
-                    break;
-                case 7:
-                    sx = sw - 1 - y;
-                    sy = sh - 1 - x;
-                    break;
-                case 8:
-                    sx = sw - 1 - y;
-                    sy = x;
-                    break;
-            }
-            std::memcpy(&pixels[(y * w + x) * 4], src.row(sy) + sx * 4, 4);
-        }
+// The transform that shows a picture drawn into [0, w] x [0, h] as its EXIF orientation says,
+// in the context's bottom-left space; from 5 on the shown picture has its sides swapped.
+CGAffineTransform transformForOrientation(int orientation, double w, double h) {
+    switch (orientation) {
+        case 2:  // mirrored left to right
+            return {-1, 0, 0, 1, w, 0};
+        case 3:  // half a turn
+            return {-1, 0, 0, -1, w, h};
+        case 4:  // mirrored top to bottom
+            return {1, 0, 0, -1, 0, h};
+        case 5:  // mirrored along the main diagonal
+            return {0, -1, -1, 0, h, w};
+        case 6:  // a quarter turn clockwise
+            return {0, -1, 1, 0, 0, w};
+        case 7:  // mirrored along the other diagonal
+            return {0, 1, 1, 0, 0, 0};
+        case 8:  // a quarter turn counter-clockwise
+            return {0, 1, -1, 0, h, 0};
+        default:
+            return CGAffineTransformIdentity;
     }
-    return Bitmap(w, h, src.layout(), src.colorSpace(), std::move(pixels), w * 4);
 }
-
-struct Made {
-    Bitmap image;
-    bool alpha = false;
-};
 
 // The picture to draw from, with its full size and orientation: a JPEG shrunk on load, or
 // anything else through the image source.
@@ -206,7 +127,7 @@ std::optional<Source> loadSource(const std::string& path, std::uint32_t side, Er
     return out;
 }
 
-std::optional<Made> makeThumbnail(const std::string& path, std::uint32_t side, ErrorRef* error) {
+std::optional<Bitmap> makeThumbnail(const std::string& path, std::uint32_t side, ErrorRef* error) {
     auto source = loadSource(path, side, error);
     if (!source) return std::nullopt;
     const std::uint32_t longSide = std::max(source->width, source->height);
@@ -220,14 +141,18 @@ std::optional<Made> makeThumbnail(const std::string& path, std::uint32_t side, E
     const auto w = std::max<std::size_t>(1, std::size_t(source->width * scale + 0.5));
     const auto h = std::max<std::size_t>(1, std::size_t(source->height * scale + 0.5));
     const bool alpha = decoded->layout().hasAlpha();
+    const bool swapped = orientation >= 5 && orientation <= 8;
     PixelLayout layout{8, 3, alpha ? kCGImageAlphaPremultipliedLast : kCGImageAlphaNoneSkipLast};
-    auto context = BitmapContext::create(w, h, 8, ColorSpace::deviceRGB(),
-                                         Bitmap::bitmapInfoForLayout(layout), error);
+    auto context =
+        BitmapContext::create(swapped ? h : w, swapped ? w : h, 8, ColorSpace::deviceRGB(),
+                              Bitmap::bitmapInfoForLayout(layout), error);
     if (!context) return std::nullopt;
     context->setInterpolationQuality(kCGInterpolationMedium);
+    // Scaled and turned upright in one draw.
+    context->concatCTM(transformForOrientation(orientation, double(w), double(h)));
     if (!context->drawImage(CGRect{{0, 0}, {double(w), double(h)}}, *decoded, error))
         return std::nullopt;
-    return Made{oriented(context->createImage(), orientation), alpha};
+    return context->createImage();
 }
 
 }  // namespace
@@ -270,11 +195,7 @@ std::optional<Bitmap> thumbnailForFile(const std::string& cacheRoot,
     const std::string uri = fileURIForPath(absolutePath);
     const std::string mtime = std::to_string(static_cast<long long>(st.st_mtim.tv_sec));
     const std::string cached = cachePathForFile(cacheRoot, absolutePath, maxSide);
-    if (cachedKeysMatch(cached, uri, mtime)) {
-        if (auto png = ImageSource::createWithURL(cached)) {
-            if (auto image = png->createImageAtIndex(0)) return image;
-        }
-    }
+    if (auto image = cachedThumbnail(cached, uri, mtime)) return image;
     auto made = makeThumbnail(absolutePath, bucketForSide(maxSide).side, error);
     if (!made) return std::nullopt;
     const std::string folder = cached.substr(0, cached.rfind('/'));
@@ -282,8 +203,8 @@ std::optional<Bitmap> thumbnailForFile(const std::string& cacheRoot,
         mkdir(folder.substr(0, slash).c_str(), 0700);
     mkdir(folder.c_str(), 0700);
     // A cache that can't be written still gives the picture; the next request makes it again.
-    writePng(cached, made->image, made->alpha, uri, mtime);
-    return made->image;
+    storeThumbnail(cached, *made, uri, mtime);
+    return made;
 }
 
 }  // namespace platform::thumbnails
