@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "assets/VRAsset.h"
+#include "assets/VRLibraryAsset.h"
 #include "platform/PhotoLibrary.h"
 
 class VRAssetList {
@@ -25,7 +26,7 @@ class VRAssetList {
     // initWithFetchResult:flag:. Reversed, so that index 0 is the fetch result's last (newest)
     // object; every asset made from it carries `flag`. Logs "~~~FETCH %d" with the count.
     VRAssetList(platform::PHFetchResult<platform::PHAsset> fetchResult, std::uint64_t flag,
-                LibraryAssetWrapper wrapper);
+                LibraryAssetWrapper wrapper = VRWrapLibraryAsset);
     // initWithArray:. In the array's order with flag 0. Logs "~~~ARRAY %d" with the count.
     explicit VRAssetList(std::vector<VRAssetRef> assets);
 

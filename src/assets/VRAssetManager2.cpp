@@ -73,7 +73,7 @@ VRAssetRef VRAssetManager2::assetWithPhotoAssetIdentifier(const std::string& loc
     auto fetch = library->fetchAssetsWithLocalIdentifiers({localIdentifier}, {});
     const platform::PHAsset* asset = fetch.firstObject();
     if (!asset) return nullptr;
-    return VRAsset::assetWithObject(VRLibraryAsset::assetWithPhotoAsset(*asset), 0);
+    return VRWrapLibraryAsset(*asset, 0);
 }
 
 std::size_t VRAssetManager2::maxImageDataBytes() {

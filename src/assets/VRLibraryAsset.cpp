@@ -55,3 +55,7 @@ bool VRLibraryAsset::isEqual(const VRAssetObject& other) const {
 std::size_t VRLibraryAsset::hash() const {
     return std::hash<std::string>{}(_asset.localIdentifier);
 }
+
+std::shared_ptr<VRAsset> VRWrapLibraryAsset(const PHAsset& asset, std::uint64_t flag) {
+    return VRAsset::assetWithObject(VRLibraryAsset::assetWithPhotoAsset(asset), flag);
+}

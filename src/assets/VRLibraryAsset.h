@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 
+#include "assets/VRAsset.h"
 #include "assets/VRAssetObject.h"
 #include "platform/PhotoLibrary.h"
 
@@ -48,3 +49,6 @@ class VRLibraryAsset : public VRAssetObject {
     VRLibraryAsset() = default;
     platform::PHAsset _asset;
 };
+
+// A library asset as an asset of kind 1 with `flag`.
+std::shared_ptr<VRAsset> VRWrapLibraryAsset(const platform::PHAsset& asset, std::uint64_t flag);

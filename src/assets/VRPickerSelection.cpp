@@ -1,5 +1,7 @@
 #include "assets/VRPickerSelection.h"
 
+#include "assets/VRAssetManager2.h"
+
 #include "platform/UUID.h"
 
 std::vector<VRImportItem> VRImportItemsForPickerResults(
@@ -42,4 +44,16 @@ std::optional<VRLoadingErrorMessage> VRLoadingErrorForLoadedCount(std::size_t lo
                                  "Unable to load private media. Please provide limited or full "
                                  "access to the selected media and try again.",
                                  std::nullopt};
+}
+
+std::vector<VRImportItem> VRImportItemsForPickerResults(
+    const std::vector<VRPickerResult>& results) {
+    auto library = VRAssetManager2::defaultManager().photoLibrary();
+    return VRImportItemsForPickerResults(
+        results,
+        [&library](const std::vector<std::string>& identifiers) {
+            return library ? library->fetchAssetsWithLocalIdentifiers(identifiers, {})
+                           : platform::PHFetchResult<platform::PHAsset>();
+        },
+        VRWrapLibraryAsset);
 }

@@ -31,6 +31,9 @@ std::vector<VRImportItem> VRImportItemsForPickerResults(
     const std::vector<VRPickerResult>& results, const VRFetchAssetsWithLocalIdentifiers& fetch,
     const VRAssetList::LibraryAssetWrapper& wrapper);
 
+// The same against the asset manager's photo library; with no library no item is accessable.
+std::vector<VRImportItem> VRImportItemsForPickerResults(const std::vector<VRPickerResult>& results);
+
 struct VRLoadingErrorMessage {
     std::string title;
     std::string message;

@@ -3,6 +3,7 @@
 #include "../platform/PhotoLibraryTestSupport.h"
 #include "assets/VRAssetManager2.h"
 #include "assets/VRLibraryAsset.h"
+#include "assets/VRPickerSelection.h"
 #include "support/TestHome.h"
 
 namespace {
@@ -54,6 +55,18 @@ TEST(VRLibraryAsset, ManagerFindsAssetsByIdentifierUntilTheyAreGone) {
     auto all = library->fetchAssetsWithOptions({});
     ASSERT_EQ(all.count(), 1u);
     const std::string id = all.firstObject()->localIdentifier;
+
+    // Lists and the picker wrap library records as kind 1 through the manager's library.
+    VRAssetList list(library->fetchAssetsWithOptions({}), 7);
+    ASSERT_TRUE(list.assetAtIndex(0));
+    EXPECT_EQ(list.assetAtIndex(0)->type(), VRAssetIdentifierTypeLibrary);
+    EXPECT_EQ(list.assetAtIndex(0)->flag(), 7u);
+    auto items = VRImportItemsForPickerResults({{"a.jpg", id}, {"b.jpg", "not in the library"}});
+    ASSERT_EQ(items.size(), 2u);
+    EXPECT_TRUE(items[0].accessable);
+    ASSERT_TRUE(items[0].photoAsset);
+    EXPECT_EQ(items[0].photoAsset->objectIdentifier(), id);
+    EXPECT_FALSE(items[1].accessable);
 
     auto asset = manager.assetWithPhotoAssetIdentifier(id);
     ASSERT_TRUE(asset);
