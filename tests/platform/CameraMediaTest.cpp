@@ -111,6 +111,11 @@ TEST(CameraMediaTest, MovieNeverReplacesAFileNorTakesABadLength) {
         EXPECT_FALSE(camera.recordMovie(seconds, home.path("other.mov"), &error)) << seconds;
         EXPECT_TRUE(error) << seconds;
     }
+    // A folder that isn't there is no fault of the camera.
+    error = nullptr;
+    EXPECT_FALSE(camera.recordMovie(1, home.path("none/clip.mov"), &error));
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->domain(), NSPOSIXErrorDomain);
     EXPECT_EQ(namesIn(home.root()), std::vector<std::string>{"clip.mov"});
 }
 

@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cmath>
+#include <cstring>
 #include <random>
 
 #include "platform/AVError.h"
@@ -175,6 +176,19 @@ bool Camera::recordMovie(double seconds, const std::string& path, ErrorRef* erro
     }
     if (access(path.c_str(), F_OK) == 0) {
         if (error) *error = avError(AVErrorFileAlreadyExists, "The file exists already: " + path);
+        return false;
+    }
+    // A folder that can't take the movie is told as such, not as a fault of the camera.
+    std::string folder = FileManager::stringByDeletingLastPathComponent(path);
+    if (folder.empty()) folder = ".";
+    if (access(folder.c_str(), W_OK | X_OK) != 0) {
+        const int cause = errno;
+        if (error)
+            *error = Error::errorWithDomain(
+                NSPOSIXErrorDomain, cause,
+                {{NSFilePathErrorKey, path},
+                 {NSLocalizedDescriptionKey,
+                  "The movie can't be written into " + folder + ": " + std::strerror(cause)}});
         return false;
     }
     auto input = openDevice(_device, error);
