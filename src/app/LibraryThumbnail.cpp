@@ -74,8 +74,6 @@ int writeThumbnail(PhotoLibrary& library, const std::string& identifier, const s
     if (!asset.firstObject())
         return reportFailure("no asset \"" + identifier + "\" in " + library.locations().root +
                              " (it was deleted, or never existed)");
-    if (asset.firstObject()->mediaType == PHAssetMediaTypeVideo)
-        return reportFailure("movie thumbnails are not available yet: " + identifier);
     ErrorRef error;
     auto thumbnail =
         library.requestThumbnail(identifier, std::max(box->width, box->height), &error);

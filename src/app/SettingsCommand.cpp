@@ -360,6 +360,13 @@ std::vector<Setting> settingsTable() {
          [] {
              return std::string("The folder of the photo library; empty for the pictures folder");
          }},
+        {"cameraDevice", "cameraDevice", S::cameraDevice,
+         stringSetting("", "", S::cameraDevice, S::setCameraDevice).set,
+         [] {
+             return std::string(
+                 "The camera: a video device, or an FFmpeg input as FORMAT:INPUT; empty for "
+                 "/dev/video0");
+         }},
         integerSetting("colorThemeType", "colorThemeType", S::colorThemeType, S::setColorThemeType,
                        0, 2),
         {"vr-unwarp-home-screen-mode", "homeScreenMode",

@@ -206,8 +206,9 @@ class PhotoLibrary : public std::enable_shared_from_this<PhotoLibrary> {
     void performChanges(PHChangeRequest request, ChangeCompletion completion);
 
     // A thumbnail whose longer side is at least min(maxSide, 512) when the picture is that
-    // large, through the shared freedesktop cache (made when missing or stale). Photos only;
-    // an asset that is gone answers PHPhotosErrorIdentifierNotFound. Synchronous.
+    // large, through the shared freedesktop cache (made when missing or stale). A movie's is
+    // its frame at a tenth of its duration, at most one second in; an asset that is gone
+    // answers PHPhotosErrorIdentifierNotFound. Synchronous.
     virtual std::optional<Bitmap> requestThumbnail(const std::string& localIdentifier,
                                                    std::uint32_t maxSide, ErrorRef* error) = 0;
     // The same on a background queue; the completion runs on that queue.

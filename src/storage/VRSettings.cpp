@@ -407,6 +407,14 @@ void VRSettings::setLibraryPath(const std::string& path) {
     _prepareSettings();
     set(path, kLibraryPath);
 }
+std::string VRSettings::cameraDevice() {
+    _prepareSettings();
+    return stringOr(get(kCameraDevice), "");
+}
+void VRSettings::setCameraDevice(const std::string& device) {
+    _prepareSettings();
+    set(device, kCameraDevice);
+}
 std::int64_t VRSettings::colorThemeType() {
     return getInteger(kColorThemeType);
 }

@@ -132,6 +132,10 @@ class VRSettings {
     // The photo library's folder; empty (the first-run value) for the pictures folder.
     static std::string libraryPath();
     static void setLibraryPath(const std::string& path);
+    // The camera: a video device, or an FFmpeg input as FORMAT:INPUT; empty (the first-run
+    // value) for /dev/video0.
+    static std::string cameraDevice();
+    static void setCameraDevice(const std::string& device);
     static std::int64_t colorThemeType();  // 0 follow the system, 1 light, 2 dark
     static void setColorThemeType(std::int64_t type);
     static std::int64_t homeScreenMode();

@@ -36,6 +36,7 @@ inline constexpr const char* kVideoCodecType = "videoCodecType";
 inline constexpr const char* kExportFilenameType = "exportFilenameType";
 inline constexpr const char* kExportFilenameBasename = "exportFilenameBasename";
 inline constexpr const char* kLibraryPath = "libraryPath";
+inline constexpr const char* kCameraDevice = "cameraDevice";
 inline constexpr const char* kColorThemeType = "colorThemeType";
 inline constexpr const char* kHomeScreenMode = "vr-unwarp-home-screen-mode";
 inline constexpr const char* kRecentAssetsIdentifiers = "recentAssetsIdentifiers";

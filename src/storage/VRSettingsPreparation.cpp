@@ -79,6 +79,7 @@ void writeFirstRunValues(PlistDictionary& values) {
     settings.set(std::int64_t{0}, kExportFilenameType);
     settings.set(std::int64_t{0}, kColorThemeType);
     settings.set(std::string(), kLibraryPath);
+    settings.set(std::string(), kCameraDevice);
 }
 
 bool isOption(const PlistValue& value, VRSizeOption option) {

@@ -171,13 +171,16 @@ TEST(LibraryAssets, ThumbnailsFitTheBoxAndNeverReplaceAFile) {
         EXPECT_EQ(formatAndSize(home.path("out/" + row.written)), row.read) << row.written;
     }
     EXPECT_EQ(contentsOf(home.path("out/taken.png")), "mine\n");
+    // A movie's thumbnail is one of its frames.
+    auto clip = unwarp(home, "library thumbnail '" + movie + "' --size 32x32 --out '" +
+                                 home.path("out/m.png") + "'");
+    ASSERT_EQ(clip.exitCode, 0) << clip.err;
+    EXPECT_EQ(formatAndSize(home.path("out/m.png")), "PNG 32x24");
 
     struct Refusal {
         std::string arguments;
         std::string message;
     } refusals[] = {
-        {"'" + movie + "' --size 64x64 --out '" + home.path("out") + "/m.png'",
-         "movie thumbnails are not available yet"},
         {"'" + photo + "' --size 0x64 --out '" + home.path("out") + "/z.png'",
          "--size takes WIDTHxHEIGHT"},
         {"'" + photo + "' --size 64x64 --out '" + home.path("out") + "/z.gif'",
@@ -192,8 +195,8 @@ TEST(LibraryAssets, ThumbnailsFitTheBoxAndNeverReplaceAFile) {
     }
     // Nothing else was left behind, no scratch folder either.
     EXPECT_EQ(command_test::filesIn(home.path("out")),
-              (std::vector<std::string>{"big.jpeg", "t-1.png", "t.JPG", "t.png", "taken-1.png",
-                                        "taken.png"}));
+              (std::vector<std::string>{"big.jpeg", "m.png", "t-1.png", "t.JPG", "t.png",
+                                        "taken-1.png", "taken.png"}));
 }
 
 TEST(LibraryAssets, LibraryPathSettingChoosesTheRootUnlessLibraryIsGiven) {

@@ -107,28 +107,27 @@ std::optional<PHAssetCollection> FolderPhotoLibrary::albumWithTitle(const std::s
 std::optional<Bitmap> FolderPhotoLibrary::requestThumbnail(const std::string& localIdentifier,
                                                            std::uint32_t maxSide, ErrorRef* error) {
     std::string path;
+    bool movie = false;
     {
         std::lock_guard lock(_mutex);
-        for (const auto& f : _catalog->filesOfAsset(localIdentifier)) {
-            if (f.role == PHAssetResourceTypePhoto && access(f.path.c_str(), R_OK) == 0) {
-                path = f.path;
-                break;
+        // A photo's (or Live Photo's) still, else a movie's file.
+        for (const auto role : {PHAssetResourceTypePhoto, PHAssetResourceTypeVideo}) {
+            for (const auto& f : _catalog->filesOfAsset(localIdentifier)) {
+                if (f.role == role && access(f.path.c_str(), R_OK) == 0) {
+                    path = f.path;
+                    movie = role == PHAssetResourceTypeVideo;
+                    break;
+                }
             }
+            if (!path.empty()) break;
         }
         if (path.empty()) {
-            auto asset = _catalog->asset(localIdentifier);
-            if (error) {
-                *error =
-                    asset && asset->mediaType == PHAssetMediaTypeVideo
-                        ? Error::errorWithDomain(PHPhotosErrorDomain, PHPhotosErrorInvalidResource,
-                                                 {{NSLocalizedDescriptionKey,
-                                                   "Movies have no library thumbnail here"}})
-                        : goneError(localIdentifier);
-            }
+            if (error) *error = goneError(localIdentifier);
             return std::nullopt;
         }
     }
-    return thumbnails::thumbnailForFile(_locations.thumbnailsCache, path, maxSide, error);
+    return movie ? thumbnails::thumbnailForMovie(_locations.thumbnailsCache, path, maxSide, error)
+                 : thumbnails::thumbnailForFile(_locations.thumbnailsCache, path, maxSide, error);
 }
 
 }  // namespace photolibrary

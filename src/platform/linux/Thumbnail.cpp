@@ -207,4 +207,31 @@ std::optional<Bitmap> thumbnailForFile(const std::string& cacheRoot,
     return made;
 }
 
+std::optional<Bitmap> cachedThumbnailForFile(const std::string& cacheRoot,
+                                             const std::string& absolutePath, std::uint32_t maxSide,
+                                             const ThumbnailMaker& make, ErrorRef* error) {
+    struct stat st {};
+    if (stat(absolutePath.c_str(), &st) != 0) {
+        if (error) *error = Error::posixError(errno, "stat", absolutePath);
+        return std::nullopt;
+    }
+    const std::string uri = fileURIForPath(absolutePath);
+    const std::string mtime = std::to_string(static_cast<long long>(st.st_mtim.tv_sec));
+    const std::string cached = cachePathForFile(cacheRoot, absolutePath, maxSide);
+    if (cachedKeysMatch(cached, uri, mtime)) {
+        if (auto png = ImageSource::createWithURL(cached)) {
+            if (auto image = png->createImageAtIndex(0)) return image;
+        }
+    }
+    auto drawn = make(bucketForSide(maxSide).side, error);
+    if (!drawn) return std::nullopt;
+    const Bitmap image = oriented(drawn->image, drawn->orientation);
+    const std::string folder = cached.substr(0, cached.rfind('/'));
+    for (std::size_t slash = 1; slash != std::string::npos; slash = folder.find('/', slash + 1))
+        mkdir(folder.substr(0, slash).c_str(), 0700);
+    mkdir(folder.c_str(), 0700);
+    writePng(cached, image, image.layout().hasAlpha(), uri, mtime);
+    return image;
+}
+
 }  // namespace platform::thumbnails

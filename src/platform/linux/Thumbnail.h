@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -35,6 +36,28 @@ std::string cachePathForFile(const std::string& cacheRoot, const std::string& ab
 std::optional<Bitmap> thumbnailForFile(const std::string& cacheRoot,
                                        const std::string& absolutePath, std::uint32_t maxSide,
                                        ErrorRef* error);
+
+// A picture drawn for the cache at a bucket's side (8-bit, four samples a pixel, the fourth
+// alpha or skipped) with the EXIF orientation (1 to 8) that turns it upright.
+struct DrawnThumbnail {
+    Bitmap image;
+    int orientation = 1;
+};
+using ThumbnailMaker =
+    std::function<std::optional<DrawnThumbnail>(std::uint32_t side, ErrorRef* error)>;
+
+// thumbnailForFile with another way of drawing the picture: the cached entry when current,
+// else `make` for the bucket's side, turned upright and stored before it is returned.
+std::optional<Bitmap> cachedThumbnailForFile(const std::string& cacheRoot,
+                                             const std::string& absolutePath, std::uint32_t maxSide,
+                                             const ThumbnailMaker& make, ErrorRef* error);
+
+// The thumbnail of a movie: its frame at a tenth of its duration, but no later than one
+// second in (so that a fade from black at the start is passed, and a long movie is not read
+// far), drawn upright by its track's display matrix, through the same cache as the photos.
+std::optional<Bitmap> thumbnailForMovie(const std::string& cacheRoot,
+                                        const std::string& absolutePath, std::uint32_t maxSide,
+                                        ErrorRef* error);
 
 // A JPEG decoded at the smallest DCT scale (1/1 .. 1/8) whose longer side is still at least
 // `minSide`; RGB or grey, 8 bits, with the full size and the EXIF orientation (1 when absent)
