@@ -1,5 +1,7 @@
 #include "platform/linux/PhotoLibraryCatalog.h"
 
+#include "platform/FileLock.h"
+
 #include <sqlite3.h>
 
 #include <algorithm>
@@ -129,6 +131,10 @@ std::string baseName(const std::string& path) {
 }  // namespace
 
 std::unique_ptr<Catalog> Catalog::open(const std::string& path, ErrorRef* error) {
+    // Switching a new catalogue to WAL answers "locked" at once, without waiting for the busy
+    // timeout, when another process does the same: the setup is taken in turns.
+    auto setup = FileLock::lockPath(path, error);
+    if (!setup) return nullptr;
     sqlite3* db = nullptr;
     int rc =
         sqlite3_open_v2(path.c_str(), &db,

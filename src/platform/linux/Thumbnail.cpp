@@ -155,6 +155,23 @@ std::optional<Bitmap> makeThumbnail(const std::string& path, std::uint32_t side,
     return context->createImage();
 }
 
+// A drawn picture turned upright by its EXIF orientation, at its own scale.
+std::optional<Bitmap> upright(const Bitmap& image, int orientation, ErrorRef* error) {
+    if (orientation <= 1 || orientation > 8) return image;
+    const std::size_t w = image.width(), h = image.height();
+    const bool swapped = orientation >= 5;
+    const bool alpha = image.layout().hasAlpha();
+    PixelLayout layout{8, 3, alpha ? kCGImageAlphaPremultipliedLast : kCGImageAlphaNoneSkipLast};
+    auto context =
+        BitmapContext::create(swapped ? h : w, swapped ? w : h, 8, ColorSpace::deviceRGB(),
+                              Bitmap::bitmapInfoForLayout(layout), error);
+    if (!context) return std::nullopt;
+    context->concatCTM(transformForOrientation(orientation, double(w), double(h)));
+    if (!context->drawImage(CGRect{{0, 0}, {double(w), double(h)}}, image, error))
+        return std::nullopt;
+    return context->createImage();
+}
+
 }  // namespace
 
 std::string fileURIForPath(const std::string& absolutePath) {
@@ -218,19 +235,16 @@ std::optional<Bitmap> cachedThumbnailForFile(const std::string& cacheRoot,
     const std::string uri = fileURIForPath(absolutePath);
     const std::string mtime = std::to_string(static_cast<long long>(st.st_mtim.tv_sec));
     const std::string cached = cachePathForFile(cacheRoot, absolutePath, maxSide);
-    if (cachedKeysMatch(cached, uri, mtime)) {
-        if (auto png = ImageSource::createWithURL(cached)) {
-            if (auto image = png->createImageAtIndex(0)) return image;
-        }
-    }
+    if (auto image = cachedThumbnail(cached, uri, mtime)) return image;
     auto drawn = make(bucketForSide(maxSide).side, error);
     if (!drawn) return std::nullopt;
-    const Bitmap image = oriented(drawn->image, drawn->orientation);
+    auto image = upright(drawn->image, drawn->orientation, error);
+    if (!image) return std::nullopt;
     const std::string folder = cached.substr(0, cached.rfind('/'));
     for (std::size_t slash = 1; slash != std::string::npos; slash = folder.find('/', slash + 1))
         mkdir(folder.substr(0, slash).c_str(), 0700);
     mkdir(folder.c_str(), 0700);
-    writePng(cached, image, image.layout().hasAlpha(), uri, mtime);
+    storeThumbnail(cached, *image, uri, mtime);
     return image;
 }
 
