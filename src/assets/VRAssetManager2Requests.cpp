@@ -265,14 +265,17 @@ void VRAssetManager2::_requestThumbnailForAsset(const VRAssetRef& asset,
         switch (asset ? asset->type() : 0) {
             case VRAssetIdentifierTypeLibrary: {
                 auto* photo = static_cast<const VRLibraryAsset*>(object);
-                const auto maxSide =
-                    static_cast<std::uint32_t>(std::ceil(std::max(target.width, target.height)));
+                // Sized by the picture itself, so that a fill covers the target even when the
+                // cache's thumbnail is of a smaller standard size.
+                const CGSize wanted = VRThumbnailSizeForSize(photo->pixelSize(), target, mode);
                 std::optional<Bitmap> cached;
-                if (library && photo->mediaType() == VRFormatMediaTypePhoto)
-                    cached = library->requestThumbnail(photo->localIdentifier(), maxSide, nullptr);
+                if (library && wanted.width > 0 && photo->mediaType() == VRFormatMediaTypePhoto)
+                    cached = library->requestThumbnail(
+                        photo->localIdentifier(),
+                        static_cast<std::uint32_t>(std::max(wanted.width, wanted.height)), nullptr);
                 if (cached) {
-                    image = drawPicture(Picture{std::move(*cached), 0, {}}, target, mode,
-                                        kUprightThumbnail);
+                    image = VRRenderCGImage(*cached, 0, kCGInterpolationMedium, std::nullopt,
+                                            kUprightThumbnail, 1, 0, CGRect{}, wanted, CGPoint{});
                 } else if (photo->mediaType() == VRFormatMediaTypeVideo && photo->primaryPath()) {
                     // The library's cache holds photos only: a movie is drawn from its frame.
                     auto frame = pictureAtPath(*photo->primaryPath(), true);
