@@ -95,13 +95,22 @@ TEST(VRAssetManager2Media, ThumbnailsOfEveryKindFitAndFill) {
     } rows[] = {
         {"library photo", manager.asset("photo.jpg"), {100, 100}, "100x75", "133x100"},
         {"library movie", manager.asset("clip.mp4"), {32, 32}, "32x24", "43x32"},
-        {"URL photo", VRAsset::assetWithObject(VRURLAsset::urlAssetWithURL(home.path("loose.jpg"))),
-         {100, 100}, "100x75", "133x100"},
-        {"URL movie", VRAsset::assetWithObject(VRURLAsset::urlAssetWithURL(home.path("loose.mp4"))),
-         {32, 32}, "32x24", "43x32"},
+        {"URL photo",
+         VRAsset::assetWithObject(VRURLAsset::urlAssetWithURL(home.path("loose.jpg"))),
+         {100, 100},
+         "100x75",
+         "133x100"},
+        {"URL movie",
+         VRAsset::assetWithObject(VRURLAsset::urlAssetWithURL(home.path("loose.mp4"))),
+         {32, 32},
+         "32x24",
+         "43x32"},
         {"data photo", data, {100, 100}, "100x75", "133x100"},
-        {"library photo, target above its size", manager.asset("photo.jpg"), {800, 800},
-         "400x300", "400x300"},
+        {"library photo, target above its size",
+         manager.asset("photo.jpg"),
+         {800, 800},
+         "400x300",
+         "400x300"},
         // A local asset shows its stored thumbnail as it is.
         {"local photo", local, {100, 100}, "30x20", "30x20"},
     };
@@ -195,8 +204,8 @@ TEST(VRAssetManager2Media, CollectionsRecentsAndUnsavedItems) {
                           {"Recents", 4}, {"Home", 2}, {"Trip", 2}}));
     EXPECT_EQ(assets.collectionsExcludingRecents(true).size(), 2u);
 
-    auto recents = assets.collectionWithType(VRCollectionTypeAssetCollection,
-                                             VRRecentsCollectionIdentifier);
+    auto recents =
+        assets.collectionWithType(VRCollectionTypeAssetCollection, VRRecentsCollectionIdentifier);
     ASSERT_TRUE(recents && VRAssetManager2::isCameraRoll(*recents));
     std::map<VRFormatMediaType, std::set<std::pair<double, double>>> shapes;
     std::vector<std::string> names;
@@ -279,18 +288,20 @@ TEST(VRAssetManager2Media, FrameOfATurnedMovieIsUpright) {
         turned + "'");
     run("ffmpeg -nostdin -v error -y -i '" + turned + "' -frames:v 1 '" + home.path("ref.png") +
         "'");
-    auto reference = platform::ImageSource::createWithURL(home.path("ref.png"))->createImageAtIndex(0);
+    auto reference =
+        platform::ImageSource::createWithURL(home.path("ref.png"))->createImageAtIndex(0);
     ASSERT_TRUE(reference);
 
-    auto generator = AVAssetImageGenerator::assetImageGeneratorWithAsset(AVAsset::assetWithURL(turned));
+    auto generator =
+        AVAssetImageGenerator::assetImageGeneratorWithAsset(AVAsset::assetWithURL(turned));
     auto stored = generator->copyCGImageAtTime(kCMTimeZero, nullptr, nullptr);
     EXPECT_EQ(sizeText(stored), "64x48");
     generator->setAppliesPreferredTrackTransform(true);
     auto shown = generator->copyCGImageAtTime(kCMTimeZero, nullptr, nullptr);
     ASSERT_EQ(sizeText(shown), sizeText(reference));
     // The corners agree with ffmpeg's own turning, within coding noise.
-    for (auto [x, y] : std::vector<std::pair<std::size_t, std::size_t>>{
-             {2, 2}, {45, 2}, {2, 61}, {45, 61}}) {
+    for (auto [x, y] :
+         std::vector<std::pair<std::size_t, std::size_t>>{{2, 2}, {45, 2}, {2, 61}, {45, 61}}) {
         auto p = shown->pixelAt(x, y), q = reference->pixelAt(x, y);
         EXPECT_NEAR(p.r, q.r, 0x3000) << x << "," << y;
         EXPECT_NEAR(p.g, q.g, 0x3000) << x << "," << y;
@@ -299,4 +310,57 @@ TEST(VRAssetManager2Media, FrameOfATurnedMovieIsUpright) {
     EXPECT_FALSE(AVAssetImageGenerator::assetImageGeneratorWithAsset(
                      AVAsset::assetWithURL(home.path("missing.mp4")))
                      ->copyCGImageAtTime(kCMTimeZero, nullptr, nullptr));
+}
+
+// Previews are stretched to the size asked for, photos and movies alike; a missing asset or an
+// empty size gives nothing.
+TEST(VRAssetManager2Media, PreviewsTakeTheSizeAskedFor) {
+    TestHome home;
+    makeJpeg(home.path("Pictures/photo.jpg"), 400, 300);
+    makeMovie(home.path("Pictures/clip.mp4"));
+    ManagerLibrary manager(home);
+    auto preview = [](const VRAssetRef& asset, CGSize size) {
+        bool done = false;
+        std::optional<platform::Bitmap> image;
+        VRAssetManager2::defaultManager().requestPreviewImageForAsset(asset, size, [&](auto i) {
+            image = std::move(i);
+            done = true;
+        });
+        EXPECT_TRUE(
+            platform::MainRunLoop::runUntil([&] { return done; }, std::chrono::seconds(30)));
+        return sizeText(image);
+    };
+    EXPECT_EQ(preview(manager.asset("photo.jpg"), {120, 90}), "120x90");
+    EXPECT_EQ(preview(manager.asset("photo.jpg"), {50, 50}), "50x50");
+    EXPECT_EQ(preview(manager.asset("clip.mp4"), {32, 24}), "32x24");
+    EXPECT_EQ(preview(manager.asset("photo.jpg"), {0, 0}), "none");
+    EXPECT_EQ(preview(nullptr, {10, 10}), "none");
+}
+
+// A request cancelled before its turn on the queue answers nothing; other assets' requests
+// and later ones are not affected.
+TEST(VRAssetManager2Media, CancelledDataRequestsAnswerNothing) {
+    TestHome home;
+    makeJpeg(home.path("Pictures/a.jpg"), 20, 10);
+    makeJpeg(home.path("Pictures/b.jpg"), 20, 10);
+    ManagerLibrary manager(home);
+    auto& assets = VRAssetManager2::defaultManager();
+    auto a = manager.asset("a.jpg"), b = manager.asset("b.jpg");
+    int answered = 0;
+    bool aHad = true, bHad = false;
+    // The main queue runs only in the loop below, so both wait there while `a` is cancelled.
+    assets.requestImageDataAsyncForAsset(a, nullptr, [&](auto data, std::string) {
+        aHad = data.has_value();
+        ++answered;
+    });
+    assets.requestImageDataAsyncForAsset(b, nullptr, [&](auto data, std::string) {
+        bHad = data.has_value();
+        ++answered;
+    });
+    assets.cancelRequestsForAsset(a);
+    EXPECT_TRUE(
+        platform::MainRunLoop::runUntil([&] { return answered == 2; }, std::chrono::seconds(30)));
+    EXPECT_FALSE(aHad);
+    EXPECT_TRUE(bHad);
+    EXPECT_TRUE(imageDataOf(a).first);
 }
