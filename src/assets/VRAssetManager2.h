@@ -54,14 +54,15 @@ class VRAssetManager2 {
     // requestImageDataAsyncForAsset:operationQueue:withCompletion:. Without a completion
     // nothing happens. The completion runs as an operation of `queue` (the main operation queue
     // when null), also for a null asset, which completes with nothing. Data assets give their
-    // bytes and sniffed type; URL assets read their file between startAccessing and
-    // stopAccessing, with the type of their extension. A movie's frame as an image is not
-    // offered yet: URL assets of other media types complete with nothing.
+    // bytes and sniffed type; library, URL and local assets read their file between
+    // startAccessing and stopAccessing, a photo as it is with the type of its extension, a
+    // movie as a frame in PNG (imageForAVAsset). A request cancelled before its turn, a gone
+    // file and other kinds complete with nothing.
     void requestImageDataAsyncForAsset(const VRAssetRef& asset, platform::OperationQueue* queue,
                                        ImageDataCompletion completion);
 
     // requestAVAssetForAsset:completion:, answered at once on the calling thread: the movie of
-    // a video asset, or for a Live Photo its movie as a temporary link (a copy where linking
+    // a video asset (library or URL), or for a Live Photo its movie as a temporary link (a copy where linking
     // fails) at urlForVideoAsset, which the video stage may delete. Null for anything else,
     // for a missing file, and when the link cannot be made.
     using AVAssetCompletion = std::function<void(AVAssetRef movie)>;
