@@ -220,6 +220,12 @@ TEST(VRAssetManager2Media, CollectionsRecentsAndUnsavedItems) {
     EXPECT_EQ(count, 4u);
     EXPECT_EQ(key->originalFilename(), "new.jpg");
 
+    // Samples are the newest photos, never a movie.
+    names.clear();
+    for (const auto& asset : assets.sampleAssets(5)) names.push_back(asset->originalFilename());
+    EXPECT_EQ(names, (std::vector<std::string>{"new.jpg", "mid.jpg", "old.jpg"}));
+    EXPECT_EQ(assets.sampleAssets(1).size(), 1u);
+
     // Images only leaves the movie out of the lists.
     assets.setLoadImagesOnly(true);
     EXPECT_EQ(assets.collectionsExcludingRecents(false).at(1).estimatedAssetCount(), 1u);
