@@ -1,7 +1,8 @@
 // `unwarp process --template KEY [--out DIR] [--format NAME] [--json] [--yes] [adjustments]
-// [--live PHOTO MOVIE] FILE...`: runs each photo, movie or Live Photo through the processor in
-// order, one in flight, and moves each finished file (and a Live Photo's movie) into the output
-// folder under its result name. The main thread runs the main queue meanwhile.
+// [--live PHOTO MOVIE] [--library DIR] [--asset ID...] [--album NAME] [--recents N] FILE...`:
+// runs each photo, movie or Live Photo (files first, then the library's assets) through the
+// processor in order, one in flight, and moves each finished file (and a Live Photo's movie) into
+// the output folder under its result name. The main thread runs the main queue meanwhile.
 #include <signal.h>
 #include <unistd.h>
 
@@ -14,8 +15,10 @@
 
 #include "app/Command.h"
 #include "app/ProcessArguments.h"
+#include "app/ProcessLibraryInput.h"
 #include "app/ResultHandOver.h"
 #include "assets/VRAsset.h"
+#include "assets/VRLibraryAsset.h"
 #include "assets/VRURLAsset.h"
 #include "core/ErrorMessages.h"
 #include "core/VRProcessor.h"
@@ -159,12 +162,20 @@ class ProcessCommand : public app::Command {
                          "A Live Photo: its still, then its movie (needs the settings "
                          "livePhotoEnabled and isAutoSaveEnabled on)")
             ->expected(2);
+        command->add_option("--library", _library.libraryPath,
+                            "The photo library's folder (default: the pictures folder)");
+        command->add_option("--asset", _library.identifiers,
+                            "Library assets by identifier (see unwarp library list)");
+        command->add_option("--album", _library.album, "Every asset of this library album");
+        command->add_option("--recents", _library.recents, "The N newest assets of the library");
         command->add_option("FILE", _files, "Photos and videos to resize, in order");
         return command;
     }
 
     int run() override {
         int code = prepare();
+        if (code != app::kExitSuccess) return code;
+        code = prepareLibraryAssets();
         if (code != app::kExitSuccess) return code;
         code = prepareLivePhoto();
         if (code != app::kExitSuccess) return code;
@@ -176,6 +187,9 @@ class ProcessCommand : public app::Command {
         catchInterrupt();
         for (std::size_t i = 0; i < _files.size() && code == app::kExitSuccess; ++i)
             code = processFile(i);
+        for (std::size_t i = 0; i < _libraryAssets.size() && code == app::kExitSuccess; ++i)
+            code = processInput(_files.size() + i, _libraryAssets[i],
+                                _libraryAssets[i]->objectIdentifier());
         TemplateManager::shared().waitForPendingWrites();
         return code;
     }
@@ -244,11 +258,16 @@ class ProcessCommand : public app::Command {
     // still's size, so it needs none.
     int checkMediaAgainstTemplate() const {
         if (_tpl->sizeEntryForMediaType(VRFormatMediaTypeVideo)) return app::kExitSuccess;
-        for (const auto& file : _files) {
+        std::vector<std::string> videos;
+        for (const auto& file : _files)
             if (VRURLAsset::mediaTypeForPath(file) == VRFormatMediaTypeVideo)
-                return app::reportUsageError(file + ": the template " + _key +
-                                             " has no video size (it is for photos only)");
-        }
+                videos.push_back(file);
+        for (const auto& asset : _libraryAssets)
+            if (asset->mediaType() == VRFormatMediaTypeVideo)
+                videos.push_back(asset->objectIdentifier());
+        if (!videos.empty())
+            return app::reportUsageError(videos.front() + ": the template " + _key +
+                                         " has no video size (it is for photos only)");
         return app::kExitSuccess;
     }
 
@@ -295,9 +314,14 @@ class ProcessCommand : public app::Command {
             object = VRURLAsset::livePhotoAssetWithURL(
                 path, std::filesystem::absolute(_live.at(1), ec).lexically_normal().string());
         }
-        auto asset = VRAsset::assetWithObject(object);
-        std::cerr << "[" << index + 1 << "/" << _files.size() << "] " << file << "\n";
-        noteAnimation(file);
+        return processInput(index, VRAsset::assetWithObject(object), file);
+    }
+
+    // One asset, `file` naming it in what is printed (a path, or a library identifier).
+    int processInput(std::size_t index, const VRAssetRef& asset, const std::string& file) {
+        std::cerr << "[" << index + 1 << "/" << _files.size() + _libraryAssets.size() << "] "
+                  << file << "\n";
+        if (index < _files.size()) noteAnimation(file);
         CGSize size = CGSizeZero;
         for (;;) {
             Outcome outcome = runOnce(asset, size);
@@ -412,7 +436,13 @@ class ProcessCommand : public app::Command {
     std::optional<std::string> reasonOf(const std::string& file, const VRError& error) const {
         if (const auto* set = userInfoString(error, VRErrorUserInfoReasonKey)) return *set;
         std::error_code ec;
-        const std::string path = std::filesystem::absolute(file, ec).lexically_normal().string();
+        std::string path = std::filesystem::absolute(file, ec).lexically_normal().string();
+        // A library asset is named by its identifier: its own file is the one to look at.
+        for (const auto& asset : _libraryAssets) {
+            auto* library = dynamic_cast<const VRLibraryAsset*>(asset->object().get());
+            if (library && library->localIdentifier() == file)
+                path = library->primaryPath().value_or(path);
+        }
         const bool isPhoto = VRURLAsset::mediaTypeForPath(path) != VRFormatMediaTypeVideo;
         if (auto problem = VRSourceProblem(path, isPhoto)) return problem;
         return VRErrorReason(error);
@@ -427,7 +457,9 @@ class ProcessCommand : public app::Command {
     // paired second pass when the settings let the processor pair it.
     int prepareLivePhoto() {
         if (_live.empty()) {
-            if (_files.empty()) return app::reportUsageError("no FILE to process");
+            if (_files.empty() && _libraryAssets.empty())
+                return app::reportUsageError(_library.any() ? "nothing to process in the library"
+                                                            : "no FILE to process");
             return app::kExitSuccess;
         }
         for (const auto& path : _live) {
@@ -442,6 +474,24 @@ class ProcessCommand : public app::Command {
                          "isAutoSaveEnabled): the still goes alone\n";
         }
         _files.insert(_files.begin(), _live.at(0));
+        return app::kExitSuccess;
+    }
+
+    // Every library asset is found before anything is processed, so that an unknown
+    // identifier or album stops the run at once.
+    int prepareLibraryAssets() {
+        std::string problem;
+        auto assets = app::resolveLibraryInput(_library, &problem);
+        // Not a usage slip: the library lacks what was named.
+        if (!assets) return app::reportFailure(problem);
+        _libraryAssets = std::move(*assets);
+        const bool paired = VRSettings::isLivePhotoEnabled() && VRSettings::isAutoSaveEnabled();
+        for (const auto& asset : _libraryAssets)
+            if (asset->livePhoto() && !paired) {
+                std::cerr << "unwarp: Live Photos are off in the settings (livePhotoEnabled, "
+                             "isAutoSaveEnabled): their stills go alone\n";
+                break;
+            }
         return app::kExitSuccess;
     }
 
@@ -470,6 +520,8 @@ class ProcessCommand : public app::Command {
     std::optional<std::string> _shift;
     std::optional<std::string> _fill;
     std::vector<std::string> _files;
+    app::LibraryInput _library;
+    std::vector<VRAssetRef> _libraryAssets;
 
     VXTemplateRef _tpl;
     VRAdjustAssetStateRef _state;

@@ -1,7 +1,9 @@
 #include "assets/VRAssetManager2.h"
 
+#include "assets/VRAssetManager2Internal.h"
 #include "assets/VRDataAsset.h"
 #include "assets/VRLibraryAsset.h"
+#include "assets/VRLocalAsset.h"
 #include "assets/VRURLAsset.h"
 #include "model/TypeIdentifiers.h"
 #include "model/VRFormat.h"
@@ -16,30 +18,59 @@ namespace {
 
 using Data = std::optional<std::vector<std::uint8_t>>;
 
-std::pair<Data, std::string> urlAssetData(const VRAsset& asset, const VRURLAsset& url) {
+// The bytes of a photo file, with the type its name gives, or a frame of a movie file as PNG.
+std::pair<Data, std::string> fileImageData(const VRAsset& asset, const std::string& path,
+                                           VRFormatMediaType mediaType) {
     auto accessID = asset.startAccessing();
     Data data;
     std::string uti;
-    const VRFormat format = VRFormat::formatFromURL(url.url());
-    if (url.mediaType() == VRFormatMediaTypePhoto) {
+    const VRFormat format = VRFormat::formatFromURL(path);
+    if (mediaType == VRFormatMediaTypePhoto) {
         platform::ErrorRef error;
-        data = platform::FileManager::contentsAtPath(url.url(), &error,
+        data = platform::FileManager::contentsAtPath(path, &error,
                                                      VRAssetManager2::maxImageDataBytes());
         if (!data)
-            platform::logf("~~ ASSET: no data for %s: %s", url.url().c_str(),
+            platform::logf("~~ ASSET: no data for %s: %s", path.c_str(),
                            error ? error->localizedDescription().c_str() : "unknown");
         // The type the name gives; Auto's own type (JPEG) would make bytes of a type no
         // format of ours names come out as JPEG at its default compression, not the setting's.
-        uti = format.type() == VRFormatTypeAuto
-                  ? TypeIdentifiers::preferredIdentifierForExtension(
-                        platform::FileManager::pathExtension(url.url()))
-                  : format.UTI();
+        uti = format.type() == VRFormatTypeAuto ? TypeIdentifiers::preferredIdentifierForExtension(
+                                                      platform::FileManager::pathExtension(path))
+                                                : format.UTI();
+    } else if (mediaType == VRFormatMediaTypeVideo) {
+        data = VRAssetManager2::defaultManager().imageForAVAsset(AVAsset::assetWithURL(path));
+        uti = "public.png";
     } else {
-        platform::logf("~~ ASSET: no image data for %s of media type %llu", url.url().c_str(),
-                       static_cast<unsigned long long>(url.mediaType()));
+        platform::logf("~~ ASSET: no image data for %s of media type %llu", path.c_str(),
+                       static_cast<unsigned long long>(mediaType));
     }
     asset.stopAccessing(accessID);
     return {std::move(data), std::move(uti)};
+}
+
+// The still of a Live Photo or a photo, and the movie of a video or a Live Photo, whichever
+// the asset has.
+struct MovieSource {
+    std::string still;
+    std::string movie;
+    bool live = false;
+};
+
+std::optional<MovieSource> movieSourceOf(const VRAssetRef& asset) {
+    if (auto* url = vr_asset_manager::urlAssetOf(asset)) {
+        if (const auto& paired = url->pairedVideoURL())
+            return MovieSource{url->url(), *paired, true};
+        if (url->mediaType() == VRFormatMediaTypeVideo) return MovieSource{"", url->url(), false};
+        return std::nullopt;
+    }
+    if (auto* library = vr_asset_manager::libraryAssetOf(asset)) {
+        auto movie = library->moviePath();
+        if (!movie) return std::nullopt;
+        if (library->livePhoto())
+            return MovieSource{library->primaryPath().value_or(*movie), *movie, true};
+        if (library->mediaType() == VRFormatMediaTypeVideo) return MovieSource{"", *movie, false};
+    }
+    return std::nullopt;
 }
 
 }  // namespace
@@ -85,51 +116,58 @@ void VRAssetManager2::requestImageDataAsyncForAsset(const VRAssetRef& asset,
                                                     ImageDataCompletion completion) {
     if (!completion) return;
     if (!queue) queue = &platform::OperationQueue::mainQueue();
-    queue->addOperationWithBlock([asset, completion = std::move(completion)] {
+    const std::string key = asset ? asset->objectIdentifier() : std::string();
+    auto ticket = asset ? _registerRequest(key) : nullptr;
+    queue->addOperationWithBlock([this, asset, key, ticket, completion = std::move(completion)] {
         if (!asset) return completion(std::nullopt, "");
+        const bool cancelled = *ticket;
+        _finishRequest(key, ticket);
+        if (cancelled) return completion(std::nullopt, "");
         const auto& object = asset->object();
         if (auto* data = dynamic_cast<const VRDataAsset*>(object.get()))
             return completion(data->data(), data->typeIdentifier());
-        if (auto* url = dynamic_cast<const VRURLAsset*>(object.get())) {
-            auto [bytes, uti] = urlAssetData(*asset, *url);
-            return completion(std::move(bytes), std::move(uti));
-        }
-        completion(std::nullopt, "");
+        std::optional<std::string> path;
+        if (auto* library = vr_asset_manager::libraryAssetOf(asset))
+            // A gone asset's files are gone too: the read below finds nothing.
+            path = library->primaryPath();
+        else if (auto* url = vr_asset_manager::urlAssetOf(asset))
+            path = url->url();
+        else if (auto* local = dynamic_cast<const VRLocalAsset*>(object.get()))
+            path = local->url();
+        if (!path) return completion(std::nullopt, "");
+        auto [bytes, uti] = fileImageData(*asset, *path, asset->mediaType());
+        completion(std::move(bytes), std::move(uti));
     });
 }
 
 std::optional<std::string> VRAssetManager2::urlForVideoAsset(const VRAssetRef& asset) const {
-    auto* url = asset ? dynamic_cast<const VRURLAsset*>(asset->object().get()) : nullptr;
-    if (!url) return std::nullopt;
-    if (const auto& paired = url->pairedVideoURL()) {
-        const std::string stem = platform::FileManager::stringByDeletingPathExtension(
-            platform::FileManager::lastPathComponent(url->url()));
-        return platform::FileManager::stringByAppendingPathComponent(
-            VRFileStorage::ownTemporaryFolder(VXHelper::temporaryDirectory()),
-            stem + "-livePhotoVideo." + platform::FileManager::pathExtension(*paired));
-    }
-    if (url->mediaType() == VRFormatMediaTypeVideo) return url->url();
-    return std::nullopt;
+    auto source = movieSourceOf(asset);
+    if (!source) return std::nullopt;
+    if (!source->live) return source->movie;
+    const std::string stem = platform::FileManager::stringByDeletingPathExtension(
+        platform::FileManager::lastPathComponent(source->still));
+    return platform::FileManager::stringByAppendingPathComponent(
+        VRFileStorage::ownTemporaryFolder(VXHelper::temporaryDirectory()),
+        stem + "-livePhotoVideo." + platform::FileManager::pathExtension(source->movie));
 }
 
 void VRAssetManager2::requestAVAssetForAsset(const VRAssetRef& asset,
                                              const AVAssetCompletion& completion) {
     if (!completion) return;
+    const auto source = movieSourceOf(asset);
     const auto path = urlForVideoAsset(asset);
-    if (!path) return completion(nullptr);
-    auto* url = dynamic_cast<const VRURLAsset*>(asset->object().get());
-    const std::string& movie = url->pairedVideoURL().value_or(url->url());
-    if (!platform::FileManager::fileExistsAtPath(movie)) {
-        platform::logf("~~ ASSET: no movie at %s", movie.c_str());
+    if (!source || !path) return completion(nullptr);
+    if (!platform::FileManager::fileExistsAtPath(source->movie)) {
+        platform::logf("~~ ASSET: no movie at %s", source->movie.c_str());
         return completion(nullptr);
     }
-    if (const auto& paired = url->pairedVideoURL()) {
+    if (source->live) {
         using platform::FileManager;
         FileManager::removeItemAtPath(*path);
         platform::ErrorRef error;
-        if (!FileManager::linkItemAtPath(*paired, *path, &error) &&
-            !FileManager::copyItemAtPath(*paired, *path, &error)) {
-            platform::logf("~~ ASSET: no movie for the Live Photo %s: %s", url->url().c_str(),
+        if (!FileManager::linkItemAtPath(source->movie, *path, &error) &&
+            !FileManager::copyItemAtPath(source->movie, *path, &error)) {
+            platform::logf("~~ ASSET: no movie for the Live Photo %s: %s", source->still.c_str(),
                            error ? error->localizedDescription().c_str() : "unknown");
             return completion(nullptr);
         }

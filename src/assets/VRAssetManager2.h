@@ -2,19 +2,45 @@
 // for a photo's bytes on its own queue. Library, local and file assets join as they arrive.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
 #include "assets/VRAsset.h"
 #include "assets/VRAssetThumbnails.h"
+#include "assets/VRCollection.h"
+#include "assets/VRRequestSession.h"
 #include "platform/AVAsset.h"
 #include "platform/OperationQueue.h"
 #include "platform/PhotoLibrary.h"
+
+class VRDataAsset;
+class VRURLAsset;
+
+// The folders of the program's own items: unsaved results in the documents directory, drawn
+// thumbnails of URL assets in the temporary directory.
+inline constexpr const char* VRUnsavedItemsDirectoryName = "_vrunsaveditemsdir01";
+inline constexpr const char* VRThumbnailsDirectoryName = "_vrthumbnailsdir01";
+// The recents (every asset of the library by creation date) as a library collection.
+inline constexpr const char* VRRecentsCollectionIdentifier = "vr-recents";
+inline constexpr const char* VRRecentsCollectionTitle = "Recents";
+// The flag of assets listed from the store of unsaved items.
+inline constexpr std::uint64_t VRAssetFlagUnsaved = 2;
+
+// What reloadAssets found: the assets still there (fresh records, in the given order), those
+// of them whose files changed, and those that are gone.
+struct VRReloadedAssets {
+    std::vector<VRAssetRef> assets;
+    std::vector<VRAssetRef> modified;
+    std::vector<VRAssetRef> vanished;
+};
 
 class VRAssetManager2 {
   public:
@@ -28,14 +54,15 @@ class VRAssetManager2 {
     // requestImageDataAsyncForAsset:operationQueue:withCompletion:. Without a completion
     // nothing happens. The completion runs as an operation of `queue` (the main operation queue
     // when null), also for a null asset, which completes with nothing. Data assets give their
-    // bytes and sniffed type; URL assets read their file between startAccessing and
-    // stopAccessing, with the type of their extension. A movie's frame as an image is not
-    // offered yet: URL assets of other media types complete with nothing.
+    // bytes and sniffed type; library, URL and local assets read their file between
+    // startAccessing and stopAccessing, a photo as it is with the type of its extension, a
+    // movie as a frame in PNG (imageForAVAsset). A request cancelled before its turn, a gone
+    // file and other kinds complete with nothing.
     void requestImageDataAsyncForAsset(const VRAssetRef& asset, platform::OperationQueue* queue,
                                        ImageDataCompletion completion);
 
     // requestAVAssetForAsset:completion:, answered at once on the calling thread: the movie of
-    // a video asset, or for a Live Photo its movie as a temporary link (a copy where linking
+    // a video asset (library or URL), or for a Live Photo its movie as a temporary link (a copy where linking
     // fails) at urlForVideoAsset, which the video stage may delete. Null for anything else,
     // for a missing file, and when the link cannot be made.
     using AVAssetCompletion = std::function<void(AVAssetRef movie)>;
@@ -56,6 +83,106 @@ class VRAssetManager2 {
     // or there is no library.
     VRAssetRef assetWithPhotoAssetIdentifier(const std::string& localIdentifier);
 
+    // ---- What the main session decides, fed by it (this layer can't ask it) ----
+    void setSourceImageEnabled(bool value) { _sourceImageEnabled = value; }
+    bool sourceImageEnabled() const { return _sourceImageEnabled; }
+    void setLoadImagesOnly(bool value) { _loadImagesOnly = value; }
+    bool loadImagesOnly() const { return _loadImagesOnly; }
+
+    // ---- Request options ----
+    PHImageRequestOptions optionsForImageDataRequestSynchronous(bool synchronous) const;
+    PHImageRequestOptions optionsForThumbnailRequestHighQuality(bool highQuality,
+                                                                bool synchronous) const;
+    // Images only when loadImagesOnly, else images and videos.
+    platform::PHFetchOptions optionsForAssetReqest() const;
+
+    // ---- Sessions ----
+    // An empty name gets a generated one; a session of that name is ended first. The name.
+    std::string beginSessionWithName(const std::string& name, PHImageContentMode contentMode,
+                                     bool highQuality, bool synchronous,
+                                     bool allowHighQualityCaching);
+    void endSessionWithName(const std::string& name);
+    VRRequestSessionRef sessionWithName(const std::string& name) const;
+    void sessionWithNameSetTargetSize(const std::string& name, CGSize targetSize);
+    void sessionWithNameStartCachingThumbnailsForPhotoAssets(
+        const std::string& name, const std::vector<platform::PHAsset>& assets);
+    void sessionWithNameStopCachingThumbnailsForPhotoAssets(
+        const std::string& name, const std::vector<platform::PHAsset>& assets);
+    // Library assets only; the others are drawn on request.
+    void sessionWithNameStartCachingThumbnailsForAssets(const std::string& name,
+                                                        const std::vector<VRAssetRef>& assets,
+                                                        bool highQuality);
+    void sessionWithNameStopCachingThumbnailsForAssets(const std::string& name,
+                                                       const std::vector<VRAssetRef>& assets,
+                                                       bool highQuality);
+    static std::string _generateUniqueSessionName();
+
+    // ---- Thumbnails ----
+    using ThumbnailCompletion = std::function<void(std::optional<platform::Bitmap> image)>;
+    // A missing session or asset completes with nothing. Delivered on the main queue.
+    void sessionWithNameRequestThumbnailForAsset(const std::string& name, const VRAssetRef& asset,
+                                                 ThumbnailCompletion completionOnMainThread);
+    // The same through a temporary session.
+    void requestThumbnailForAsset(const VRAssetRef& asset, CGSize targetSize, bool highQuality,
+                                  PHImageContentMode contentMode, bool synchronous,
+                                  ThumbnailCompletion completionOnMainThread);
+    // By kind; on the calling thread for a synchronous session, else on a background queue.
+    void _requestThumbnailForAsset(const VRAssetRef& asset, const VRRequestSession& session,
+                                   ThumbnailCompletion completionOnInternalThread);
+    std::optional<platform::Bitmap> _thumbnailForURLAsset(const VRURLAsset& asset,
+                                                          CGSize targetSize, bool highQuality,
+                                                          PHImageContentMode contentMode);
+    std::optional<platform::Bitmap> _thumbnailForDataAsset(const VRDataAsset& asset,
+                                                           CGSize targetSize, bool highQuality,
+                                                           PHImageContentMode contentMode);
+    // The folder of drawn thumbnails of URL assets, and a new file name in it.
+    static std::string thumbnailURL();
+    static std::string _generateThumbnailPath();
+    // Drawn at `size` exactly (stretched), medium quality: a photo, or a frame of a movie.
+    void requestPreviewImageForAsset(const VRAssetRef& asset, CGSize size,
+                                     ThumbnailCompletion completionOnMainThread);
+
+    // ---- Bytes of movies and library assets ----
+    // A frame at a tenth of the movie's duration, upright, as PNG bytes; nothing for a movie
+    // without a decodable video track.
+    std::optional<std::vector<std::uint8_t>> imageForAVAsset(const AVAssetRef& movie);
+    // The library asset's movie (a video's file, a Live Photo's paired movie), or null.
+    void _requestAVAssetForPHAsset(const platform::PHAsset& asset,
+                                   const AVAssetCompletion& completion);
+    // Facts of the asset's files: "fileName", "uniformTypeIdentifier", "fileSize", "path" and,
+    // for a Live Photo, "pairedPath"; empty for a missing asset or file.
+    void requestInfoForAsset(const VRAssetRef& asset,
+                             const std::function<void(platform::PlistDictionary)>& completion);
+    // Image data requests of this asset that have not begun reading complete with nothing.
+    void cancelRequestsForAsset(const VRAssetRef& asset);
+
+    // ---- Lists ----
+    // The recents first unless excluded, then the library's albums by title, with counts.
+    std::vector<VRCollection> collectionsExcludingRecents(bool excludeRecents);
+    // Collections of those types in the order given (type 1: as collectionsExcludingRecents).
+    std::vector<VRCollection> collectionsWithTypes(const std::vector<VRCollectionType>& types);
+    std::optional<VRCollection> collectionWithType(VRCollectionType type,
+                                                   const std::string& localIdentifier);
+    static bool isCameraRoll(const VRCollection& collection);
+    // The newest asset of the collection and its count.
+    VRAssetRef keyAssetForCollection(const VRCollection& collection, std::size_t* count);
+    // Newest first. Unsaved items are URL assets of flag 2. `shapes`, when given, receives the
+    // distinct pixel sizes by media type.
+    std::vector<VRAssetRef> assetsForCollection(
+        const VRCollection& collection,
+        std::map<VRFormatMediaType, std::set<std::pair<double, double>>>* shapes);
+    // Back to assets in the given order, keeping each flag; those not found are left out.
+    // Local and file assets need their stores and are left out here.
+    std::vector<VRAssetRef> assetsWithAssetIdentifiers(
+        const std::vector<VRAssetIdentifier>& identifiers);
+    // Rescans the library and fetches its assets anew.
+    VRReloadedAssets reloadAssets(const std::vector<VRAssetRef>& assets);
+    // Up to `count` of the newest photos of the library, for a first look at the program.
+    std::vector<VRAssetRef> sampleAssets(std::size_t count);
+    // Removes the stored bytes of data assets not among `assets`, in the background.
+    void clearCachedDataForAllAssetsExceptAssets(const std::vector<VRAssetRef>& assets);
+    static std::string unsavedItemsDirectory();
+
     // createThumbnailForURL:thumbnailURL:targetSize:contentMode:synchronously:
     std::optional<platform::Bitmap> createThumbnailForURL(const std::string& url,
                                                           const std::string& thumbnailURL,
@@ -73,7 +200,16 @@ class VRAssetManager2 {
 
   private:
     VRAssetManager2() = default;
+    // An image data request's ticket: cancelled tickets complete with nothing.
+    std::shared_ptr<std::atomic<bool>> _registerRequest(const std::string& key);
+    void _finishRequest(const std::string& key, const std::shared_ptr<std::atomic<bool>>& ticket);
 
     std::mutex _libraryLock;
     std::shared_ptr<platform::PhotoLibrary> _photoLibrary;
+    std::atomic<bool> _sourceImageEnabled{false};
+    std::atomic<bool> _loadImagesOnly{false};
+    mutable std::mutex _sessionsLock;
+    std::map<std::string, VRRequestSessionRef> requestSessions;
+    std::mutex _requestsLock;
+    std::multimap<std::string, std::shared_ptr<std::atomic<bool>>> assetsRequests;
 };
