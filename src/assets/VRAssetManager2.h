@@ -187,6 +187,7 @@ class VRAssetManager2 {
 
     // Saving
     std::string _albumNameForSaving(VRFormatMediaType mediaType) const;
+    std::shared_ptr<platform::PhotoLibrary> _libraryForSaving();
     void _requestPermission(platform::PHAccessLevel level, PermissionCompletion completion);
     void _notifyCameraListeners(bool beginning);
 

@@ -117,6 +117,14 @@ bool VRAssetManager2::_isAlbumWithNameEnabled(const std::string& name) const {
     return false;
 }
 
+std::shared_ptr<PhotoLibrary> VRAssetManager2::_libraryForSaving() {
+    auto library = photoLibrary();
+    // Asking for access makes the library's folder when it is missing; a refusal is reported
+    // by the change itself.
+    if (library) library->requestAuthorizationForAccessLevel(PHAccessLevelAddOnly);
+    return library;
+}
+
 std::string VRAssetManager2::_albumNameForSaving(VRFormatMediaType mediaType) const {
     std::lock_guard lock(_savingLock);
     if (!_autoSaveAlbumName.empty()) return _autoSaveAlbumName;
@@ -149,7 +157,7 @@ void VRAssetManager2::saveToPhotoLibrary(const std::optional<VRAssetResource>& r
 
     savingQueue().addOperationWithBlock([this, resource = *resource, isPhoto, originalsEnabled,
                                          numbered, album, originalIdentifier, complete] {
-        auto library = photoLibrary();
+        auto library = _libraryForSaving();
         if (!library) return complete(false, "");
         std::string title = album;
         if (!title.empty()) {
@@ -180,7 +188,7 @@ void VRAssetManager2::saveToPhotoLibrary(const std::optional<VRAssetResource>& r
 void VRAssetManager2::_saveResource(const VRAssetResource& resource, VRFormatMediaType mediaType,
                                     bool paired, const std::string& toAppAlbum,
                                     const SaveCompletion& completion) {
-    auto library = photoLibrary();
+    auto library = _libraryForSaving();
     ErrorRef error = library ? nullptr : savingError("There is no photo library");
     PHChangeResult result;
     if (library) {
@@ -228,7 +236,7 @@ void VRAssetManager2::_addAssets(const std::vector<VRAssetRef>& assets,
         }
     }
     if (!libraryIdentifiers.empty()) {
-        auto library = photoLibrary();
+        auto library = _libraryForSaving();
         PHChangeResult result;
         if (library) result = library->performChangesAndWait({toAppAlbum, {}, libraryIdentifiers});
         if (!library || result.error) {
@@ -317,7 +325,7 @@ void VRAssetManager2::saveImageFromCamera(const std::string& imagePath,
         }
         _notifyCameraListeners(false);
     };
-    auto library = photoLibrary();
+    auto library = _libraryForSaving();
     if (!library) return finish(savingError("There is no photo library"), nullptr);
     const VRFormatMediaType mediaType = VRURLAsset::mediaTypeForPath(imagePath);
     PHChangeRequest request;
