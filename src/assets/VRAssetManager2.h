@@ -9,6 +9,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "assets/VRAsset.h"
@@ -186,7 +187,8 @@ class VRAssetManager2 {
     std::shared_ptr<platform::PhotoLibrary> _photoLibrary;
 
     // Saving
-    std::string _albumNameForSaving(VRFormatMediaType mediaType) const;
+    // The album a result goes to, and whether a numbered album follows from it.
+    std::pair<std::string, bool> _albumNameForSaving(VRFormatMediaType mediaType) const;
     std::shared_ptr<platform::PhotoLibrary> _libraryForSaving();
     void _requestPermission(platform::PHAccessLevel level, PermissionCompletion completion);
     void _notifyCameraListeners(bool beginning);

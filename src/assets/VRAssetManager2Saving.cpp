@@ -125,11 +125,12 @@ std::shared_ptr<PhotoLibrary> VRAssetManager2::_libraryForSaving() {
     return library;
 }
 
-std::string VRAssetManager2::_albumNameForSaving(VRFormatMediaType mediaType) const {
+std::pair<std::string, bool> VRAssetManager2::_albumNameForSaving(
+    VRFormatMediaType mediaType) const {
     std::lock_guard lock(_savingLock);
-    if (!_autoSaveAlbumName.empty()) return _autoSaveAlbumName;
-    if (!_sourceAlbumName.empty()) return _sourceAlbumName;
-    return mediaType == VRFormatMediaTypePhoto ? VRAlbumNamePhotos : VRAlbumNameVideos;
+    if (!_autoSaveAlbumName.empty()) return {_autoSaveAlbumName, false};
+    if (!_sourceAlbumName.empty()) return {_sourceAlbumName, true};
+    return {mediaType == VRFormatMediaTypePhoto ? VRAlbumNamePhotos : VRAlbumNameVideos, true};
 }
 
 void VRAssetManager2::saveToPhotoLibrary(const std::optional<VRAssetResource>& resource,
@@ -145,8 +146,9 @@ void VRAssetManager2::saveToPhotoLibrary(const std::optional<VRAssetResource>& r
     }
     const bool isPhoto = resource->mediaType == VRFormatMediaTypePhoto;
     const bool originalsEnabled = VRSettings::isAlbumForOriginalsEnabled();
-    const bool numbered = autoSaveAlbumName().empty();
-    std::string album = _albumNameForSaving(resource->mediaType);
+    const auto choice = _albumNameForSaving(resource->mediaType);
+    std::string album = choice.first;
+    const bool numbered = choice.second;
     // The program's own album, switched off, leaves the result in the library's root.
     const bool ownAlbum = album == VRAlbumNamePhotos || album == VRAlbumNameVideos;
     if (ownAlbum && !_isAlbumWithNameEnabled(album)) album.clear();
