@@ -17,6 +17,8 @@ using namespace platform;
 
 namespace {
 
+constexpr std::size_t kMaxAlbumNameLength = 255;
+
 ErrorRef savingError(const std::string& why) {
     return Error::errorWithDomain(PHPhotosErrorDomain, PHPhotosErrorInvalidResource,
                                   {{NSLocalizedDescriptionKey, why}});
@@ -92,7 +94,10 @@ std::string VRAssetManager2::requestNextAlbumNameFor(const std::string& name) {
     std::string stem = name;
     long number = 1;
     std::smatch match;
-    if (std::regex_match(name, match, numbered) && match.size() == 3) {
+    // The regex engine recurses per character; a name longer than a folder name can be is no
+    // album's name, so it is taken whole.
+    if (name.size() <= kMaxAlbumNameLength && std::regex_match(name, match, numbered) &&
+        match.size() == 3) {
         stem = match[1].str();
         number = std::stol(match[2].str());
         if (number == 0) number = 1;
