@@ -139,13 +139,22 @@ struct PHAssetResourceCreation {
     std::string originalFilename;  // the name to save under; empty: the file's own name
 };
 
+// Existing assets that one change adds to a further album (made when missing).
+struct PHAlbumAddition {
+    std::string albumTitle;
+    std::vector<std::string> assetLocalIdentifiers;
+};
+
 // What one performChanges does, in this order: create the album titled `albumTitle` when it
 // is missing, create an asset from `resources` in it (a Live Photo: a photo and a paired video
-// written as one pair), and add the assets of `addAssetLocalIdentifiers` to that album.
+// written as one pair), add the assets of `addAssetLocalIdentifiers` to that album, then each
+// addition of `albumAdditions` (a result saved with its original added to another album).
+// Adding links the asset's files into the album's folder, a copy only across file systems.
 struct PHChangeRequest {
     std::string albumTitle;  // empty: no album, the new asset goes to the root
     std::vector<PHAssetResourceCreation> resources;
     std::vector<std::string> addAssetLocalIdentifiers;
+    std::vector<PHAlbumAddition> albumAdditions = {};
 };
 
 struct PHChangeResult {

@@ -152,6 +152,12 @@ TEST(PhotoLibraryChanges, BadRequestsWriteNothing) {
          PHPhotosErrorInvalidResource},
         {"a missing file", savePhoto("A", home.path("src/missing.jpg")), ENOENT},
         {"adding an unknown asset", {"A", {}, {"no-such-asset"}}, PHPhotosErrorIdentifierNotFound},
+        {"a creation whose further album takes an unknown asset",
+         {"A", {{PHAssetResourceTypePhoto, home.path("src/a.jpg"), ""}}, {}, {{"B", {"gone"}}}},
+         PHPhotosErrorIdentifierNotFound},
+        {"a further album outside the root",
+         {"A", {{PHAssetResourceTypePhoto, home.path("src/a.jpg"), ""}}, {}, {{"../B", {}}}},
+         PHPhotosErrorInvalidResource},
     };
     for (const auto& row : rows) {
         auto result = library->performChangesAndWait(row.request);
@@ -161,6 +167,8 @@ TEST(PhotoLibraryChanges, BadRequestsWriteNothing) {
     }
     EXPECT_FALSE(std::filesystem::exists(home.path("escape")));
     EXPECT_FALSE(std::filesystem::exists(home.path("Pictures/A")));
+    EXPECT_FALSE(std::filesystem::exists(home.path("Pictures/B")));
+    EXPECT_FALSE(std::filesystem::exists(home.path("B")));
     EXPECT_EQ(library->fetchAssetsWithOptions({}).count(), 0u);
 }
 
@@ -279,6 +287,29 @@ TEST(PhotoLibraryAlbums, OriginalsAreHardLinksOfOneAsset) {
     EXPECT_EQ(left.firstObject()->localIdentifier, id);
     EXPECT_EQ(resourcePaths(*left.firstObject()), std::vector<std::string>{link});
     EXPECT_EQ(library->albumWithTitle("DCIM")->estimatedAssetCount, 0u);
+}
+
+TEST(PhotoLibraryAlbums, OneChangeSavesIntoOneAlbumAndLinksIntoAnother) {
+    TestHome home;
+    makeJpeg(home.path("Pictures/DCIM/orig.jpg"), 32, 32);
+    makeJpeg(home.path("src/result.jpg"), 16, 16);
+    auto library = openLibrary(home);
+    ASSERT_TRUE(library);
+    const std::string original = library->fetchAssetsWithOptions({}).firstObject()->localIdentifier;
+
+    PHChangeRequest request = savePhoto("Results", home.path("src/result.jpg"));
+    request.albumAdditions = {{"Originals", {original}}};
+    auto result = library->performChangesAndWait(request);
+    ASSERT_FALSE(result.error) << result.error->description();
+    EXPECT_TRUE(std::filesystem::exists(home.path("Pictures/Results/result.jpg")));
+    EXPECT_EQ(inodeOf(home.path("Pictures/Originals/orig.jpg")),
+              inodeOf(home.path("Pictures/DCIM/orig.jpg")));
+    auto originals = library->albumWithTitle("Originals");
+    ASSERT_TRUE(originals);
+    auto members = library->fetchAssetsInAssetCollection(originals->localIdentifier, {});
+    ASSERT_EQ(members.count(), 1u);
+    EXPECT_EQ(members.firstObject()->localIdentifier, original);
+    EXPECT_EQ(library->fetchAssetsWithOptions({}).count(), 2u);
 }
 
 TEST(PhotoLibraryGone, DeletedAssetAnswersGoneEverywhere) {

@@ -241,23 +241,39 @@ PHChangeResult FolderPhotoLibrary::performChangesAndWait(const PHChangeRequest& 
         return result;
     }
     std::vector<std::string> written;
-    const std::string albumFolder = _locations.root + "/" + request.albumTitle;
-    const bool albumExisted = request.albumTitle.empty() || exists(albumFolder);
+    // Albums made by this change, which go again when it fails.
+    std::vector<std::string> madeFolders;
+    auto createAlbum = [&](const std::string& title, std::string& albumId) {
+        const std::string folder = _locations.root + "/" + title;
+        const bool existed = exists(folder);
+        ErrorRef e = _createAlbumLocked(title, albumId);
+        if (!existed && exists(folder)) madeFolders.push_back(folder);
+        return e;
+    };
     ErrorRef failure;
     if (!request.albumTitle.empty())
-        failure = _createAlbumLocked(request.albumTitle, result.albumLocalIdentifier);
+        failure = createAlbum(request.albumTitle, result.albumLocalIdentifier);
     if (!failure && !request.resources.empty())
         failure = _createAssetLocked(request, written, result.placeholderLocalIdentifier);
     for (const auto& id : request.addAssetLocalIdentifiers) {
         if (failure) break;
         failure = _addAssetLocked(id, request.albumTitle, written);
     }
+    for (const auto& addition : request.albumAdditions) {
+        if (failure) break;
+        std::string albumId;
+        failure = createAlbum(addition.albumTitle, albumId);
+        for (const auto& id : addition.assetLocalIdentifiers) {
+            if (failure) break;
+            failure = _addAssetLocked(id, addition.albumTitle, written);
+        }
+    }
     if (!failure) failure = _catalog->commit();
     if (failure) {
         _catalog->rollback();
         removeAll(written);
-        // An album made for a change that failed goes again (rmdir leaves a folder with files).
-        if (!albumExisted && isValidAlbumTitle(request.albumTitle)) rmdir(albumFolder.c_str());
+        // rmdir leaves a folder that someone else put files into meanwhile.
+        for (auto it = madeFolders.rbegin(); it != madeFolders.rend(); ++it) rmdir(it->c_str());
         result = PHChangeResult{failure, {}, {}};
     }
     return result;
