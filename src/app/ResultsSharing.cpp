@@ -15,8 +15,8 @@
 #include "platform/FileManager.h"
 #include "platform/PhotoLibrary.h"
 #include "results/ExportManager.h"
-#include "results/SharingNameRules.h"
 #include "results/VRFolderExportActivity.h"
+#include "results/VRSharingNamePrompt.h"
 #include "storage/VRSettings.h"
 
 extern char** environ;
@@ -84,15 +84,16 @@ int shareIntoFolder(const std::vector<VRAssetRef>& assets, const std::string& fo
     ExportManager::Options options;
     std::optional<std::string> name = baseName;
     if (baseName) {
-        if (!isValidSharingBaseName(*baseName)) {
+        // As the name prompt takes an accepted name: stored for the next share.
+        if (!acceptSharingName(*baseName)) {
             std::cerr << "unwarp: --name " << *baseName
                       << ": use letters, digits and _-.@!* with at most one % for the number\n";
             return 2;
         }
-        VRSettings::setExportFilenameBasename(*baseName);
         options.filenameType = 1;
-    } else if (VRSettings::exportFilenameType() == 1) {
-        name = VRSettings::exportFilenameBasename();
+    } else if (auto prompt = sharingNamePromptForCount(assets.size(), {})) {
+        // Nobody is asked on the command line: the prompt's stored name is taken.
+        name = prompt->name;
     }
     auto outcome =
         runShare(assets, name, options, VRFolderExportActivity::kActivityType,

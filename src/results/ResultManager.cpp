@@ -46,6 +46,14 @@ std::optional<platform::PlistDate> folderDate(const std::string& path) {
     return platform::PlistDate::fromTimeIntervalSince1970(sinceEpoch.count());
 }
 
+// The result's folder and its "main" inside "results", which exists by then: two mkdirs,
+// not one for every folder of the path.
+bool makeResultFolders(const std::string& folder, const std::string& main,
+                       platform::ErrorRef* error) {
+    return FileManager::createDirectoryAtPath(folder, false, error) &&
+           FileManager::createDirectoryAtPath(main, false, error);
+}
+
 }  // namespace
 
 ResultManager& ResultManager::shared() {
@@ -221,10 +229,10 @@ bool ResultManager::_storePhoto(const std::string& identifier,
     if (!_ensureResultsFolder()) return false;
     auto lock = platform::FileLock::lockPath(
         FileManager::stringByAppendingPathComponent(_resultsURL, kLockName));
-    const std::string main = FileManager::stringByAppendingPathComponent(
-        FileManager::stringByAppendingPathComponent(_resultsURL, identifier), kMainFolder);
+    const std::string folder = FileManager::stringByAppendingPathComponent(_resultsURL, identifier);
+    const std::string main = FileManager::stringByAppendingPathComponent(folder, kMainFolder);
     platform::ErrorRef error;
-    if (!FileManager::createDirectoryAtPath(main, true, &error) ||
+    if (!makeResultFolders(folder, main, &error) ||
         !FileManager::writeDataAtomically(
             platform::PlistData(localIdentifier.begin(), localIdentifier.end()),
             FileManager::stringByAppendingPathComponent(main, kPhotoAssetFile), &error)) {
@@ -244,7 +252,7 @@ bool ResultManager::_storeLocal(const std::string& identifier, const std::string
     const std::string target =
         FileManager::stringByAppendingPathComponent(main, FileManager::lastPathComponent(url));
     platform::ErrorRef error;
-    if (!FileManager::createDirectoryAtPath(main, true, &error) ||
+    if (!makeResultFolders(folder, main, &error) ||
         !FileManager::moveItemAtPath(url, target, &error)) {
         platform::logf("~~ RES: can't store local result: %s",
                        error ? error->localizedDescription().c_str() : "unknown");
