@@ -1,8 +1,10 @@
 #include "results/ResultManager.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <filesystem>
+#include <fstream>
 
 #include "assets/VRAssetManager2.h"
 #include "assets/VRLocalAsset.h"
@@ -52,6 +54,28 @@ bool makeResultFolders(const std::string& folder, const std::string& main,
                        platform::ErrorRef* error) {
     return FileManager::createDirectoryAtPath(folder, false, error) &&
            FileManager::createDirectoryAtPath(main, false, error);
+}
+
+// Atomically as the platform's atomic writes are: whole under a hidden name, then renamed, so
+// a reader never meets a part of it. Without an fsync, which would double the time of an
+// add: a reference lost to a power cut leaves an unreadable result, which the list leaves out
+// while its library item stays in the library.
+bool writeWholeFile(const std::string& text, const std::string& path, platform::ErrorRef* error) {
+    const std::string partial = FileManager::stringByAppendingPathComponent(
+        FileManager::stringByDeletingLastPathComponent(path), "." + platform::UUIDString());
+    {
+        std::ofstream out(partial, std::ios::binary | std::ios::trunc);
+        out << text;
+        out.close();
+        if (!out) {
+            FileManager::removeItemAtPath(partial);
+            if (error) *error = platform::Error::posixError(EIO, "write", partial);
+            return false;
+        }
+    }
+    if (FileManager::moveItemAtPath(partial, path, error)) return true;
+    FileManager::removeItemAtPath(partial);
+    return false;
 }
 
 }  // namespace
@@ -233,9 +257,9 @@ bool ResultManager::_storePhoto(const std::string& identifier,
     const std::string main = FileManager::stringByAppendingPathComponent(folder, kMainFolder);
     platform::ErrorRef error;
     if (!makeResultFolders(folder, main, &error) ||
-        !FileManager::writeDataAtomically(
-            platform::PlistData(localIdentifier.begin(), localIdentifier.end()),
-            FileManager::stringByAppendingPathComponent(main, kPhotoAssetFile), &error)) {
+        !writeWholeFile(localIdentifier,
+                        FileManager::stringByAppendingPathComponent(main, kPhotoAssetFile),
+                        &error)) {
         platform::logf("~~ RES: can't store photo result: %s",
                        error ? error->localizedDescription().c_str() : "unknown");
         return false;
