@@ -67,11 +67,18 @@ class ResultsCommand : public app::Command {
                           ->callback([this] { _action = "clear"; });
         clear->add_option("N", _numbers, "Numbers of the results")->required();
         auto* share =
-            results->add_subcommand("share", "Put results into a folder under the sharing names")
-                ->callback([this] { _action = "share"; });
+            results->add_subcommand("share", "Put results into a folder under the sharing names");
         share->add_option("N", _numbers, "Numbers of the results")->required();
-        share->add_option("--to", _folder, "The folder; a taken name moves on, nothing is replaced")
-            ->required();
+        auto* to = share->add_option("--to", _folder,
+                                     "The folder; a taken name moves on, nothing is replaced");
+        auto* mail =
+            share->add_flag("--mail", _mail, "Attach the files to a new mail (xdg-email) instead");
+        to->excludes(mail);
+        share->callback([this, to, mail] {
+            _action = "share";
+            if (to->count() == 0 && mail->count() == 0)
+                throw CLI::RequiredError("--to DIR or --mail");
+        });
         share->add_option("--name", _baseName,
                           "Name the files BASE, BASE1, BASE2 ... (a % in BASE stands for the "
                           "number); default: the original names");
@@ -101,7 +108,9 @@ class ResultsCommand : public app::Command {
         else if (_action == "clear")
             code = clear(store);
         else if (_action == "share")
-            code = app::results::shareIntoFolder(*assets, _folder, _baseName, _json);
+            code = app::results::shareIntoFolder(
+                *assets, _mail ? std::nullopt : std::optional<std::string>(_folder), _baseName,
+                _json);
         else
             code = app::results::saveToAlbums(*assets, _json);
         store.waitUntilStored();
@@ -236,6 +245,7 @@ class ResultsCommand : public app::Command {
 
     bool _json = false;
     bool _photo = false;
+    bool _mail = false;
     std::string _action;
     std::vector<std::size_t> _numbers;
     std::string _folder;

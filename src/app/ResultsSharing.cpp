@@ -79,8 +79,12 @@ int reportStatus(const ShareOutcome& outcome) {
 
 }  // namespace
 
-int shareIntoFolder(const std::vector<VRAssetRef>& assets, const std::string& folder,
+int shareIntoFolder(const std::vector<VRAssetRef>& assets, const std::optional<std::string>& folder,
                     const std::optional<std::string>& baseName, bool json) {
+    if (!folder && !mailSender()) {
+        std::cerr << "unwarp: mail needs xdg-email (package xdg-utils); use --to DIR\n";
+        return 1;
+    }
     ExportManager::Options options;
     std::optional<std::string> name = baseName;
     if (baseName) {
@@ -95,18 +99,22 @@ int shareIntoFolder(const std::vector<VRAssetRef>& assets, const std::string& fo
         // Nobody is asked on the command line: the prompt's stored name is taken.
         name = prompt->name;
     }
-    auto outcome =
-        runShare(assets, name, options, VRFolderExportActivity::kActivityType,
-                 [&](VRShareActivity& activity) {
-                     static_cast<VRFolderExportActivity&>(activity).setDestination(folder);
-                 });
-    if (auto* exporter = dynamic_cast<VRFolderExportActivity*>(outcome.performed.get())) {
-        for (const auto& path : exporter->exportedURLs()) {
-            if (json)
-                std::cout << nlohmann::json{{"file", path}}.dump() << "\n";
-            else
-                std::cout << path << "\n";
-        }
+    const std::string type =
+        folder ? VRFolderExportActivity::kActivityType : VRMailActivity::kActivityType;
+    auto outcome = runShare(assets, name, options, type, [&](VRShareActivity& activity) {
+        if (auto* exporter = dynamic_cast<VRFolderExportActivity*>(&activity))
+            exporter->setDestination(*folder);
+    });
+    std::vector<std::string> written;
+    if (auto* exporter = dynamic_cast<VRFolderExportActivity*>(outcome.performed.get()))
+        written = exporter->exportedURLs();
+    else if (outcome.performed && outcome.status == VRExportShareStatusDone)
+        written = outcome.performed->items();
+    for (const auto& path : written) {
+        if (json)
+            std::cout << nlohmann::json{{"file", path}}.dump() << "\n";
+        else
+            std::cout << path << "\n";
     }
     if (outcome.alerted) return 1;
     return reportStatus(outcome);

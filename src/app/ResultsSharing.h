@@ -13,10 +13,11 @@
 
 namespace app::results {
 
-// Shares the assets into `folder` by the export rules, printing one path a file written:
-// custom names from `baseName` when given (stored as the last base name, as the name prompt
-// does) or when exportFilenameType asks for them, original names otherwise.
-int shareIntoFolder(const std::vector<VRAssetRef>& assets, const std::string& folder,
+// Shares the assets into `folder` (or, without one, by mail through xdg-email) by the export
+// rules, printing one path a file written (or attached): custom names from `baseName` when
+// given (stored as the last base name, as the name prompt does) or when exportFilenameType
+// asks for them, original names otherwise.
+int shareIntoFolder(const std::vector<VRAssetRef>& assets, const std::optional<std::string>& folder,
                     const std::optional<std::string>& baseName, bool json);
 // Saves the assets' files into the albums "Uwrp photos" and "Uwrp videos".
 int saveToAlbums(const std::vector<VRAssetRef>& assets, bool json);

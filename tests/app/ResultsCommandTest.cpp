@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <filesystem>
+#include <fstream>
 #include <nlohmann/json.hpp>
 #include <set>
 
@@ -115,6 +116,39 @@ TEST(ResultsCommand, ShareLinksUnderTheNamesAndNeverReplaces) {
     }
     EXPECT_EQ(command_test::contentsOf(out + "/trip1.txt"), "theirs");
     EXPECT_TRUE(testing_support::namesIn(home.path("tmp/sharing")).empty());
+}
+
+TEST(ResultsCommand, MailAttachesTheNamedFilesThroughXdgEmail) {
+    testing_support::TestHome home;
+    ASSERT_EQ(unwarp(home, "results add" + makeFiles(home, "m", 2)).exitCode, 0);
+    // A stand-in for xdg-email that keeps what it was given while the files exist.
+    const std::string bin = home.path("bin");
+    fs::create_directories(bin + "/got");
+    {
+        std::ofstream script(bin + "/xdg-email");
+        script << "#!/bin/sh\necho \"$@\" > '" << bin << "/args'\n"
+               << "while [ $# -gt 0 ]; do [ \"$1\" = --attach ] && cp \"$2\" '" << bin
+               << "/got/'; shift; done\n";
+    }
+    fs::permissions(bin + "/xdg-email", fs::perms::owner_all);
+    std::string out;
+    const int code =
+        testing_support::runCommand("PATH='" + bin + "':\"$PATH\" " +
+                                        commandLine(home, "results share 1 2 --mail --name letter"),
+                                    &out);
+    ASSERT_EQ(code, 0) << out;
+    EXPECT_EQ(command_test::filesIn(bin + "/got"),
+              (std::vector<std::string>{"letter1.txt", "letter2.txt"}));
+    EXPECT_EQ(command_test::contentsOf(bin + "/args").substr(0, 9), "--attach ");
+    // The attachments were the session's links, which are gone once the share has ended.
+    EXPECT_TRUE(testing_support::namesIn(home.path("tmp/sharing")).empty());
+
+    // Without xdg-email (never run for real here: it would open a mail program).
+    if (testing_support::runCommand("command -v xdg-email >/dev/null") != 0) {
+        Outcome without = command_test::unwarp(home, "results share 1 --mail");
+        EXPECT_EQ(without.exitCode, 1);
+        EXPECT_NE(without.err.find("mail needs xdg-email"), std::string::npos) << without.err;
+    }
 }
 
 TEST(ResultsCommand, BadNumbersAndNamesAreUsageErrors) {
