@@ -12,6 +12,7 @@
 #include "platform/FileManager.h"
 #include "platform/UUID.h"
 #include "results/ResultManager.h"
+#include "storage/VRFileStorage.h"
 #include "storage/VXHelperFiles.h"
 
 namespace {
@@ -222,8 +223,9 @@ class ResultsCommand : public app::Command {
             }
             // The store moves what it is given, so it gets a copy of its own.
             const std::string copy = FileManager::stringByAppendingPathComponent(
-                FileManager::stringByAppendingPathComponent(VXHelper::temporaryDirectory(),
-                                                            platform::UUIDString()),
+                FileManager::stringByAppendingPathComponent(
+                    VRFileStorage::ownTemporaryFolder(VXHelper::temporaryDirectory()),
+                    platform::UUIDString()),
                 FileManager::lastPathComponent(file));
             const std::string copyFolder = FileManager::stringByDeletingLastPathComponent(copy);
             if (!FileManager::createDirectoryAtPath(copyFolder, true) ||

@@ -9,6 +9,7 @@
 #include "platform/UUID.h"
 #include "results/VRFolderExportActivity.h"
 #include "results/VXHelperNames.h"
+#include "storage/VRFileStorage.h"
 #include "storage/VRSettings.h"
 #include "storage/VXHelperFiles.h"
 
@@ -40,7 +41,10 @@ ExportManager& ExportManager::shared() {
 
 std::string ExportManager::sharingRoot() const {
     if (!_sharingRoot.empty()) return _sharingRoot;
-    return FileManager::stringByAppendingPathComponent(VXHelper::temporaryDirectory(), "sharing");
+    // Inside this process's own temporaries, so that a share cut short by a kill is cleaned
+    // by the next start.
+    return FileManager::stringByAppendingPathComponent(
+        VRFileStorage::ownTemporaryFolder(VXHelper::temporaryDirectory()), "sharing");
 }
 
 VRAlert ExportManager::lowDiskAlert() {

@@ -60,8 +60,8 @@ class ExportManager {
     void setAlertPresenter(AlertPresenter presenter) { _alertPresenter = std::move(presenter); }
     void setImageSaver(VRImageSaveActivity::Saver saver) { _imageSaver = std::move(saver); }
     void setMailSender(VRMailActivity::Sender sender) { _mailSender = std::move(sender); }
-    // The folder that holds each session's own folder; the temporary directory's "sharing"
-    // unless set.
+    // The folder that holds each session's own folder; unless set, "sharing" in this
+    // process's folder of the temporary directory.
     void setSharingRoot(std::string folder) { _sharingRoot = std::move(folder); }
     std::string sharingRoot() const;
 

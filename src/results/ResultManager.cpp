@@ -35,17 +35,36 @@ std::optional<ResultType> resultTypeOfName(const std::string& name) {
     return std::nullopt;
 }
 
-// The birth time where the file system records one (statx), else the modification time,
-// which for a result's folder is when its last entry was made: that is close to its creation,
-// since a folder is filled once, in one disk step.
-std::optional<platform::PlistDate> folderDate(const std::string& path) {
-    if (auto born = FileManager::creationDateOfItemAtPath(path)) return born;
+std::optional<platform::PlistDate> modificationDate(const std::string& path) {
     std::error_code code;
     const auto written = std::filesystem::last_write_time(path, code);
     if (code) return std::nullopt;
     const auto sinceEpoch = std::chrono::duration_cast<std::chrono::duration<double>>(
         std::chrono::file_clock::to_sys(written).time_since_epoch());
     return platform::PlistDate::fromTimeIntervalSince1970(sinceEpoch.count());
+}
+
+// Where a folder stands in the order of the results: its birth time where the file system
+// records one (statx), else its modification time; then its modification time, which the
+// store sets from the precise clock when the folder is whole. Birth times come from the
+// kernel's coarse clock, so two results stored within a few milliseconds share one, and the
+// second key keeps their order.
+struct FolderDates {
+    platform::PlistDate created;
+    double tieBreak = 0;
+};
+
+std::optional<FolderDates> folderDates(const std::string& path) {
+    auto modified = modificationDate(path);
+    if (!modified) return std::nullopt;
+    auto born = FileManager::creationDateOfItemAtPath(path);
+    return FolderDates{born.value_or(*modified), modified->sinceReferenceDate};
+}
+
+// Marks the folder with the precise time the result became whole (see folderDates).
+void stampFolder(const std::string& path) {
+    std::error_code ignored;
+    std::filesystem::last_write_time(path, std::filesystem::file_time_type::clock::now(), ignored);
 }
 
 // The result's folder and its "main" inside "results", which exists by then: two mkdirs,
@@ -126,6 +145,7 @@ std::vector<VRResult> ResultManager::_readTree() const {
     if (!names) return records;
     std::sort(names->begin(), names->end());
     const auto now = platform::PlistDate::now();
+    std::vector<std::pair<VRResult, double>> dated;
     for (const auto& name : *names) {
         if (name.empty() || name[0] == '.') continue;
         auto type = resultTypeOfName(name);
@@ -133,12 +153,16 @@ std::vector<VRResult> ResultManager::_readTree() const {
         const std::string path = FileManager::stringByAppendingPathComponent(_resultsURL, name);
         bool isDirectory = false;
         if (!FileManager::fileExistsAtPath(path, &isDirectory) || !isDirectory) continue;
-        records.push_back({name, *type, folderDate(path).value_or(now)});
+        const auto dates = folderDates(path).value_or(FolderDates{now, now.sinceReferenceDate});
+        dated.push_back({{name, *type, dates.created}, dates.tieBreak});
     }
     // Stable, so folders of one instant keep the order of their names on every load.
-    std::stable_sort(records.begin(), records.end(), [](const VRResult& a, const VRResult& b) {
-        return a.creationDate.sinceReferenceDate < b.creationDate.sinceReferenceDate;
+    std::stable_sort(dated.begin(), dated.end(), [](const auto& a, const auto& b) {
+        const double x = a.first.creationDate.sinceReferenceDate;
+        const double y = b.first.creationDate.sinceReferenceDate;
+        return x < y || (x == y && a.second < b.second);
     });
+    for (auto& entry : dated) records.push_back(std::move(entry.first));
     return records;
 }
 
@@ -264,6 +288,7 @@ bool ResultManager::_storePhoto(const std::string& identifier,
                        error ? error->localizedDescription().c_str() : "unknown");
         return false;
     }
+    stampFolder(folder);
     return true;
 }
 
@@ -287,6 +312,7 @@ bool ResultManager::_storeLocal(const std::string& identifier, const std::string
     VRAssetManager2::defaultManager().createThumbnailForURL(
         target, FileManager::stringByAppendingPathComponent(folder, kThumbnailFile),
         VXHelper::thumbnailSize(), PHImageContentModeAspectFill, true);
+    stampFolder(folder);
     return true;
 }
 

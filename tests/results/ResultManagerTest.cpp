@@ -93,6 +93,29 @@ TEST(ResultManager, LocalResultsMoveInAndKeepTheirOrderAcrossALoad) {
     }
 }
 
+TEST(ResultManager, ResultsStoredWithinOneClockTickKeepTheirOrderAfterALoad) {
+    testing_support::TestHome home;
+    const std::string root = home.path("results");
+    // Photo results are stored in well under a millisecond, so several share the coarse
+    // clock's tick that birth times come from.
+    std::vector<std::string> references;
+    {
+        ResultManager store(root);
+        // Queued back to back, as a batch's results are.
+        for (int i = 0; i < 30; ++i) {
+            references.push_back("item-" + std::to_string(i));
+            store.addPhotoAssetResultWith(references.back());
+        }
+        store.waitUntilStored();
+    }
+    ResultManager again(root);
+    std::vector<std::string> read;
+    for (const auto& record : again.results())
+        read.push_back(
+            resultstore_test::contentsOf(again.folderURLForResult(record) + "/main/phasset"));
+    EXPECT_EQ(read, references);
+}
+
 TEST(ResultManager, AFailedMoveAnswersFalseAndTheRecordIsLeftOut) {
     testing_support::TestHome home;
     ResultManager store(home.path("results"));
