@@ -76,9 +76,9 @@ bool makeResultFolders(const std::string& folder, const std::string& main,
 }
 
 // Atomically as the platform's atomic writes are: whole under a hidden name, then renamed, so
-// a reader never meets a part of it. Without an fsync, which would double the time of an
-// add: a reference lost to a power cut leaves an unreadable result, which the list leaves out
-// while its library item stays in the library.
+// a reader never meets a part of it. Without an fsync, which took most of an add's time on a
+// busy disk: a reference lost to a power cut leaves an unreadable result, which the list
+// leaves out while its library item stays in the library.
 bool writeWholeFile(const std::string& text, const std::string& path, platform::ErrorRef* error) {
     const std::string partial = FileManager::stringByAppendingPathComponent(
         FileManager::stringByDeletingLastPathComponent(path), "." + platform::UUIDString());
@@ -136,12 +136,12 @@ bool ResultManager::_ensureResultsFolder() const {
 
 std::vector<VRResult> ResultManager::_readTree() const {
     std::vector<VRResult> records;
-    auto names = FileManager::contentsOfDirectoryAtPath(_resultsURL);
-    if (!names) return records;
+    bool isDirectory = false;
+    if (!FileManager::fileExistsAtPath(_resultsURL, &isDirectory) || !isDirectory) return records;
     // A reader under the lock never meets a folder that another process is still filling.
     auto lock = platform::FileLock::lockPath(
         FileManager::stringByAppendingPathComponent(_resultsURL, kLockName));
-    if (lock) names = FileManager::contentsOfDirectoryAtPath(_resultsURL);
+    auto names = FileManager::contentsOfDirectoryAtPath(_resultsURL);
     if (!names) return records;
     std::sort(names->begin(), names->end());
     const auto now = platform::PlistDate::now();
@@ -151,7 +151,6 @@ std::vector<VRResult> ResultManager::_readTree() const {
         auto type = resultTypeOfName(name);
         if (!type) continue;
         const std::string path = FileManager::stringByAppendingPathComponent(_resultsURL, name);
-        bool isDirectory = false;
         if (!FileManager::fileExistsAtPath(path, &isDirectory) || !isDirectory) continue;
         const auto dates = folderDates(path).value_or(FolderDates{now, now.sinceReferenceDate});
         dated.push_back({{name, *type, dates.created}, dates.tieBreak});
