@@ -1,9 +1,11 @@
 // Sessions, request options and thumbnails of every asset kind.
 #include <cmath>
+#include <future>
 
 #include "assets/VRAssetManager2.h"
 #include "assets/VRAssetManager2Internal.h"
 #include "assets/VRDataAsset.h"
+#include "assets/VRFileAsset.h"
 #include "assets/VRLibraryAsset.h"
 #include "assets/VRLocalAsset.h"
 #include "assets/VRURLAsset.h"
@@ -269,7 +271,7 @@ void VRAssetManager2::_requestThumbnailForAsset(const VRAssetRef& asset,
                 // cache's thumbnail is of a smaller standard size.
                 const CGSize wanted = VRThumbnailSizeForSize(photo->pixelSize(), target, mode);
                 std::optional<Bitmap> cached;
-                if (library && wanted.width > 0 && photo->mediaType() == VRFormatMediaTypePhoto)
+                if (library && wanted.width > 0)
                     cached = library->requestThumbnail(
                         photo->localIdentifier(),
                         static_cast<std::uint32_t>(std::max(wanted.width, wanted.height)), nullptr);
@@ -277,7 +279,7 @@ void VRAssetManager2::_requestThumbnailForAsset(const VRAssetRef& asset,
                     image = VRRenderCGImage(*cached, 0, kCGInterpolationMedium, std::nullopt,
                                             kUprightThumbnail, 1, 0, CGRect{}, wanted, CGPoint{});
                 } else if (photo->mediaType() == VRFormatMediaTypeVideo && photo->primaryPath()) {
-                    // The library's cache holds photos only: a movie is drawn from its frame.
+                    // A movie the cache can't draw is drawn from its own frame.
                     auto frame = pictureAtPath(*photo->primaryPath(), true);
                     if (frame) image = drawPicture(*frame, target, mode, kUprightThumbnail);
                 }
@@ -294,10 +296,18 @@ void VRAssetManager2::_requestThumbnailForAsset(const VRAssetRef& asset,
             case VRAssetIdentifierTypeLocal:
                 image = static_cast<const VRLocalAsset*>(object)->thumbnailImage();
                 break;
-            case VRAssetIdentifierTypeFile:
-                // File assets draw their own thumbnails (createThumbnailOfSize:completion:);
-                // until they are wired here the request completes with nothing.
+            case VRAssetIdentifierTypeFile: {
+                // File assets keep their own thumbnails of several widths and answer on a
+                // global queue; a synchronous session waits for that answer.
+                auto file = std::dynamic_pointer_cast<VRFileAsset>(asset->object());
+                std::promise<std::optional<Bitmap>> answer;
+                auto answered = answer.get_future();
+                file->createThumbnailOfSize(target, [&answer](std::optional<Bitmap> thumbnail) {
+                    answer.set_value(std::move(thumbnail));
+                });
+                image = answered.get();
                 break;
+            }
             default:
                 break;
         }

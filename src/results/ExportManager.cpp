@@ -1,5 +1,6 @@
 #include "results/ExportManager.h"
 
+#include "assets/VRAssetManager2.h"
 #include "assets/VRLibraryAsset.h"
 #include "assets/VRLocalAsset.h"
 #include "assets/VRURLAsset.h"
@@ -16,9 +17,6 @@
 using platform::FileManager;
 
 namespace {
-
-constexpr const char* kPhotosAlbum = "Uwrp photos";
-constexpr const char* kVideosAlbum = "Uwrp videos";
 
 void onMain(std::function<void()> block) {
     if (platform::MainRunLoop::isMainThread())
@@ -132,8 +130,8 @@ std::vector<std::shared_ptr<VRShareActivity>> ExportManager::_activities() const
     if (VRSettings::areAlbumsForResultsEnabled()) {
         activities.push_back(std::make_shared<VRImageSaveActivity>(
             std::map<VRImageSaveActivity::MediaType, std::string>{
-                {VRImageSaveActivity::MediaType::photo, kPhotosAlbum},
-                {VRImageSaveActivity::MediaType::video, kVideosAlbum}},
+                {VRImageSaveActivity::MediaType::photo, VRAssetManager2::VRAlbumNamePhotos},
+                {VRImageSaveActivity::MediaType::video, VRAssetManager2::VRAlbumNameVideos}},
             _imageSaver));
     }
     if (_mailSender) activities.push_back(std::make_shared<VRMailActivity>(_mailSender));

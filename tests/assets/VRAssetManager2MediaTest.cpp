@@ -6,6 +6,7 @@
 
 #include "assets/VRAssetManager2.h"
 #include "assets/VRDataAsset.h"
+#include "assets/VRFileAsset.h"
 #include "assets/VRLibraryAsset.h"
 #include "assets/VRLocalAsset.h"
 #include "assets/VRURLAsset.h"
@@ -113,6 +114,12 @@ TEST(VRAssetManager2Media, ThumbnailsOfEveryKindFitAndFill) {
          "400x300"},
         // A local asset shows its stored thumbnail as it is.
         {"local photo", local, {100, 100}, "30x20", "30x20"},
+        // A file asset keeps thumbnails by width, drawn whole.
+        {"file photo",
+         VRAsset::assetWithObject(VRFileAsset::fileAssetWithURL(home.path("loose.jpg"))),
+         {100, 100},
+         "100x75",
+         "100x75"},
     };
     for (const auto& row : rows) {
         ASSERT_TRUE(row.asset) << row.label;
