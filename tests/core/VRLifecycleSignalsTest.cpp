@@ -1,7 +1,10 @@
 #include "core/VRLifecycleSignals.h"
 
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <sstream>
 
@@ -92,4 +95,68 @@ TEST(VRLifecycleSignals, RemovalRestoresTheSignals) {
     ASSERT_TRUE(signals);
     ASSERT_EQ(::raise(SIGCONT), 0);
     ASSERT_TRUE(MainRunLoop::runUntil([&] { return foregrounds == 1; }, kPatience));
+}
+
+namespace {
+
+// Reads one byte from `fd` within the patience; 0 when none came.
+char readByte(int fd) {
+    pollfd p{fd, POLLIN, 0};
+    if (::poll(&p, 1, static_cast<int>(kPatience.count())) != 1) {
+        return 0;
+    }
+    char byte = 0;
+    return ::read(fd, &byte, 1) == 1 ? byte : 0;
+}
+
+}  // namespace
+
+// With the real stop: a child that gets SIGTSTP pauses (reports "b") and only then stops
+// itself; SIGCONT lets it go on and brings the foreground ("f").
+TEST(VRLifecycleSignals, ChildPausesBeforeItReallyStops) {
+    MainRunLoop::drain();
+    int report[2];
+    ASSERT_EQ(::pipe(report), 0);
+    pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        ::close(report[0]);
+        bool foreground = false;
+        VRLifecycleSignals::Handlers handlers;
+        handlers.didEnterBackground = [&] { (void)!::write(report[1], "b", 1); };
+        handlers.willEnterForeground = [&] {
+            foreground = true;
+            (void)!::write(report[1], "f", 1);
+        };
+        auto signals = VRLifecycleSignals::install(handlers);
+        (void)!::write(report[1], signals ? "r" : "x", 1);
+        bool done = signals && MainRunLoop::runUntil([&] { return foreground; }, kPatience);
+        signals.reset();
+        ::_exit(done ? 0 : 1);
+    }
+    ::close(report[1]);
+    // A failed check must not leave a stopped child behind.
+    struct Reaper {
+        pid_t pid;
+        bool reaped = false;
+        ~Reaper() {
+            if (!reaped) {
+                ::kill(pid, SIGKILL);
+                ::waitpid(pid, nullptr, 0);
+            }
+        }
+    } reaper{child};
+    ASSERT_EQ(readByte(report[0]), 'r');
+    ASSERT_EQ(::kill(child, SIGTSTP), 0);
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, WUNTRACED), child);
+    EXPECT_TRUE(WIFSTOPPED(status));
+    // The pause was made before the stop: its report is already in the pipe.
+    EXPECT_EQ(readByte(report[0]), 'b');
+    ASSERT_EQ(::kill(child, SIGCONT), 0);
+    EXPECT_EQ(readByte(report[0]), 'f');
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    reaper.reaped = true;
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+    ::close(report[0]);
 }
