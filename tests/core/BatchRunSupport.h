@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
 #include <optional>
 #include <set>
@@ -22,10 +23,10 @@ inline VRAssetRef urlAsset(const std::string& path) {
 }
 
 inline VRErrorRef limitError(CGSize exceeding, const std::vector<CGSize>& corrections) {
-    platform::PlistArray sizes;
-    for (CGSize size : corrections) {
-        sizes.push_back(VXHelper::sizeArrayWithSize(size));
-    }
+    platform::PlistArray sizes(corrections.size());
+    std::transform(corrections.begin(), corrections.end(), sizes.begin(), [](CGSize size) {
+        return platform::PlistValue(VXHelper::sizeArrayWithSize(size));
+    });
     return VRError::errorWithCode(
         VRErrorCode::sizeLimitExceeded,
         {{VRErrorUserInfoExceedingSizeKey, VXHelper::sizeArrayWithSize(exceeding)},

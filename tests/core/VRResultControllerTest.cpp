@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <set>
 #include <string>
 #include <vector>
@@ -11,6 +12,7 @@
 #include "core/ErrorMessages.h"
 #include "model/VXHelperSize.h"
 #include "platform/Dispatch.h"
+#include "support/TestHome.h"
 
 using batch_support::BatchFixture;
 using batch_support::limitError;
@@ -267,12 +269,23 @@ TEST(VRResultControllerLifecycle, SystemPauseResumesTheSameAssetWithOneAlert) {
     EXPECT_EQ(f.processor->calls[1].asset->objectIdentifier(), "a.jpg");
 }
 
-TEST(VRResultControllerLifecycle, AllPendingDeletedDuringPauseEndsOnResults) {
+TEST(VRResultControllerLifecycle, PendingAssetsDeletedDuringPauseDropOut) {
     struct Case {
         bool userPaused;
+        std::set<std::string> deleted;
+        VRProcessingState state;
+        std::size_t index;
+        std::string next;  // the asset started on return, if any
     };
-    for (Case c : {Case{true}, Case{false}}) {
-        SCOPED_TRACE(c.userPaused);
+    const std::size_t none = VRAssetPickerView::NSNotFound;
+    const Case cases[] = {
+        {true, {"a.jpg", "b.jpg"}, VRProcessingState::results, none, ""},
+        {false, {"a.jpg", "b.jpg"}, VRProcessingState::results, none, ""},
+        {false, {"a.jpg"}, VRProcessingState::processing, 1, "b.jpg"},
+        {true, {"a.jpg"}, VRProcessingState::resume, 1, ""},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.userPaused << " " << c.deleted.size());
         BatchFixture f({urlAsset("a.jpg"), urlAsset("b.jpg")});
         f.stored = {urlAsset("s0.jpg")};
         f.start();
@@ -280,11 +293,27 @@ TEST(VRResultControllerLifecycle, AllPendingDeletedDuringPauseEndsOnResults) {
             f.controller->touchProcessingButton();
         }
         f.controller->_didEnterBackground();
-        f.deleted = {"a.jpg", "b.jpg"};
+        f.deleted = c.deleted;
         f.controller->_willEnterForeground();
-        EXPECT_EQ(f.controller->processingState(), VRProcessingState::results);
-        EXPECT_EQ(f.controller->pickerView().processingIndex(), VRAssetPickerView::NSNotFound);
-        EXPECT_EQ(f.controller->pickerView().assetList().size(), 1u);
-        EXPECT_EQ(f.processor->calls.size(), 1u);
+        EXPECT_EQ(f.controller->processingState(), c.state);
+        EXPECT_EQ(f.controller->pickerView().processingIndex(), c.index);
+        EXPECT_EQ(f.controller->pickerView().assetList().size(), 3 - c.deleted.size());
+        ASSERT_EQ(f.processor->calls.size(), c.next.empty() ? 1u : 2u);
+        if (!c.next.empty()) {
+            EXPECT_EQ(f.processor->calls[1].asset->objectIdentifier(), c.next);
+        }
     }
+}
+
+// The process's own check on return: a pending file that is gone drops out.
+TEST(VRBatchServices, StandardReloadDropsFilesThatAreGone) {
+    testing_support::TestHome home;
+    testing_support::touch(home.path("in/kept.jpg"));
+    testing_support::touch(home.path("in/gone.jpg"));
+    std::vector<VRAssetRef> assets = {urlAsset(home.path("in/gone.jpg")),
+                                      urlAsset(home.path("in/kept.jpg"))};
+    ASSERT_EQ(std::remove(home.path("in/gone.jpg").c_str()), 0);
+    std::vector<VRAssetRef> kept = VRBatchServices::standard().reloadAssets(assets);
+    ASSERT_EQ(kept.size(), 1u);
+    EXPECT_EQ(kept[0]->objectIdentifier(), home.path("in/kept.jpg"));
 }
