@@ -314,6 +314,11 @@ void VRResultController::_didEnterBackground() {
 }
 
 void VRResultController::_willEnterForeground() {
+    // A continue without a stop before it (someone else's SIGSTOP) finds the run as it was;
+    // reloading the list then would move the entry the asset in work lands on.
+    if (!_inBackground) {
+        return;
+    }
     _inBackground = false;
     _reloadCount = 0;
     std::vector<VRAssetRef> kept = _services.reloadAssets(_picker.pendingAssets());

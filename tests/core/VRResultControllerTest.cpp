@@ -269,6 +269,21 @@ TEST(VRResultControllerLifecycle, SystemPauseResumesTheSameAssetWithOneAlert) {
     EXPECT_EQ(f.processor->calls[1].asset->objectIdentifier(), "a.jpg");
 }
 
+TEST(VRResultControllerLifecycle, ForegroundWithoutBackgroundLeavesTheRunAlone) {
+    BatchFixture f({urlAsset("a.jpg"), urlAsset("b.jpg")});
+    f.start();
+    // Another process stores a result meanwhile; the asset in work must still land on its own
+    // entry.
+    f.stored = {urlAsset("other.jpg")};
+    f.controller->_willEnterForeground();
+    EXPECT_EQ(f.controller->processingState(), VRProcessingState::processing);
+    f.processor->succeed(0);
+    const auto& list = f.controller->pickerView().assetList();
+    ASSERT_EQ(list.size(), 2u);
+    EXPECT_EQ(list[0]->objectIdentifier(), "a.jpg-result");
+    EXPECT_EQ(list[1]->objectIdentifier(), "b.jpg");
+}
+
 TEST(VRResultControllerLifecycle, PendingAssetsDeletedDuringPauseDropOut) {
     struct Case {
         bool userPaused;
