@@ -160,15 +160,15 @@ void VRResultController::_startProcessingPendingAssetsWithSize(CGSize size) {
                 _events.progress(_picker.processingIndex(), progress);
             }
         },
-        [this, alive, run, asset](VRAssetRef result, VRErrorRef error) {
+        [this, alive, run](VRAssetRef result, VRErrorRef error) {
             if (!alive.expired()) {
-                _didCompleteAsset(run, asset, result, error);
+                _didCompleteAsset(run, result, error);
             }
         });
 }
 
-void VRResultController::_didCompleteAsset(std::uint64_t run, const VRAssetRef& /*asset*/,
-                                           const VRAssetRef& result, const VRErrorRef& error) {
+void VRResultController::_didCompleteAsset(std::uint64_t run, const VRAssetRef& result,
+                                           const VRErrorRef& error) {
     if (run != _run) {
         return;
     }

@@ -124,8 +124,7 @@ class VRResultController {
 
   private:
     void _startProcessingPendingAssetsWithSize(CGSize size);
-    void _didCompleteAsset(std::uint64_t run, const VRAssetRef& asset, const VRAssetRef& result,
-                           const VRErrorRef& error);
+    void _didCompleteAsset(std::uint64_t run, const VRAssetRef& result, const VRErrorRef& error);
     void _handleLimitError(const VRError& error);
     void _commitProcessingPedningAsset();
     void _cancelProcessingPendingAssets();
