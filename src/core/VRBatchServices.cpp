@@ -1,0 +1,65 @@
+#include "core/VRBatchServices.h"
+
+#include "assets/VRURLAsset.h"
+#include "core/VRProcessor.h"
+#include "core/VXHelperRate.h"
+#include "platform/FileManager.h"
+#include "results/ResultManager.h"
+#include "storage/VRSettings.h"
+
+namespace {
+
+class MainProcessorAdapter final : public VRBatchProcessor {
+  public:
+    void processAsset(const VRAssetRef& asset, const VXTemplateRef& tpl,
+                      const VRAdjustAssetStateRef& adjustState, CGSize size,
+                      Progression progression, Completion completion) override {
+        VRProcessor::mainProcessor().processAsset(asset, tpl, adjustState, size,
+                                                  std::move(progression), std::move(completion));
+    }
+    void cancelProcessingAssets() override {
+        VRProcessor::mainProcessor().cancelProcessingAssets();
+    }
+};
+
+// A file asset whose file is gone can't be processed any more; other kinds are kept and fail
+// with their own load error when they are gone.
+bool assetStillExists(const VRAsset& asset) {
+    auto urlAsset = std::dynamic_pointer_cast<VRURLAsset>(asset.object());
+    return !urlAsset || platform::FileManager::fileExistsAtPath(urlAsset->url());
+}
+
+}  // namespace
+
+std::shared_ptr<VRBatchProcessor> VRBatchProcessor::mainProcessor() {
+    return std::make_shared<MainProcessorAdapter>();
+}
+
+VRBatchServices VRBatchServices::standard() {
+    VRBatchServices services;
+    services.processor = VRBatchProcessor::mainProcessor();
+    services.storedResults = [] { return ResultManager::shared().assets(); };
+    services.removeStoredResults = [](const std::set<std::size_t>& indexes) {
+        ResultManager::shared().removeAssetsAt(indexes);
+    };
+    services.reloadAssets = [](const std::vector<VRAssetRef>& assets) {
+        std::vector<VRAssetRef> kept;
+        for (const VRAssetRef& asset : assets) {
+            if (asset && assetStillExists(*asset)) {
+                kept.push_back(asset);
+            }
+        }
+        return kept;
+    };
+    services.syncUnsavedAssets = [](const std::vector<VRAssetRef>&) {};
+    services.setRecentAssetsIdentifiers = [](const std::vector<std::string>& identifiers) {
+        VRSettings::setRecentAssetsIdentifiers(identifiers);
+    };
+    services.isNotifyExceedingMaxSizeEnabled = [] {
+        return VRSettings::isNotifyExceedingMaxSizeEnabled();
+    };
+    services.incrementRateInfoProcessed = [] { VXHelper::incrementRateInfoProcessed(); };
+    services.checkAndCommitRateInfo = [] { return VXHelper::checkAndCommitRateInfo(); };
+    services.updateReteInfoWithError = [] { VXHelper::updateReteInfoWithError(); };
+    return services;
+}
