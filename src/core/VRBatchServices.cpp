@@ -1,5 +1,8 @@
 #include "core/VRBatchServices.h"
 
+#include <algorithm>
+
+#include "assets/VRAssetManager2.h"
 #include "assets/VRURLAsset.h"
 #include "core/VRProcessor.h"
 #include "core/VXHelperRate.h"
@@ -43,15 +46,22 @@ VRBatchServices VRBatchServices::standard() {
         ResultManager::shared().removeAssetsAt(indexes);
     };
     services.reloadAssets = [](const std::vector<VRAssetRef>& assets) {
+        // Library assets are fetched anew (a deleted one drops out, a changed one comes back
+        // renewed); the library is only opened when the batch holds some.
+        std::vector<VRAssetRef> reloaded = assets;
+        const bool fromLibrary = std::any_of(assets.begin(), assets.end(), [](const auto& a) {
+            return a && a->type() == VRAssetIdentifierTypeLibrary;
+        });
+        if (fromLibrary) reloaded = VRAssetManager2::defaultManager().reloadAssets(assets).assets;
         std::vector<VRAssetRef> kept;
-        for (const VRAssetRef& asset : assets) {
-            if (asset && assetStillExists(*asset)) {
-                kept.push_back(asset);
-            }
+        for (const VRAssetRef& asset : reloaded) {
+            if (asset && assetStillExists(*asset)) kept.push_back(asset);
         }
         return kept;
     };
-    services.syncUnsavedAssets = [](const std::vector<VRAssetRef>&) {};
+    services.syncUnsavedAssets = [](const std::vector<VRAssetRef>& assets) {
+        VRAssetManager2::defaultManager().syncUnsavedAssets(assets);
+    };
     services.setRecentAssetsIdentifiers = [](const std::vector<std::string>& identifiers) {
         VRSettings::setRecentAssetsIdentifiers(identifiers);
     };
