@@ -204,24 +204,15 @@ std::string cachePathForFile(const std::string& cacheRoot, const std::string& ab
 std::optional<Bitmap> thumbnailForFile(const std::string& cacheRoot,
                                        const std::string& absolutePath, std::uint32_t maxSide,
                                        ErrorRef* error) {
-    struct stat st {};
-    if (stat(absolutePath.c_str(), &st) != 0) {
-        if (error) *error = Error::posixError(errno, "stat", absolutePath);
-        return std::nullopt;
-    }
-    const std::string uri = fileURIForPath(absolutePath);
-    const std::string mtime = std::to_string(static_cast<long long>(st.st_mtim.tv_sec));
-    const std::string cached = cachePathForFile(cacheRoot, absolutePath, maxSide);
-    if (auto image = cachedThumbnail(cached, uri, mtime)) return image;
-    auto made = makeThumbnail(absolutePath, bucketForSide(maxSide).side, error);
-    if (!made) return std::nullopt;
-    const std::string folder = cached.substr(0, cached.rfind('/'));
-    for (std::size_t slash = 1; slash != std::string::npos; slash = folder.find('/', slash + 1))
-        mkdir(folder.substr(0, slash).c_str(), 0700);
-    mkdir(folder.c_str(), 0700);
-    // A cache that can't be written still gives the picture; the next request makes it again.
-    storeThumbnail(cached, *made, uri, mtime);
-    return made;
+    // makeThumbnail turns the picture upright as it scales it.
+    return cachedThumbnailForFile(
+        cacheRoot, absolutePath, maxSide,
+        [&absolutePath](std::uint32_t side, ErrorRef* why) -> std::optional<DrawnThumbnail> {
+            auto made = makeThumbnail(absolutePath, side, why);
+            if (!made) return std::nullopt;
+            return DrawnThumbnail{std::move(*made), 1};
+        },
+        error);
 }
 
 std::optional<Bitmap> cachedThumbnailForFile(const std::string& cacheRoot,
@@ -244,6 +235,7 @@ std::optional<Bitmap> cachedThumbnailForFile(const std::string& cacheRoot,
     for (std::size_t slash = 1; slash != std::string::npos; slash = folder.find('/', slash + 1))
         mkdir(folder.substr(0, slash).c_str(), 0700);
     mkdir(folder.c_str(), 0700);
+    // A cache that can't be written still gives the picture; the next request makes it again.
     storeThumbnail(cached, *image, uri, mtime);
     return image;
 }
