@@ -3,11 +3,10 @@
 #include <algorithm>
 #include <cmath>
 
-#include "model/ImageRendering.h"
-#include "model/VRImageProperties.h"
+#include "assets/VRAssetManager2Internal.h"
+#include "assets/VRURLAsset.h"
 #include "platform/Dispatch.h"
 #include "platform/ImageDestination.h"
-#include "platform/ImageSource.h"
 #include "platform/Log.h"
 
 using namespace platform;
@@ -20,9 +19,9 @@ bool writeThumbnail(const Bitmap& image, const std::string& path) {
     ErrorRef error;
     auto destination = ImageDestination::createWithURL(path, "public.jpeg", 1, &error);
     if (destination) {
-        destination->addImage(image, {{"kCGImageDestinationLossyCompressionQuality",
-                                       PlistValue(kThumbnailQuality)},
-                                      {"HasAlpha", PlistValue(false)}});
+        destination->addImage(
+            image, {{"kCGImageDestinationLossyCompressionQuality", PlistValue(kThumbnailQuality)},
+                    {"HasAlpha", PlistValue(false)}});
         if (destination->finalize(&error)) return true;
     }
     logf("~~ ASSET: no thumbnail at %s: %s", path.c_str(),
@@ -36,40 +35,35 @@ CGSize VRThumbnailSizeForSize(CGSize source, CGSize target, PHImageContentMode c
     if (!(source.width > 0 && source.height > 0 && target.width > 0 && target.height > 0))
         return {0, 0};
     const double rx = target.width / source.width, ry = target.height / source.height;
-    const double scale =
-        std::min(1.0, contentMode == PHImageContentModeAspectFill ? std::max(rx, ry)
-                                                                  : std::min(rx, ry));
+    const double scale = std::min(
+        1.0, contentMode == PHImageContentModeAspectFill ? std::max(rx, ry) : std::min(rx, ry));
     return {std::max(1.0, std::round(source.width * scale)),
             std::max(1.0, std::round(source.height * scale))};
 }
 
 std::optional<Bitmap> VRThumbnailForURL(const std::string& url, CGSize targetSize,
                                         PHImageContentMode contentMode) {
-    auto source = ImageSource::createWithURL(url);
-    if (!source) return std::nullopt;
-    auto properties = VRImageProperties::ofImageSource(*source);
-    auto image = source->createImageAtIndex(0);
-    if (!image || !properties) return std::nullopt;
-    const CGSize size =
-        VRThumbnailSizeForSize(properties->displayedSize(), targetSize, contentMode);
-    if (size.width == 0) return std::nullopt;
+    const bool movie = VRURLAsset::mediaTypeForPath(url) == VRFormatMediaTypeVideo;
+    auto picture = vr_asset_manager::pictureAtPath(url, movie);
+    if (!picture) return std::nullopt;
     // Integral and oriented: the target is upright and already has the picture's proportions.
-    return VRRenderCGImage(*image, properties->orientation().value_or(0), kCGInterpolationMedium,
-                           std::nullopt, VRImageArrangementIntegral | VRImageArrangementOriented,
-                           1, 0, CGRect{}, size, CGPoint{});
+    return vr_asset_manager::drawPicture(
+        *picture, targetSize, contentMode,
+        static_cast<VRImageArrangementBits>(VRImageArrangementIntegral |
+                                            VRImageArrangementOriented));
 }
 
 std::optional<Bitmap> VRCreateThumbnailForURL(const std::string& url,
-                                              const std::string& thumbnailURL,
-                                              CGSize targetSize, PHImageContentMode contentMode,
-                                              bool synchronously) {
+                                              const std::string& thumbnailURL, CGSize targetSize,
+                                              PHImageContentMode contentMode, bool synchronously) {
     auto image = VRThumbnailForURL(url, targetSize, contentMode);
     if (!image) return std::nullopt;
     if (synchronously) {
         if (!writeThumbnail(*image, thumbnailURL)) return std::nullopt;
     } else {
-        DispatchQueue::global(DispatchQoS::utility)
-            .async([copy = *image, thumbnailURL] { writeThumbnail(copy, thumbnailURL); });
+        DispatchQueue::global(DispatchQoS::utility).async([copy = *image, thumbnailURL] {
+            writeThumbnail(copy, thumbnailURL);
+        });
     }
     return image;
 }

@@ -1,5 +1,5 @@
-// Thumbnail files of photos: the asset manager, the result store, the import and file assets
-// make theirs with this one routine, so that every thumbnail of the program is drawn alike.
+// Thumbnail files of photos and movies: the asset manager, the result store, the import and file
+// assets make theirs with this one routine, so that every thumbnail of the program is drawn alike.
 #pragma once
 
 #include <optional>
@@ -20,10 +20,11 @@ enum PHImageContentMode : int {
 CGSize VRThumbnailSizeForSize(CGSize source, CGSize target, PHImageContentMode contentMode);
 
 // createThumbnailForURL:thumbnailURL:targetSize:contentMode:synchronously:. Draws the photo at
-// `url` upright (its EXIF orientation applied) at VRThumbnailSizeForSize, with medium quality,
-// and writes it as a JPEG at `thumbnailURL`, replacing an older thumbnail there; the file
-// appears whole or not at all. `synchronously` false returns the image at once and writes the
-// file on a background queue. Nothing for a file that isn't a readable picture.
+// `url` upright (its EXIF orientation applied), or a movie's frame a tenth into it, at
+// VRThumbnailSizeForSize, with medium quality, and writes it as a JPEG at `thumbnailURL`, replacing
+// an older thumbnail there; the file appears whole or not at all. `synchronously` false returns the
+// image at once and writes the file on a background queue. Nothing for a file that isn't a readable
+// picture or movie.
 std::optional<platform::Bitmap> VRCreateThumbnailForURL(const std::string& url,
                                                         const std::string& thumbnailURL,
                                                         CGSize targetSize,

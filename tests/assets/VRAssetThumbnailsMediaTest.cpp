@@ -37,8 +37,7 @@ TEST(VRAssetThumbnails, FileIsAnUprightJpegAndNothingComesOfAnUnreadableFile) {
     const std::string thumb = home.path("thumbs/t.jpg");
     std::filesystem::create_directories(home.path("thumbs"));
 
-    auto image =
-        VRCreateThumbnailForURL(photo, thumb, {20, 20}, PHImageContentModeAspectFit, true);
+    auto image = VRCreateThumbnailForURL(photo, thumb, {20, 20}, PHImageContentModeAspectFit, true);
     ASSERT_TRUE(image);
     EXPECT_EQ(image->width(), 10u);
     EXPECT_EQ(image->height(), 20u);
@@ -49,6 +48,16 @@ TEST(VRAssetThumbnails, FileIsAnUprightJpegAndNothingComesOfAnUnreadableFile) {
     ASSERT_TRUE(written);
     EXPECT_EQ(written->width(), 10u);
     EXPECT_EQ(written->height(), 20u);
+
+    // A movie gives its frame: testsrc is 64 x 48.
+    const std::string movie = home.path("in/clip.mov");
+    photolibrary_test::makeMovie(movie);
+    auto frame = VRCreateThumbnailForURL(movie, home.path("thumbs/m.jpg"), {32, 32},
+                                         PHImageContentModeAspectFit, true);
+    ASSERT_TRUE(frame);
+    EXPECT_EQ(frame->width(), 32u);
+    EXPECT_EQ(frame->height(), 24u);
+    EXPECT_TRUE(std::filesystem::exists(home.path("thumbs/m.jpg")));
 
     // Not a picture: nothing, and no file.
     const std::string text = home.path("in/notes.jpg");

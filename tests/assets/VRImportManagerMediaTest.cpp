@@ -90,7 +90,7 @@ TEST(VRImportManager, ItemsBecomeLocalAssetsWithThumbnailsBesideTheirCopies) {
          base + "/C/L0/001/clip.mov",
          base + "/C/L0/001/clip_tbn.jpg",
          VRFormatMediaTypeVideo,
-         {0, 0}},
+         {64, 48}},
     };
     ASSERT_EQ(result->size(), std::size(rows));
     for (const Row& row : rows) {

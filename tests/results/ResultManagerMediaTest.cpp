@@ -69,7 +69,7 @@ TEST(ResultManagerMedia, RemovingAPhotoResultLeavesTheLibraryItem) {
     EXPECT_TRUE(VRAssetManager2::defaultManager().assetWithPhotoAssetIdentifier(f.ids[0]));
 }
 
-TEST(ResultManagerMedia, ALocalPhotoGetsAThumbnailAndAMovieStandsWithoutOne) {
+TEST(ResultManagerMedia, LocalPhotosAndMoviesGetThumbnails) {
     testing_support::TestHome home;
     photolibrary_test::makeJpeg(home.path("out/shot.jpg"), 400, 300);
     photolibrary_test::makeMovie(home.path("out/clip.mp4"));
@@ -88,7 +88,10 @@ TEST(ResultManagerMedia, ALocalPhotoGetsAThumbnailAndAMovieStandsWithoutOne) {
     ASSERT_TRUE(thumbnail);
     EXPECT_LT(thumbnail->width(), 400u);
     EXPECT_EQ(photolibrary_test::nameOf(photo->thumbnailURL()), "thumbnail.jpg");
-    EXPECT_FALSE(movie->thumbnailImage());
+    // A movie's thumbnail is its frame (64 x 48), never enlarged.
+    auto frame = movie->thumbnailImage();
+    ASSERT_TRUE(frame);
+    EXPECT_EQ(frame->width(), 64u);
     EXPECT_FALSE(fs::exists(home.path("out/shot.jpg")));
 }
 
