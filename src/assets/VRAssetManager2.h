@@ -64,9 +64,9 @@ class VRAssetManager2 {
                                        ImageDataCompletion completion);
 
     // requestAVAssetForAsset:completion:, answered at once on the calling thread: the movie of
-    // a video asset (library or URL), or for a Live Photo its movie as a temporary link (a copy where linking
-    // fails) at urlForVideoAsset, which the video stage may delete. Null for anything else,
-    // for a missing file, and when the link cannot be made.
+    // a video asset (library or URL), or for a Live Photo its movie as a temporary link (a copy
+    // where linking fails) at urlForVideoAsset, which the video stage may delete. Null for anything
+    // else, for a missing file, and when the link cannot be made.
     using AVAssetCompletion = std::function<void(AVAssetRef movie)>;
     void requestAVAssetForAsset(const VRAssetRef& asset, const AVAssetCompletion& completion);
     // Where the movie of a video asset is read from: its own file, or for a Live Photo the
