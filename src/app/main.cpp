@@ -11,6 +11,7 @@
 #include "app/CrashTest.h"
 #include "core/ApplicationStart.h"
 #include "core/CrashReporting.h"
+#include "core/VRSession.h"
 #include "platform/Environment.h"
 #include "platform/FileManager.h"
 #include "platform/Log.h"
@@ -98,6 +99,9 @@ int runProgram(int argc, char** argv) {
     CrashReporting::start(std::vector<std::string>(argv, argv + argc), hangThreshold(options));
     if (options.crashTest) return app::runCrashTest(*options.crashTest);
     ApplicationStart::prepareUnarchiver();
+    // Every start asks the library for images and videos, in their current versions.
+    VRSession::mainSession().setLoadImagesOnly(false);
+    VRSession::mainSession().setSourceImageEnabled(false);
     announceEarlierReports();
     ApplicationStart::removeTemporaryFiles();
     for (auto& [parser, command] : parsers) {
