@@ -2,9 +2,25 @@
 time, the medians of a Google Benchmark kernel program, the load average, and the verdict
 line of a goal."""
 
+import argparse
 import json
 import os
 import subprocess
+import tempfile
+
+
+def store_arguments(name):
+    """--build, --runs, --count and --scratch of the scripts that time a generated store of
+    `--count` items (a library, a result store) under a scratch folder named after `name`."""
+    parser = argparse.ArgumentParser()
+    repo = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+    parser.add_argument("--build", default=os.path.join(repo, "build", "release"))
+    parser.add_argument("--runs", type=int, default=5)
+    parser.add_argument("--count", type=int, default=10000)
+    parser.add_argument("--scratch", default=os.path.join(tempfile.gettempdir(), f"unwarp-{name}-bench"))
+    args = parser.parse_args()
+    os.makedirs(args.scratch, exist_ok=True)
+    return args
 
 
 def log(text=""):

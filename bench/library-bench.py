@@ -16,14 +16,12 @@ their start-up is part of their figure.
 The machine is shared: the load average and `uptime` are printed with the results.
 """
 
-import argparse
 import os
 import shutil
 import statistics
 import subprocess
-import tempfile
 
-from benchtools import goal_line, kernel_medians, loadavg, log, run, timed
+from benchtools import goal_line, store_arguments, kernel_medians, loadavg, log, run, timed
 
 
 def make_library(scratch, count):
@@ -63,14 +61,7 @@ def median_wall(command, cwd, runs):
 
 
 def main():
-    parser = argparse.ArgumentParser()
-    repo = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
-    parser.add_argument("--build", default=os.path.join(repo, "build", "release"))
-    parser.add_argument("--runs", type=int, default=5)
-    parser.add_argument("--count", type=int, default=10000)
-    parser.add_argument("--scratch", default=os.path.join(tempfile.gettempdir(), "unwarp-library-bench"))
-    args = parser.parse_args()
-    os.makedirs(args.scratch, exist_ok=True)
+    args = store_arguments("library")
     root = make_library(args.scratch, args.count)
     big = make_big_jpeg(args.scratch)
     load_before = loadavg()

@@ -15,15 +15,13 @@ The in-process times are medians from ResultStoreBenchmark.
 The machine is shared: the load average and `uptime` are printed with the results.
 """
 
-import argparse
 import os
 import shutil
 import statistics
 import subprocess
-import tempfile
 import uuid
 
-from benchtools import goal_line, kernel_medians, loadavg, log, run, timed
+from benchtools import goal_line, store_arguments, kernel_medians, loadavg, log, run, timed
 
 
 def make_store(scratch, count):
@@ -56,14 +54,7 @@ def make_store(scratch, count):
 
 
 def main():
-    parser = argparse.ArgumentParser()
-    repo = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
-    parser.add_argument("--build", default=os.path.join(repo, "build", "release"))
-    parser.add_argument("--runs", type=int, default=5)
-    parser.add_argument("--count", type=int, default=10000)
-    parser.add_argument("--scratch", default=os.path.join(tempfile.gettempdir(), "unwarp-results-bench"))
-    args = parser.parse_args()
-    os.makedirs(args.scratch, exist_ok=True)
+    args = store_arguments("results")
     home, results = make_store(args.scratch, args.count)
     jpeg = os.path.join(args.scratch, "640x480.jpg")
     if not os.path.exists(jpeg):

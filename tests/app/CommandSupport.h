@@ -219,4 +219,13 @@ inline std::vector<std::string> allFilesUnder(const std::string& folder) {
     return names;
 }
 
+// Plain files left anywhere under `folder` (lock files aside): a share leaves none behind.
+inline std::size_t filesUnder(const std::string& folder) {
+    std::size_t count = 0;
+    std::error_code ec;
+    for (const auto& e : std::filesystem::recursive_directory_iterator(folder, ec))
+        count += e.is_regular_file() && e.path().extension() != ".lock";
+    return count;
+}
+
 }  // namespace command_test

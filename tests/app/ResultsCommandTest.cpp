@@ -14,14 +14,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Plain files left anywhere under `folder` (lock files aside): a share leaves none behind.
-std::size_t filesUnder(const std::string& folder) {
-    std::size_t count = 0;
-    std::error_code ec;
-    for (const auto& e : fs::recursive_directory_iterator(folder, ec))
-        count += e.is_regular_file() && e.path().extension() != ".lock";
-    return count;
-}
+using command_test::filesUnder;
 using command_test::Outcome;
 using command_test::unwarp;
 using nlohmann::json;

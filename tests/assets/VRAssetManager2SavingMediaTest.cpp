@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "../platform/PhotoLibraryTestSupport.h"
+#include "SavingFixture.h"
 #include "assets/VRAssetManager2.h"
 #include "assets/VRLibraryAsset.h"
 #include "assets/VRURLAsset.h"
@@ -21,18 +22,8 @@ using testing_support::namesIn;
 using testing_support::Signal;
 using testing_support::TestHome;
 
-class VRAssetManager2SavingMedia : public ::testing::Test {
+class VRAssetManager2SavingMedia : public saving_test::ManagerWithLibrary {
   protected:
-    void openLibrary() {
-        library = photolibrary_test::openLibrary(home);
-        ASSERT_TRUE(library);
-        manager.setPhotoLibrary(library);
-    }
-    void TearDown() override {
-        manager.setAutoSaveAlbumName("");
-        manager.setSourceAlbumName("");
-        manager.setPhotoLibrary(nullptr);
-    }
     // Saves and waits: the new asset's identifier, empty on failure.
     std::string save(const VRAssetResource& resource, const VRAssetRef& original) {
         Signal done;
@@ -53,10 +44,6 @@ class VRAssetManager2SavingMedia : public ::testing::Test {
         if (!found.firstObject()) return std::nullopt;
         return *found.firstObject();
     }
-
-    TestHome home;
-    VRAssetManager2& manager = VRAssetManager2::defaultManager();
-    std::shared_ptr<platform::PhotoLibrary> library;
 };
 
 TEST_F(VRAssetManager2SavingMedia, ResultsGoToTheirAlbumAndOriginalsAreLinkedNotCopied) {

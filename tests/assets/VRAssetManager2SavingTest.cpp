@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "../platform/PhotoLibraryTestSupport.h"
+#include "SavingFixture.h"
 #include "assets/VRAssetManager2.h"
 #include "assets/VRURLAsset.h"
 #include "platform/Dispatch.h"
@@ -20,24 +21,7 @@ using testing_support::namesIn;
 using testing_support::Signal;
 using testing_support::TestHome;
 
-// A fresh home whose library the manager uses; the manager's saving state is reset after.
-class VRAssetManager2Saving : public ::testing::Test {
-  protected:
-    void openLibrary() {
-        library = photolibrary_test::openLibrary(home);
-        ASSERT_TRUE(library);
-        manager.setPhotoLibrary(library);
-    }
-    void TearDown() override {
-        manager.setAutoSaveAlbumName("");
-        manager.setSourceAlbumName("");
-        manager.setPhotoLibrary(nullptr);
-    }
-
-    TestHome home;
-    VRAssetManager2& manager = VRAssetManager2::defaultManager();
-    std::shared_ptr<platform::PhotoLibrary> library;
-};
+using VRAssetManager2Saving = saving_test::ManagerWithLibrary;
 
 TEST_F(VRAssetManager2Saving, NextAlbumNameCountsFromTheLastDigitAndSkipsTakenTitles) {
     struct Row {
