@@ -30,21 +30,17 @@ std::string VRLocalAsset::originalFilename() const {
 }
 
 void VRLocalAsset::_loadAttributes() const {
-    std::call_once(_attributesLoaded, [this] {
-        VRMediaAttributes attributes = VRLoadMediaAttributes(_url, _mediaType);
-        if (attributes.pixelSize) _pixelSize = *attributes.pixelSize;
-        _duration = attributes.duration;
-    });
+    _attributes.load(_url, _mediaType);
 }
 
 CGSize VRLocalAsset::pixelSize() const {
     _loadAttributes();
-    return _pixelSize;
+    return _attributes.pixelSize();
 }
 
 double VRLocalAsset::duration() const {
     _loadAttributes();
-    return _duration.value_or(0);
+    return _attributes.duration();
 }
 
 bool VRLocalAsset::isEqual(const VRAssetObject& other) const {

@@ -3,11 +3,11 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 
 #include "assets/VRAssetObject.h"
+#include "assets/VRMediaAttributes.h"
 #include "platform/Bitmap.h"
 
 class VRLocalAsset : public VRAssetObject {
@@ -51,7 +51,5 @@ class VRLocalAsset : public VRAssetObject {
     std::string _thumbnailURL;
     std::optional<std::string> _pairedVideoURL;
     platform::PlistDate _creationDate;
-    mutable std::once_flag _attributesLoaded;
-    mutable CGSize _pixelSize{640, 480};
-    mutable std::optional<double> _duration;
+    VRLazyMediaAttributes _attributes;
 };

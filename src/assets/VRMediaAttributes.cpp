@@ -31,3 +31,13 @@ VRMediaAttributes VRLoadMediaAttributes(const std::string& path, VRFormatMediaTy
     }
     return attributes;
 }
+
+void VRLazyMediaAttributes::load(const std::string& path, VRFormatMediaType mediaType,
+                                 const std::function<void()>& alsoOnce) const {
+    std::call_once(_loaded, [&] {
+        if (alsoOnce) alsoOnce();
+        VRMediaAttributes attributes = VRLoadMediaAttributes(path, mediaType);
+        if (attributes.pixelSize) _pixelSize = *attributes.pixelSize;
+        _duration = attributes.duration;
+    });
+}

@@ -3,6 +3,8 @@
 // orientation) and a movie's duration. URL, local and file assets share this one reading.
 #pragma once
 
+#include <functional>
+#include <mutex>
 #include <optional>
 #include <string>
 
@@ -16,3 +18,19 @@ struct VRMediaAttributes {
 };
 
 VRMediaAttributes VRLoadMediaAttributes(const std::string& path, VRFormatMediaType mediaType);
+
+// The same read once, on first use, for assets that keep their file's attributes: 640 x 480
+// and no duration until read and when the file can't be read.
+class VRLazyMediaAttributes {
+  public:
+    // Reads the file the first time only; `alsoOnce` runs in the same once (a date to read).
+    void load(const std::string& path, VRFormatMediaType mediaType,
+              const std::function<void()>& alsoOnce = {}) const;
+    CGSize pixelSize() const { return _pixelSize; }
+    double duration() const { return _duration.value_or(0); }
+
+  private:
+    mutable std::once_flag _loaded;
+    mutable CGSize _pixelSize{640, 480};
+    mutable std::optional<double> _duration;
+};

@@ -40,12 +40,8 @@ std::string VRURLAsset::originalFilename() const {
 }
 
 void VRURLAsset::_loadAttributes() const {
-    std::call_once(_attributesLoaded, [this] {
-        _creationDate = FileManager::creationDateOfItemAtPath(_url);
-        VRMediaAttributes attributes = VRLoadMediaAttributes(_url, _mediaType);
-        if (attributes.pixelSize) _pixelSize = *attributes.pixelSize;
-        _duration = attributes.duration;
-    });
+    _attributes.load(_url, _mediaType,
+                     [this] { _creationDate = FileManager::creationDateOfItemAtPath(_url); });
 }
 
 std::optional<platform::PlistDate> VRURLAsset::creationDate() const {
@@ -55,12 +51,12 @@ std::optional<platform::PlistDate> VRURLAsset::creationDate() const {
 
 CGSize VRURLAsset::pixelSize() const {
     _loadAttributes();
-    return _pixelSize;
+    return _attributes.pixelSize();
 }
 
 double VRURLAsset::duration() const {
     _loadAttributes();
-    return _duration.value_or(0);
+    return _attributes.duration();
 }
 
 bool VRURLAsset::isEqual(const VRAssetObject& other) const {

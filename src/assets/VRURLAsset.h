@@ -3,11 +3,11 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 
 #include "assets/VRAssetObject.h"
+#include "assets/VRMediaAttributes.h"
 
 class VRURLAsset : public VRAssetObject {
   public:
@@ -56,8 +56,6 @@ class VRURLAsset : public VRAssetObject {
     std::optional<std::string> _pairedVideoURL;
     VRFormatMediaType _mediaType = VRFormatMediaTypeNone;
     platform::PlistDate _assetCreationDate;
-    mutable std::once_flag _attributesLoaded;
-    mutable CGSize _pixelSize{640, 480};
-    mutable std::optional<double> _duration;
+    VRLazyMediaAttributes _attributes;
     mutable std::optional<platform::PlistDate> _creationDate;
 };
