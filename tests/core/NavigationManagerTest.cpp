@@ -2,8 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include "assets/VRAssetManager2.h"
 #include "core/NavigationSupport.h"
 #include "platform/Dispatch.h"
+#include "platform/UUID.h"
+#include "support/TestHome.h"
 
 namespace {
 
@@ -238,6 +241,21 @@ TEST(NavigationManager, AFailedBuildEndsTheSessionAtOnce) {
     walk.manager.resultsControllerDidFinishWithAssets({}, false, false);
     EXPECT_EQ(laterCalls, 0);
     EXPECT_EQ(walk.ended.size(), 1u);
+}
+
+TEST(NavigationManager, BeginEmptiesTheFolderOfDrawnThumbnails) {
+    testing_support::TestHome home;
+    const std::string folder = VRAssetManager2::thumbnailURL();
+    const std::string drawn = platform::UUIDString();
+    testing_support::touch(folder + "/" + drawn);
+    // A thumbnail another process is still writing under a temporary name stays.
+    testing_support::touch(folder + "/." + drawn + ".tmp");
+    Recorder recorder;
+    NavigationServices services = recorder.services();
+    services.clearThumbnailDirectories = NavigationServices::standard().clearThumbnailDirectories;
+    NavigationManager manager(services);
+    ASSERT_TRUE(manager.beginLegacyWith({photo("p")}, nullptr, 0, {}));
+    EXPECT_EQ(testing_support::namesIn(folder), std::vector<std::string>{"." + drawn + ".tmp"});
 }
 
 }  // namespace
