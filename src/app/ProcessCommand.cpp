@@ -14,6 +14,7 @@
 #include <nlohmann/json.hpp>
 
 #include "app/Command.h"
+#include "app/ProcessAdjust.h"
 #include "app/ProcessArguments.h"
 #include "app/ProcessLibraryInput.h"
 #include "app/ResultHandOver.h"
@@ -157,6 +158,7 @@ class ProcessCommand : public app::Command {
         command->add_option("--shift", _shift,
                             "Move the picture by X,Y output pixels (right, down)");
         command->add_option("--fill", _fill, "Colour of the margins, #RRGGBB or #RRGGBBAA");
+        command->add_option("--adjust", _adjust, app::kAdjustOptionHelp);
         command
             ->add_option("--live", _live,
                          "A Live Photo: its still, then its movie (needs the settings "
@@ -180,6 +182,8 @@ class ProcessCommand : public app::Command {
         code = prepareLivePhoto();
         if (code != app::kExitSuccess) return code;
         code = checkMediaAgainstTemplate();
+        if (code != app::kExitSuccess) return code;
+        code = app::prepareAdjustStates(_adjust, _files, _libraryAssets, *_tpl, _adjusted);
         if (code != app::kExitSuccess) return code;
         code = prepareOutputFolder();
         if (code != app::kExitSuccess) return code;
@@ -286,7 +290,7 @@ class ProcessCommand : public app::Command {
         const bool showProgress = isatty(STDERR_FILENO);
         auto& processor = VRProcessor::mainProcessor();
         processor.processAsset(
-            asset, _tpl, _state, size,
+            asset, _tpl, app::adjustStateForAsset(_adjusted, *asset, _state), size,
             [showProgress](double progress) {
                 if (showProgress) std::cerr << progressBar(progress) << std::flush;
             },
@@ -519,6 +523,8 @@ class ProcessCommand : public app::Command {
     std::optional<std::string> _rotate;
     std::optional<std::string> _shift;
     std::optional<std::string> _fill;
+    std::optional<std::string> _adjust;
+    std::optional<VRAdjustState> _adjusted;
     std::vector<std::string> _files;
     app::LibraryInput _library;
     std::vector<VRAssetRef> _libraryAssets;

@@ -46,3 +46,11 @@ std::optional<VRColor> LegacyManager::defaultPhotoColor() {
 std::optional<VRColor> LegacyManager::defaultVideoColor() {
     return VRSettings2::defaultVideoColor();
 }
+
+void LegacyManager::setDefaultPhotoColor(const std::optional<VRColor>& color) {
+    VRSettings2::setDefaultPhotoColor(color);
+}
+
+void LegacyManager::setDefaultVideoColor(const std::optional<VRColor>& color) {
+    VRSettings2::setDefaultVideoColor(color);
+}

@@ -44,4 +44,7 @@ class LegacyManager {
     // The settings' chosen fill colours, absent while none is chosen.
     static std::optional<VRColor> defaultPhotoColor();
     static std::optional<VRColor> defaultVideoColor();
+    // Store (or, with none, forget) the chosen fill colour of the media type.
+    static void setDefaultPhotoColor(const std::optional<VRColor>& color);
+    static void setDefaultVideoColor(const std::optional<VRColor>& color);
 };
