@@ -1,11 +1,5 @@
 #include "app/ResultsSharing.h"
 
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstdlib>
 #include <iostream>
 #include <nlohmann/json.hpp>
 
@@ -13,13 +7,12 @@
 #include "model/VXHelperDevice.h"
 #include "platform/Dispatch.h"
 #include "platform/FileManager.h"
+#include "platform/MailComposer.h"
 #include "platform/PhotoLibrary.h"
 #include "results/ExportManager.h"
 #include "results/VRFolderExportActivity.h"
 #include "results/VRSharingNamePrompt.h"
 #include "storage/VRSettings.h"
-
-extern char** environ;
 
 namespace app::results {
 namespace {
@@ -164,39 +157,9 @@ std::optional<VRImageSaveActivity::SaveError> saveItemsToLibrary(
 }
 
 std::optional<VRMailActivity::Sender> mailSender() {
-    const char* path = std::getenv("PATH");
-    if (!path) return std::nullopt;
-    std::string found;
-    std::string paths = path;
-    for (std::size_t start = 0; start <= paths.size();) {
-        std::size_t end = paths.find(':', start);
-        if (end == std::string::npos) end = paths.size();
-        const std::string candidate = paths.substr(start, end - start) + "/xdg-email";
-        if (end > start && access(candidate.c_str(), X_OK) == 0) {
-            found = candidate;
-            break;
-        }
-        start = end + 1;
-    }
-    if (found.empty()) return std::nullopt;
-    return [found](const std::vector<std::string>& attachments) -> platform::ErrorRef {
-        std::vector<std::string> arguments{found};
-        for (const auto& file : attachments) {
-            arguments.push_back("--attach");
-            arguments.push_back(file);
-        }
-        std::vector<char*> argv;
-        for (auto& a : arguments) argv.push_back(a.data());
-        argv.push_back(nullptr);
-        pid_t pid = 0;
-        if (const int failed =
-                posix_spawn(&pid, found.c_str(), nullptr, nullptr, argv.data(), environ))
-            return platform::Error::posixError(failed, "xdg-email");
-        int status = 0;
-        while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-        }
-        if (WIFEXITED(status) && WEXITSTATUS(status) == 0) return nullptr;
-        return platform::Error::posixError(EIO, "xdg-email");
+    if (!platform::MailComposer::canSendMail()) return std::nullopt;
+    return [](const std::vector<std::string>& attachments) -> platform::ErrorRef {
+        return platform::MailComposer::composeMail({{}, {}, {}, attachments});
     };
 }
 

@@ -369,6 +369,18 @@ std::vector<Setting> settingsTable() {
          }},
         integerSetting("colorThemeType", "colorThemeType", S::colorThemeType, S::setColorThemeType,
                        0, 2),
+        {"supportEmailAddress", "supportEmailAddress", S::supportEmailAddress,
+         [](const std::string& text, bool, std::string* problem) {
+             // One plain address: it goes to the mail program as an argument of its own.
+             static const std::regex pattern("^([^-\\s@][^\\s@]*@[^\\s@]+)?$");
+             if (!std::regex_match(text, pattern)) {
+                 *problem = "one e-mail address, like name@example.com: " + text;
+                 return false;
+             }
+             S::setSupportEmailAddress(text);
+             return true;
+         },
+         [] { return std::string("Where error reports are mailed; empty for the default"); }},
         {"vr-unwarp-home-screen-mode", "homeScreenMode",
          [] {
              return S::isHomeScreenModeUnknown() ? std::string("unknown")

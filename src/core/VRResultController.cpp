@@ -381,9 +381,43 @@ void VRResultController::_showErrorWithTitle(const std::optional<std::string>& t
                        nullptr};
     std::weak_ptr<int> alive = _alive;
     alert.answer = [this, alive, message, info](std::size_t button) {
-        if (button == 0 && !alive.expired() && _events.emailError) {
+        if (button != 0 || alive.expired()) {
+            return;
+        }
+        if (_events.emailError) {
             _events.emailError(message, info);
+        } else {
+            _emailError(message, info);
         }
     };
     _emitAlert(alert);
+}
+
+void VRResultController::_emailError(const std::string& message,
+                                     const std::optional<platform::PlistDictionary>& info) {
+    _emailWithTitle(VRErrorReport::kSubject, VRErrorReport::mailBody(message),
+                    VRErrorReport::propertyListData(info));
+}
+
+void VRResultController::_emailWithTitle(
+    const std::string& title, const std::string& message,
+    const std::optional<platform::PlistData>& properyListData) {
+    std::weak_ptr<int> alive = _alive;
+    VRErrorReport::emailWithTitleInBackground(title, message, properyListData,
+                                              [this, alive](const VRErrorReportOutcome& outcome) {
+                                                  if (alive.expired()) {
+                                                      return;
+                                                  }
+                                                  if (!outcome.sent) {
+                                                      _emitAlert({VRBatchAlert::Kind::mailWarning,
+                                                                  VRErrorReport::kWarningTitle,
+                                                                  VRErrorReport::kWarningMessage,
+                                                                  {VRErrorReport::kWarningButton},
+                                                                  [](std::size_t) {},
+                                                                  outcome.reportFolder});
+                                                  }
+                                                  if (_events.errorReported) {
+                                                      _events.errorReported(outcome);
+                                                  }
+                                              });
 }

@@ -17,6 +17,7 @@
 #include "core/VRAssetPickerView.h"
 #include "core/VRBatchServices.h"
 #include "core/VRError.h"
+#include "core/VRErrorReport.h"
 #include "model/VRAdjustState.h"
 #include "platform/Geometry.h"
 #include "platform/PlistValue.h"
@@ -31,12 +32,15 @@ std::optional<std::string> VRProcessingButtonTitle(VRProcessingState state);
 // An alert a front end shows: its words, its buttons by index, and the callback it calls once
 // with the index of the button chosen (on the main thread).
 struct VRBatchAlert {
-    enum class Kind { error, exceedingMaxSize, processingRestrictions, storedLocally };
+    // mailWarning: an error report that no mail program took ("Warning").
+    enum class Kind { error, exceedingMaxSize, processingRestrictions, storedLocally, mailWarning };
     Kind kind;
     std::string title;
     std::string message;
     std::vector<std::string> buttons;
     std::function<void(std::size_t buttonIndex)> answer;
+    // With mailWarning: the report folder written instead, for the front end to show.
+    std::optional<std::string> reportFolder = std::nullopt;
 };
 
 // Each is optional; all are called on the main thread.
@@ -51,10 +55,14 @@ struct VRResultControllerEvents {
     // The list or the selection changed (a clear, the return from the background).
     std::function<void()> listChanged;
     std::function<void(bool hidden)> shareButtonHidden;
-    // "Contact us" of an error: the message without its suffix and the details, if any.
+    // "Contact us" of an error: the message without its suffix and the details, if any. Without
+    // it the controller sends the error report itself (_emailError), shows the "Warning" alert
+    // when no mail program took it, and tells errorReported.
     std::function<void(const std::string& message,
                        const std::optional<platform::PlistDictionary>& info)>
         emailError;
+    // The error report of "Contact us" went to the mail program or into a report folder.
+    std::function<void(const VRErrorReportOutcome& outcome)> errorReported;
     // The rate counters say it is time to ask for a review.
     std::function<void()> requestReview;
     // resultsController:didFinishWithAssets:reload:updatingSettings:.
@@ -135,6 +143,12 @@ class VRResultController {
     void _updateShareButtonState();
     void _showErrorWithTitle(const std::optional<std::string>& title, const std::string& message,
                              const std::optional<platform::PlistDictionary>& info);
+    void _emailError(const std::string& message,
+                     const std::optional<platform::PlistDictionary>& info);
+    // The sending waits on a background queue; the run goes on meanwhile and its state is
+    // left as it is.
+    void _emailWithTitle(const std::string& title, const std::string& message,
+                         const std::optional<platform::PlistData>& properyListData);
     void _setButtonState(VRProcessingState state);
     void _emitAlert(const VRBatchAlert& alert);
 

@@ -21,6 +21,7 @@ namespace {
 std::atomic<platform::UserDefaults*> gStore{nullptr};
 
 constexpr const char* kDefaultExportBasename = "uwrp_img";
+constexpr const char* kDefaultSupportEmailAddress = "support@vorela.com";
 
 // The accessors below run _prepareSettings first; these two don't.
 PlistValue get(const char* key) {
@@ -414,6 +415,14 @@ std::string VRSettings::cameraDevice() {
 void VRSettings::setCameraDevice(const std::string& device) {
     _prepareSettings();
     set(device, kCameraDevice);
+}
+std::string VRSettings::supportEmailAddress() {
+    _prepareSettings();
+    return stringOr(get(kSupportEmailAddress), kDefaultSupportEmailAddress);
+}
+void VRSettings::setSupportEmailAddress(const std::string& address) {
+    _prepareSettings();
+    set(address, kSupportEmailAddress);
 }
 std::int64_t VRSettings::colorThemeType() {
     return getInteger(kColorThemeType);

@@ -136,6 +136,10 @@ class VRSettings {
     // value) for /dev/video0.
     static std::string cameraDevice();
     static void setCameraDevice(const std::string& device);
+    // The operator's support address that error reports are mailed to; "support@vorela.com"
+    // while none is stored. A deployment sets its own.
+    static std::string supportEmailAddress();
+    static void setSupportEmailAddress(const std::string& address);
     static std::int64_t colorThemeType();  // 0 follow the system, 1 light, 2 dark
     static void setColorThemeType(std::int64_t type);
     static std::int64_t homeScreenMode();

@@ -37,6 +37,7 @@ inline constexpr const char* kExportFilenameType = "exportFilenameType";
 inline constexpr const char* kExportFilenameBasename = "exportFilenameBasename";
 inline constexpr const char* kLibraryPath = "libraryPath";
 inline constexpr const char* kCameraDevice = "cameraDevice";
+inline constexpr const char* kSupportEmailAddress = "supportEmailAddress";
 inline constexpr const char* kColorThemeType = "colorThemeType";
 inline constexpr const char* kHomeScreenMode = "vr-unwarp-home-screen-mode";
 inline constexpr const char* kRecentAssetsIdentifiers = "recentAssetsIdentifiers";

@@ -141,7 +141,7 @@ TEST(ResultsCommand, MailAttachesTheNamedFilesThroughXdgEmail) {
     ASSERT_EQ(code, 0) << out;
     EXPECT_EQ(command_test::filesIn(bin + "/got"),
               (std::vector<std::string>{"letter1.txt", "letter2.txt"}));
-    EXPECT_EQ(command_test::contentsOf(bin + "/args").substr(0, 9), "--attach ");
+    EXPECT_EQ(command_test::contentsOf(bin + "/args").substr(0, 16), "--utf8 --attach ");
     // The attachments were the session's links, which are gone once the share has ended.
     EXPECT_EQ(filesUnder(home.path("tmp")), 0u);
 

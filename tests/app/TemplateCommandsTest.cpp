@@ -275,6 +275,15 @@ TEST(TemplateCommands, SettingsShowStoredKeysAndValuesBesideTheirMeaning) {
         {"settings set videoBitrateAuto false", 0,
          "videoBitrateAuto = false (videoBitrate is used)\n"},
         {"settings get videoBitrate", 0, "videoBitrate = 0.5 (0.5 Mbit/s)\n"},
+        // The report address goes to the mail program as an argument: one plain address.
+        {"settings get supportEmailAddress", 0,
+         "supportEmailAddress = support@vorela.com (Where error reports are mailed; empty for "
+         "the default)\n"},
+        {"settings set supportEmailAddress ops@example.org", 0,
+         "supportEmailAddress = ops@example.org (Where error reports are mailed; empty for the "
+         "default)\n"},
+        {"settings set supportEmailAddress -- --attach=x@y", 2, ""},
+        {"settings set supportEmailAddress 'a b@example.org'", 2, ""},
         {"settings reset", 0, ""},
         {"settings get autoSaveDisabled", 0,
          "autoSaveDisabled = true (results are not saved to the library)\n"},
