@@ -7,6 +7,7 @@
 #include "app/TemplateArguments.h"
 #include "app/TemplateJSON.h"
 #include "model/VXHelperText.h"
+#include "platform/UnicodeText.h"
 #include "storage/VRSettings.h"
 #include "templates/TemplateBodies.h"
 #include "templates/TemplateManager.h"
@@ -180,7 +181,8 @@ class TemplateCommand : public app::Command {
         if (_media != "photo") {
             tpl->setSizeEntry(*videoSize, *videoFormat, options, VRFormatMediaTypeVideo);
         }
-        bool blank = !_name || _name->find_first_not_of(" \t\n\r\f\v") == std::string::npos;
+        // The counter is taken only for a name that validateTemplateName replaces.
+        const bool blank = !_name || platform::isBlank(*_name);
         std::uint64_t index =
             blank ? static_cast<std::uint64_t>(VRSettings::incrementedIndex()) : 0;
         tpl->setName(VXHelper::validateTemplateName(_name, index));
