@@ -13,9 +13,10 @@ add_library(unwarp::platform_deps ALIAS unwarp_platform_deps)
 target_link_libraries(unwarp_platform_deps INTERFACE PkgConfig::PLIST PkgConfig::CPP_HTTPLIB)
 
 # Image codecs, metadata, colour management, scaling, FFmpeg (with its device input for the
-# camera) and the photo library's SQLite catalogue behind the platform services.
+# camera), the photo library's SQLite catalogue and ICU's text rules behind the platform
+# services.
 foreach(mod IN ITEMS libjpeg libpng libtiff-4 libheif libwebp libwebpdemux libwebpmux exiv2 zimg
-                     lcms2 imagequant
+                     lcms2 imagequant icu-uc
                      libavformat libavcodec libavutil libswscale libavdevice sqlite3)
     string(MAKE_C_IDENTIFIER "${mod}" var)
     string(TOUPPER "${var}" var)

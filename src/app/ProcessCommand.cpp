@@ -23,6 +23,7 @@
 #include "assets/VRURLAsset.h"
 #include "core/ErrorMessages.h"
 #include "core/VRProcessor.h"
+#include "editing/VRPresetViewAbstract.h"
 #include "model/TypeIdentifiers.h"
 #include "model/VRFormat.h"
 #include "model/VXHelperSize.h"
@@ -200,7 +201,8 @@ class ProcessCommand : public app::Command {
 
   private:
     int prepare() {
-        _tpl = TemplateManager::shared().templateWithKey(_key);
+        _tpl = VRPresetViewAbstract::templateWithSourceOptions(
+            TemplateManager::shared().templateWithKey(_key));
         if (!_tpl) return app::reportUsageError("no template with key " + _key);
         if (_format) {
             std::string problem;

@@ -6,6 +6,7 @@
 #include "app/Command.h"
 #include "app/TemplateArguments.h"
 #include "app/TemplateJSON.h"
+#include "editing/VRPresetViewAbstract.h"
 #include "model/VRAdjustAssetState.h"
 #include "model/VRSizeResolver.h"
 #include "model/VXHelperDevice.h"
@@ -52,7 +53,7 @@ class SizeCommand : public app::Command {
         auto source = app::parseSourceSize(_source, &problem);
         if (!mediaType || !source) return app::reportUsageError(problem);
         auto& manager = TemplateManager::shared();
-        auto tpl = manager.templateWithKey(_key);
+        auto tpl = VRPresetViewAbstract::templateWithSourceOptions(manager.templateWithKey(_key));
         if (!tpl) return app::reportFailure("no template with key " + _key);
         auto entry = tpl->sizeEntryForMediaType(*mediaType);
         if (!entry) {

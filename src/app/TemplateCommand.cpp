@@ -1,12 +1,14 @@
-// `unwarp template show|create|rename|duplicate|remove`: one template by key, and the user's
-// own templates, stored through the template store.
+// `unwarp template show|edit|create|rename|duplicate|remove`: one template by key, its size
+// editor, and the user's own templates, stored through the template store.
 #include <iostream>
 #include <nlohmann/json.hpp>
 
 #include "app/Command.h"
 #include "app/TemplateArguments.h"
+#include "app/TemplateEdit.h"
 #include "app/TemplateJSON.h"
 #include "model/VXHelperText.h"
+#include "platform/UnicodeText.h"
 #include "storage/VRSettings.h"
 #include "templates/TemplateBodies.h"
 #include "templates/TemplateManager.h"
@@ -93,6 +95,25 @@ class TemplateCommand : public app::Command {
         _show->add_option("KEY", _key, "Template key (see unwarp templates)")->required();
         _show->add_flag("--json", _json, "Print JSON instead of text");
 
+        _edit = command->add_subcommand(
+            "edit", "Run the size editor on KEY with the given field values and show it");
+        _edit->add_option("KEY", _editing.key, "Template key")->required();
+        _edit->add_option("EDIT", _editing.assignments,
+                          "FIELD=VALUE, in order: width, height (typed as in the field), "
+                          "type (px, %, up, down), mode (normal, smart), method");
+        _edit->add_option("--media", _editing.media, "photo or video")->default_val("photo");
+        _edit->add_option("--width", _editing.width, "Width field text");
+        _edit->add_option("--height", _editing.height, "Height field text");
+        _edit->add_option("--type", _editing.type, "px, %, up or down");
+        _edit->add_option("--mode", _editing.mode, "normal or smart");
+        _edit->add_option("--method", _editing.method, "stretch, fit or clip");
+        _edit->add_option("--target", _editing.target, "Preview target WxH (its orientation)");
+        _edit->add_flag("--swap", _editing.swap, "Touch the swap control");
+        _edit->add_flag("--toggle-ratio", _editing.toggleRatio, "Touch the ratio direction");
+        _edit->add_flag("--save", _editing.save,
+                        "Store the result: your template in place, any other as a new recent");
+        _edit->add_flag("--json", _editing.json, "Print JSON instead of text");
+
         _create = command->add_subcommand("create", "Create one of your own templates");
         _create->add_option("--name", _name, "Title; blank gives \"Template N\"");
         _create
@@ -126,11 +147,13 @@ class TemplateCommand : public app::Command {
 
     int run() override {
         if (_show->parsed()) return waitAndReturn(show());
+        if (_edit->parsed()) return waitAndReturn(edit());
         if (_create->parsed()) return waitAndReturn(create());
         if (_rename->parsed()) return waitAndReturn(rename());
         if (_duplicate->parsed()) return waitAndReturn(duplicate());
         if (_remove->parsed()) return waitAndReturn(remove());
-        return app::reportUsageError("template needs show, create, rename, duplicate or remove");
+        return app::reportUsageError(
+            "template needs show, edit, create, rename, duplicate or remove");
     }
 
   private:
@@ -157,6 +180,13 @@ class TemplateCommand : public app::Command {
         return app::kExitSuccess;
     }
 
+    int edit() {
+        auto& manager = TemplateManager::shared();
+        auto tpl = resolve(manager, _editing.key);
+        if (!tpl) return app::reportFailure("no template with key " + _editing.key);
+        return app::runTemplateEdit(_editing, tpl, isUserTemplate(manager, _editing.key));
+    }
+
     int create() {
         std::string problem;
         auto photoSize = app::parseSizeEntry(_size, &problem);
@@ -180,7 +210,8 @@ class TemplateCommand : public app::Command {
         if (_media != "photo") {
             tpl->setSizeEntry(*videoSize, *videoFormat, options, VRFormatMediaTypeVideo);
         }
-        bool blank = !_name || _name->find_first_not_of(" \t\n\r\f\v") == std::string::npos;
+        // The counter is taken only for a name that validateTemplateName replaces.
+        const bool blank = !_name || platform::isBlank(*_name);
         std::uint64_t index =
             blank ? static_cast<std::uint64_t>(VRSettings::incrementedIndex()) : 0;
         tpl->setName(VXHelper::validateTemplateName(_name, index));
@@ -238,11 +269,12 @@ class TemplateCommand : public app::Command {
         return app::kExitSuccess;
     }
 
-    CLI::App *_show = nullptr, *_create = nullptr, *_rename = nullptr, *_duplicate = nullptr,
-             *_remove = nullptr;
+    CLI::App *_show = nullptr, *_edit = nullptr, *_create = nullptr, *_rename = nullptr,
+             *_duplicate = nullptr, *_remove = nullptr;
     std::string _key, _newName, _size, _method, _photoFormat, _videoFormat, _media;
     std::optional<std::string> _name, _videoSize;
     bool _json = false, _smart = false, _targetPortrait = false;
+    app::TemplateEditRequest _editing;
 };
 
 }  // namespace

@@ -2,7 +2,58 @@
 
 #include <algorithm>
 
+#include "model/VXHelperDevice.h"
 #include "storage/VRSettings.h"
+
+VRSizeController::VRSizeController(Source source, VXTemplateRef tpl, std::uint64_t mediaType)
+    : _source(source),
+      _mediaType(mediaType),
+      _template(tpl ? std::move(tpl) : VXTemplate::create()),
+      _format(VRFormat::formatWithType(0)) {
+    const std::optional<VRSizeEntry> entry = _template->sizeEntryForMediaType(mediaType);
+    const bool photo = mediaType == VRFormatMediaTypePhoto;
+    platform::PlistArray sizes = presetViewSizes(static_cast<std::int64_t>(mediaType), source,
+                                                 entry.value_or(VRSizeEntry()));
+    if (entry && sizes.empty()) sizes.emplace_back(entry->sizeArray());
+    _presetView.setSizesMutable(std::move(sizes));
+    if (entry) {
+        _presetView.setOptions(_template->optionsForMediaType(mediaType).value_or(VRSizeOptions{}));
+        _format = _template->formatForMediaType(mediaType);
+    } else {
+        _presetView.setOptions(photo ? VRSettings::imageOptions() : VRSettings::videoOptions());
+        const std::int64_t type = photo ? VRSettings::imageFormat() : VRSettings::videoFormat();
+        _format = VRFormat::formatWithTypeMediaType(
+            static_cast<std::uint64_t>(std::max<std::int64_t>(type, 0)), mediaType);
+    }
+}
+
+CGSize VRSizeController::sizeMax() const {
+    return _mediaType == VRFormatMediaTypePhoto ? VXHelper::maxPhotoSize()
+                                                : VXHelper::maxVideoSize();
+}
+
+bool VRSizeController::_storeSettings() {
+    std::optional<VRSizeEntry> entry = _presetView.currentSizeEntry();
+    if (!entry) return false;
+    const VRSizeOptions options = _presetView.options();
+    _template->setSizeEntry(*entry, _format, options, _mediaType);
+    _storeGlobalSettings(_source, _presetView.sizesMutable(), _format.type(), options,
+                         static_cast<std::int64_t>(_mediaType));
+    return true;
+}
+
+VXTemplateRef VRSizeController::presetViewDidFinish(const std::set<std::uint64_t>& assetsShapes) {
+    _storeSettings();
+    VXTemplateRef copy = _template->copy();
+    if (std::optional<VRSizeEntry> entry = copy->sizeEntryForMediaType(_mediaType)) {
+        copy->setOptions(
+            finishedOptions(_source,
+                            copy->optionsForMediaType(_mediaType).value_or(VRSizeOptions{}), *entry,
+                            assetsShapes),
+            _mediaType);
+    }
+    return copy;
+}
 
 platform::PlistArray VRSizeController::presetViewSizes(std::int64_t mediaType, Source source,
                                                        const VRSizeEntry& templateEntry) {

@@ -3,6 +3,8 @@
 #include <map>
 #include <optional>
 
+#include "platform/UnicodeText.h"
+
 using platform::PlistDictionary;
 using platform::PlistValue;
 
@@ -14,16 +16,21 @@ struct OpeningTag {
     std::string name;
 };
 
-bool isWordCharacter(char c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
+// The end of the run of \w characters (of any script, combining marks included) at `from`.
+std::size_t endOfWord(const std::string& text, std::size_t from) {
+    std::size_t end = from;
+    for (std::size_t next = end; next < text.size(); end = next) {
+        auto c = platform::nextCodePoint(text, next);
+        if (!c || !platform::isWordCharacter(*c)) break;
+    }
+    return end;
 }
 
 // The first match of "\[(\w+)\]" at or after `from`.
 std::optional<OpeningTag> findOpeningTag(const std::string& text, std::size_t from) {
     for (std::size_t open = text.find('[', from); open != std::string::npos;
          open = text.find('[', open + 1)) {
-        std::size_t end = open + 1;
-        while (end < text.size() && isWordCharacter(text[end])) ++end;
+        const std::size_t end = endOfWord(text, open + 1);
         if (end > open + 1 && end < text.size() && text[end] == ']') {
             return OpeningTag{open, end + 1 - open, text.substr(open + 1, end - open - 1)};
         }

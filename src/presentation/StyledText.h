@@ -24,8 +24,9 @@ struct VRAttributedString {
     std::string string() const;
 };
 
-// Tags are "[name]" with name of ASCII word characters, closed by "[/name]", and do not nest.
-// A tag is applied only when `styles` has an entry for its name (a non-dictionary entry gives
-// no attributes) and its closing tag follows; otherwise the tag stays in the text as written.
+// Tags are "[name]" with name of word characters (\w: letters and marks of any script, digits, _),
+// closed by "[/name]", and do not nest. A tag is applied only when `styles` has an entry for its
+// name (a non-dictionary entry gives no attributes) and its closing tag follows; otherwise the tag
+// stays in the text as written.
 VRAttributedString attributedStringWithStyledText(const std::string& text,
                                                   const platform::PlistDictionary& styles);

@@ -2,6 +2,7 @@
 
 #include "platform/Log.h"
 #include "storage/VRSettings.h"
+#include "storage/VXHelperFiles.h"
 #include "templates/VXTemplateCoding.h"
 
 namespace TemplateBodies {
@@ -30,6 +31,15 @@ bool saveRawTemplate(const VXTemplate& tpl) {
     if (!tpl.identifier()) return false;
     auto data = archived(tpl);
     return data && VRSettings::saveTemplateDataWithIdentifier(*data, *tpl.identifier());
+}
+
+bool saveTemplateImageData(const platform::PlistData& data, const std::string& identifier) {
+    const std::string path = VRSettings::templateImagePathWithIdentifier(identifier);
+    if (path.empty() || !VXHelper::saveData(data, path)) {
+        platform::log("~~ Failed to write template image data to file: " + path);
+        return false;
+    }
+    return true;
 }
 
 VXTemplateRef templateWithIdentifier(const std::string& identifier) {

@@ -17,6 +17,7 @@ namespace {
 
 constexpr const char* kCollectionTitle = "My Collection";
 constexpr const char* kCollectionSubtitle = "Create content for various purposes";
+constexpr const char* kCollectionImageName = "sample-square.jpg";
 
 std::string templatesDirectory() {
     return platform::Environment::documentsDirectory() + "/templates";
@@ -383,6 +384,19 @@ bool TemplateManager::updateRecentTemplate(const VXTemplateRef& tpl, const std::
         error);
 }
 
+std::optional<std::string> TemplateManager::saveRecentTemplate(
+    const VXTemplateRef& tpl, const std::optional<platform::PlistData>& imageData,
+    platform::ErrorRef* error) {
+    if (!tpl) return std::nullopt;
+    auto identifier = TemplateBodies::saveTemplate(*tpl, true);
+    if (!identifier) return std::nullopt;
+    // Without a picture the item shows the fallback; the template is kept all the same.
+    if (imageData) TemplateBodies::saveTemplateImageData(*imageData, *identifier);
+    if (updateRecentTemplate(tpl, *identifier, error)) return identifier;
+    VRSettings::removeTemplateDirWithIdentifier(*identifier);
+    return std::nullopt;
+}
+
 bool TemplateManager::removeRecentTemplateWith(const std::string& identifier,
                                                platform::ErrorRef* error) {
     _loadRecentTemplates();
@@ -447,6 +461,7 @@ VRTemplateListSectionRef TemplateManager::userCollectionSection(bool personalTem
     }
     auto section = std::make_shared<VRTemplateListSection>(
         kCollectionTitle, kCollectionSubtitle, VRTemplateListSection::Config{}, std::move(items));
+    section->setImageName(kCollectionImageName);
     _cachedUserCollectionEntry = UserCollectionEntry{personalTemplatesIncluded, sorting, section};
     return section;
 }

@@ -93,6 +93,13 @@ class TemplateManager {
     // cached template and folder, and the new item is appended.
     bool updateRecentTemplate(const VXTemplateRef& tpl, const std::string& identifier,
                               platform::ErrorRef* error = nullptr);
+    // Stores the template under a new "recent-" identifier with its picture (a JPEG of the
+    // asset it was shaped on, when given) beside it, and lists it by the recents rule. The
+    // identifier, or absent when the body could not be stored or the list not written (the
+    // folder is then removed again).
+    std::optional<std::string> saveRecentTemplate(
+        const VXTemplateRef& tpl, const std::optional<platform::PlistData>& imageData,
+        platform::ErrorRef* error = nullptr);
     bool removeRecentTemplateWith(const std::string& identifier,
                                   platform::ErrorRef* error = nullptr);
 

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cctype>
 
+#include "platform/UnicodeText.h"
+
 VRTemplateListItem::VRTemplateListItem(std::string identifier, std::optional<std::string> title,
                                        std::optional<std::string> description,
                                        std::set<std::uint64_t> mediaTypes,
@@ -39,11 +41,7 @@ VRTemplateListItem VRTemplateListItem::withStoredFields(
 }
 
 bool VRTemplateContainsCaseInsensitive(const std::string& text, const std::string& query) {
-    auto fold = [](char a, char b) {
-        return std::tolower(static_cast<unsigned char>(a)) ==
-               std::tolower(static_cast<unsigned char>(b));
-    };
-    return std::search(text.begin(), text.end(), query.begin(), query.end(), fold) != text.end();
+    return query.empty() || platform::containsCaseInsensitive(text, query);
 }
 
 bool VRTemplateListItem::matches(const std::string& query) const {

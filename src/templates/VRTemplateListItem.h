@@ -54,6 +54,6 @@ class VRTemplateListItem {
     std::vector<std::string> _keywords;
 };
 
-// The case-insensitive substring test of the list search (ASCII letters fold; other
-// characters compare as they are). An empty query is found everywhere.
+// The case-insensitive substring test of the list search: case folds in every script ("élan"
+// finds "Élan"). An empty query is found everywhere.
 bool VRTemplateContainsCaseInsensitive(const std::string& text, const std::string& query);

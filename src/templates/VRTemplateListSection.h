@@ -33,6 +33,9 @@ class VRTemplateListSection {
     const Config& config() const { return _config; }
     const std::string& identifier() const { return _identifier; }
     const std::vector<VRTemplateListItem>& items() const { return _items; }
+    // The resource name of the section's picture; empty for none.
+    const std::string& imageName() const { return _imageName; }
+    void setImageName(std::string name) { _imageName = std::move(name); }
 
     // The query is trimmed of white space first; an empty query ends the search. The matching
     // items keep their order.
@@ -51,6 +54,7 @@ class VRTemplateListSection {
     std::vector<VRTemplateListItem> _items;
     std::optional<std::vector<VRTemplateListItem>> _searchItems;
     std::string _identifier;
+    std::string _imageName;
 };
 
 using VRTemplateListSectionRef = std::shared_ptr<VRTemplateListSection>;

@@ -4,13 +4,13 @@
 #include <cctype>
 
 #include "model/VXHelperText.h"
+#include "platform/UnicodeText.h"
 
 namespace VXHelper {
 
 std::string validateTemplateName(const std::optional<std::string>& name,
                                  std::uint64_t nextTemplateIndex) {
-    auto isBlank = [](unsigned char c) { return std::isspace(c) != 0; };
-    if (name && !std::all_of(name->begin(), name->end(), isBlank)) return *name;
+    if (name && !platform::isBlank(*name)) return *name;
     return "Template " + std::to_string(nextTemplateIndex + 1);
 }
 

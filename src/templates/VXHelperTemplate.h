@@ -14,7 +14,8 @@
 
 namespace VXHelper {
 
-// A name with a character other than white space or newline comes back as given, untrimmed;
+// A name with a character other than white space or newline (of any script: a no-break space
+// is blank) comes back as given, untrimmed;
 // otherwise "Template N" with N = nextTemplateIndex + 1.
 std::string validateTemplateName(const std::optional<std::string>& name,
                                  std::uint64_t nextTemplateIndex);

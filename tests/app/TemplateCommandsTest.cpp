@@ -136,6 +136,13 @@ TEST(TemplateCommands, UserTemplatesAreCreatedRenamedDuplicatedAndRemoved) {
     json blankShown = json::parse(unwarp(home, "template show " + second + " --json").out);
     EXPECT_EQ(blankShown["name"], "Template 1");
     EXPECT_TRUE(blankShown["video"].is_null());
+    // A name of no-break spaces is as blank, and the counter goes on.
+    Outcome nbsp = unwarp(home, "template create --name '\xc2\xa0\xc2\xa0' --size 10x10");
+    ASSERT_EQ(nbsp.exitCode, 0) << nbsp.err;
+    const std::string third = firstLine(nbsp.out);
+    EXPECT_EQ(json::parse(unwarp(home, "template show " + third + " --json").out)["name"],
+              "Template 2");
+    EXPECT_EQ(unwarp(home, "template remove " + third).exitCode, 0);
 
     EXPECT_EQ(unwarp(home, "template rename " + key + " 'Wide Cinema'").exitCode, 0);
     Outcome duplicated = unwarp(home, "template duplicate " + key + " --name Copy");
@@ -330,6 +337,63 @@ TEST(TemplateCommands, CorruptedListFilesNeverStopTheCommands) {
     Outcome sized = unwarp(home, "size --template uw-150 --media video --source 1920x1080");
     EXPECT_EQ(sized.exitCode, 0);
     EXPECT_NE(sized.out.find("output: 2880 x 1080"), std::string::npos) << sized.out;
+}
+
+TEST(TemplateCommands, EditShowsTheSizeEditorAndSavesAsItWould) {
+    testing_support::TestHome home;
+    // The X template's [3] opens completed with Normal size; "012" is refused, and a lone 0 in
+    // pixels clears the other field instead.
+    Outcome shown = unwarp(home, "template edit tw-cover width=012 --mode smart height=0");
+    ASSERT_EQ(shown.exitCode, 0) << shown.err;
+    EXPECT_EQ(shown.out,
+              "X Cover  [tw-cover], photo size editor\n"
+              "width:  Auto\n"
+              "height: 500\n"
+              "unit:   px\n"
+              "refused: width \"012\"\n"
+              "refused: height \"0\"\n"
+              "buttons: Normal size; [Smart size]; [Ratio clip]; Ratio fit; Stretch;\n"
+              "swap control: enabled\n"
+              "ratio toggle: disabled\n"
+              "result: Auto x 500 px, clip, options [1,3], JPEG\n");
+
+    json ratio = json::parse(
+        unwarp(home, "template edit tw-cover type=up width=16 height=9 --toggle-ratio --json").out);
+    EXPECT_EQ(ratio["fields"]["unit"], "down");
+    EXPECT_EQ(ratio["ratioToggle"]["enabled"], true);
+    // The typed size goes first, before the template's; the list keeps ten.
+    ASSERT_EQ(ratio["recentSizes"].size(), 10u);
+    EXPECT_EQ(ratio["recentSizes"][0], ratio["result"]["size"]);
+    EXPECT_EQ(ratio["recentSizes"][1], "1500 x 500 px");
+    EXPECT_TRUE(ratio["saved"].is_null());
+
+    // A built-in one is saved as a new recent; one's own template in place.
+    Outcome recent = unwarp(home,
+                            "template edit tw-cover --width 1200 --height 1200 "
+                            "--method fit --save --json");
+    ASSERT_EQ(recent.exitCode, 0) << recent.err;
+    json saved = json::parse(recent.out);
+    EXPECT_EQ(saved["swapControl"]["enabled"], false) << "a square has nothing to swap";
+    const std::string recentKey = saved["saved"];
+    EXPECT_EQ(recentKey.rfind("recent-", 0), 0u);
+    json stored = json::parse(unwarp(home, "template show " + recentKey + " --json").out);
+    EXPECT_EQ(stored["photo"]["width"], 1200);
+    EXPECT_EQ(stored["photo"]["options"], json::array({0, 4}));
+    EXPECT_EQ(json::parse(unwarp(home, "template show tw-cover --json").out)["photo"]["width"],
+              1500);
+
+    const std::string mine =
+        firstLine(unwarp(home, "template create --name Mine --size 800x600").out);
+    Outcome edited = unwarp(home, "template edit " + mine + " --media video height=450 --save");
+    ASSERT_EQ(edited.exitCode, 0) << edited.err;
+    EXPECT_NE(edited.out.find("saved: " + mine), std::string::npos) << edited.out;
+    json mineShown = json::parse(unwarp(home, "template show " + mine + " --json").out);
+    EXPECT_EQ(mineShown["name"], "Mine");
+    EXPECT_EQ(mineShown["video"]["height"], 450);
+    EXPECT_EQ(mineShown["photo"]["height"], 600);
+
+    EXPECT_EQ(unwarp(home, "template edit tw-cover colour=red").exitCode, 2);
+    EXPECT_EQ(unwarp(home, "template edit no-such-key").exitCode, 1);
 }
 
 }  // namespace

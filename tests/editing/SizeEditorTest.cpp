@@ -211,3 +211,103 @@ TEST(SizeEditor, ControllerListsStoresAndSettlesTheOrientationOption) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(SizeEditor, ReceivedOptionsAreCompletedAndReassembledFromTheButtons) {
+    struct Case {
+        VRSizeOptions received;
+        VRSizeOptions completed;  // sourceOptions
+        VRSizeOptions shown;      // the selected buttons: size mode, method, then 2
+    };
+    const Case cases[] = {
+        {{3}, {3, 0}, {0, 3}},  // the X templates' clip
+        {{4}, {4, 0}, {0, 4}},
+        {{}, {0, 5}, {0, 5}},
+        {{1}, {1, 5}, {1, 5}},
+        {{2}, {2, 0, 5}, {0, 5, 2}},
+        {{5, 1}, {5, 1}, {1, 5}},
+        {{1, 4, 2}, {1, 4, 2}, {1, 4, 2}},
+        {{0, 3}, {0, 3}, {0, 3}},
+        // Both methods mean clip to the pipelines; both modes, Smart.
+        {{4, 3}, {4, 3, 0}, {0, 3}},
+        {{0, 1, 5}, {0, 1, 5}, {1, 5}},
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(VRPresetViewAbstract::sourceOptions(c.received), c.completed);
+        VRPresetViewAbstract view;
+        view.setOptions(c.received);
+        EXPECT_EQ(view.options(), c.shown);
+    }
+}
+
+TEST(SizeEditor, OptionButtonsInOrderWithOneSelectedPerGroup) {
+    VRPresetViewAbstract view;
+    std::vector<VRSizeOptions> handedOn;
+    view.setUpdateSizeEntry(
+        [&](const VRSizeEntry&, const VRSizeOptions& options) { handedOn.push_back(options); });
+    view.setSizesMutable(listOf({size(1500, 500)}));
+    view.setOptions({3});
+    auto shown = [&] {
+        std::string text;
+        for (const auto& button : view.optionButtons())
+            text += std::string(button.selected ? "*" : "") + button.title + "|";
+        return text;
+    };
+    EXPECT_EQ(shown(), "*Normal size|Smart size|*Ratio clip|Ratio fit|Stretch|");
+    EXPECT_TRUE(view.didTouchOptionButton(VRSizeOptionSmart));
+    EXPECT_TRUE(view.didTouchOptionButton(VRSizeOptionStretch));
+    EXPECT_EQ(shown(), "Normal size|*Smart size|Ratio clip|Ratio fit|*Stretch|");
+    EXPECT_FALSE(view.didTouchOptionButton(VRSizeOptionTargetPortrait));
+    ASSERT_EQ(handedOn.size(), 2u);
+    EXPECT_EQ(handedOn.back(), (VRSizeOptions{1, 5}));
+
+    // The swap control and the ratio toggle follow the size.
+    EXPECT_TRUE(view.sizeSwapControl().enabled);
+    EXPECT_FALSE(view.isRatioToggleEnabled());
+    view._didTouchPresetButton(size(800, 800));
+    EXPECT_FALSE(view.sizeSwapControl().enabled) << "a square has nothing to swap";
+    view._didTouchPresetButton(size(9, 16, VRSizeTypeRatioDown));
+    EXPECT_TRUE(view.sizeSwapControl().enabled);
+    EXPECT_TRUE(view.sizeSwapControl().portrait);
+    EXPECT_TRUE(view.isRatioToggleEnabled());
+}
+
+TEST(SizeEditor, StoringWritesTheTemplateAndOnlyTheHomeScreensEditorTheSettings) {
+    testing_support::TestHome home;
+    VRSettings::_prepareSettings();
+    VRSettings::setImageOptions({5, 1});
+    const PlistArray storedSizes = VRSettings::imageSizes();
+    auto tpl = VXTemplate::create();
+    tpl->setSizeEntry(VRSizeEntry::sizeEntryWithWidth(1500, 500, VRSizeTypePixels),
+                      VRFormat::formatWithTypeMediaType(VRFormatTypeJPEG, 1), VRSizeOptions{3}, 1);
+
+    VRSizeController fromTemplate(1, tpl, 1);
+    EXPECT_EQ(fromTemplate.presetView().options(), (VRSizeOptions{0, 3}));
+    ASSERT_TRUE(fromTemplate.presetView().currentSizeEntry());
+    EXPECT_EQ(fromTemplate.presetView().currentSizeEntry()->width(), 1500);
+    fromTemplate.presetView()._didTouchPresetButton(size(640, 480));
+    fromTemplate.presetView().didTouchOptionButton(VRSizeOptionRatioFit);
+    VXTemplateRef finished = fromTemplate.presetViewDidFinish({2});
+    EXPECT_EQ(finished->sizeEntryForMediaType(1)->sizeArray(), size(640, 480));
+    EXPECT_EQ(finished->optionsForMediaType(1), (VRSizeOptions{0, 4}));
+    EXPECT_EQ(finished->formatForMediaType(1).type(), VRFormatTypeJPEG);
+    EXPECT_EQ(tpl->optionsForMediaType(1), (VRSizeOptions{0, 4})) << "stored into the template";
+    EXPECT_EQ(VRSettings::imageSizes(), storedSizes);
+    EXPECT_EQ(VRSettings::imageFormat(), 0);
+
+    // From the home screen: a new template, opened on the global choice, which it stores.
+    VRSizeController fromHome(0, nullptr, 1);
+    EXPECT_EQ(fromHome.presetView().sizesMutable(), storedSizes);
+    EXPECT_EQ(fromHome.presetView().options(), (VRSizeOptions{1, 5}));
+    fromHome.setFormat(VRFormat::formatWithTypeMediaType(VRFormatTypePNG, 1));
+    fromHome.presetView()._didTouchPresetButton(size(600, 1200));
+    VXTemplateRef made = fromHome.presetViewDidFinish({1});
+    EXPECT_EQ(made->optionsForMediaType(1), (VRSizeOptions{1, 5, 2})) << "settled on the copy";
+    EXPECT_FALSE(made->sizeEntryForMediaType(2));
+    EXPECT_EQ(VRSettings::imageFormat(), VRFormatTypePNG);
+    EXPECT_TRUE(VRSettings::imageSizes().front().isEqual(size(600, 1200)));
+    EXPECT_EQ(VRSettings::imageOptions(), (VRSizeOptions{1, 5}));
+}
+
+}  // namespace

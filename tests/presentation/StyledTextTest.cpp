@@ -10,7 +10,13 @@ const PlistDictionary kRed{{"color", "red"}, {"font", "bold"}};
 const PlistDictionary kBasic{{"font", "body"}, {"size", 15}};
 
 TEST(StyledText, TagsBecomeRunsAndUnknownOrUnclosedTagsStay) {
-    const PlistDictionary styles{{"red", kRed}, {"b", PlistDictionary{{"weight", 7}}}};
+    // Tag names of letters with a combining mark, and of another script.
+    const std::string accented =
+        "re\xcc\x81"
+        "d";
+    const std::string greek = "\xce\xb1\xce\xb2";
+    const PlistDictionary styles{
+        {"red", kRed}, {"b", PlistDictionary{{"weight", 7}}}, {accented, kRed}, {greek, kRed}};
     struct Case {
         std::string text;
         std::vector<VRTextRun> runs;
@@ -34,6 +40,10 @@ TEST(StyledText, TagsBecomeRunsAndUnknownOrUnclosedTagsStay) {
         {"[/red]a[red]b", {{"[/red]a[red]b", "", {}}}},
         {"[/red]a[red]b[/red]", {{"[/red]a", "", {}}, {"b", "red", kRed}}},
         {"[[red]a[/red]]", {{"[", "", {}}, {"a", "red", kRed}, {"]", "", {}}}},
+        {"x[" + accented + "]a[/" + accented + "]", {{"x", "", {}}, {"a", accented, kRed}}},
+        {"[" + greek + "]a[/" + greek + "]", {{"a", greek, kRed}}},
+        // A symbol is no word character: the tag stays as written.
+        {"[\xe2\x82\xac]a[/\xe2\x82\xac]", {{"[\xe2\x82\xac]a[/\xe2\x82\xac]", "", {}}}},
     };
     for (const Case& c : cases) {
         VRAttributedString result = attributedStringWithStyledText(c.text, styles);

@@ -142,6 +142,14 @@ TEST(Filenames, FileNameAndSharingBaseNameValidity) {
         {"a/b", false},
         {"a%b", false},
         {"\xe2\x82\xac", false},  // the euro sign is no word character
+        {"cafe\xcc\x81", true},   // a combining acute accent is a mark, and \w holds marks
+        {"\xe0\xa4\x95\xe0\xa5\x8d\xe0\xa4\xb7", true},  // Devanagari with a virama
+        {"a\xe2\x80\xbf"
+         "b",
+         true},  // a connector punctuation (undertie)
+        {"a\xc2\xa0"
+         "b",
+         false},  // a no-break space
         {"\xff", false},
         {"\xc0\xaf", false},  // invalid and overlong UTF-8
         {"a\xc3", false},
@@ -150,8 +158,9 @@ TEST(Filenames, FileNameAndSharingBaseNameValidity) {
         EXPECT_EQ(VXHelper::isValidFileName(name), valid) << "name '" << name << "'";
     }
     const std::pair<std::string, bool> baseNames[] = {
-        {"trip", true}, {"trip%", true}, {"a%b", true},    {"%", false},
-        {"", false},    {"a%%b", false}, {"a%b%c", false}, {"a b%", false},
+        {"trip", true},   {"trip%", true}, {"a%b", true},
+        {"%", false},     {"", false},     {"a%%b", false},
+        {"a%b%c", false}, {"a b%", false}, {"re\xcc\x81sume\xcc\x81%", true},
     };
     for (const auto& [name, valid] : baseNames) {
         EXPECT_EQ(isValidSharingBaseName(name), valid) << "base '" << name << "'";

@@ -234,6 +234,7 @@ TEST(TemplateManagerTest, CollectionSectionFollowsSortingAndPersonalTemplates) {
         manager.updateUserCollection({"yt-short", "uw-150", "no-such-key", "fb-cover"});
         auto standard = manager.userCollectionSection(false, VRTemplateSorting::standard);
         EXPECT_EQ(standard->title(), "My Collection");
+        EXPECT_EQ(standard->imageName(), "sample-square.jpg");
         EXPECT_EQ(standard->subtitle(), "Create content for various purposes");
         EXPECT_EQ(keys(standard->items()),
                   (std::vector<std::string>{"uw-150", "fb-cover", "yt-short"}));

@@ -116,15 +116,29 @@ TEST(VRTemplateListTest, SearchMatchesTitleSubtitlesOrKeywordsCaseInsensitively)
         {item("ig-square", "Instagram Square", {"1080 x 1080 PX"}),
          item("untitled", std::nullopt, {"820 x 462 PX"}), item("kw", "Poster", {}, {"cinema"}),
          item("hidden", "Plain", {}, {}, "instagram in the description only"),
-         item("insta-key", "Other", {})});
+         item("insta-key", "Other", {}), item("elan", "\xc3\x89lan Vital", {}),
+         item("strasse", "STRASSE", {}), item("decomposed", "Cafe\xcc\x81", {})});
     struct Case {
         std::string query;
         std::vector<std::string> keys;
     };
     const std::vector<Case> cases = {
-        {"INSTA", {"ig-square"}}, {"square", {"ig-square"}}, {"462", {"untitled"}},
-        {"CINEMA", {"kw"}},       {"  poster \n", {"kw"}},   {"x", {"ig-square", "untitled"}},
-        {"nothing like it", {}},  {"description", {}},
+        {"INSTA", {"ig-square"}},
+        {"square", {"ig-square"}},
+        {"462", {"untitled"}},
+        {"CINEMA", {"kw"}},
+        {"  poster \n", {"kw"}},
+        {"x", {"ig-square", "untitled"}},
+        {"nothing like it", {}},
+        {"description", {}},
+        // Case folds beyond ASCII, fully, and a decomposed accent equals the composed one.
+        {"\xc3\xa9lan", {"elan"}},
+        {"\xc3\x89LAN", {"elan"}},
+        {"stra\xc3\x9f"
+         "e",
+         {"strasse"}},
+        {"caf\xc3\xa9", {"decomposed"}},
+        {"\xc3\xa9", {"elan", "decomposed"}},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.query);
@@ -136,10 +150,10 @@ TEST(VRTemplateListTest, SearchMatchesTitleSubtitlesOrKeywordsCaseInsensitively)
     }
     section.search("   ");
     EXPECT_FALSE(section.isSearching());
-    EXPECT_EQ(section.visibleItems().size(), 5u);
+    EXPECT_EQ(section.visibleItems().size(), 8u);
     section.search("insta");
     section.clearSearch();
-    EXPECT_EQ(section.visibleItems().size(), 5u);
+    EXPECT_EQ(section.visibleItems().size(), 8u);
 }
 
 TEST(VRTemplateListTest, PicturesFallBackToTheSampleImage) {

@@ -156,6 +156,9 @@ TEST(VXTemplateTest, ValidateTemplateNameKeepsRealNamesUntrimmed) {
                                            {std::nullopt, 0, "Template 1"},
                                            {"", 9, "Template 10"},
                                            {"\n\t ", 1, "Template 2"},
+                                           // No-break, ideographic and line separators.
+                                           {"\xc2\xa0\xe3\x80\x80\xe2\x80\xa8", 2, "Template 3"},
+                                           {"\xc2\xa0x", 2, "\xc2\xa0x"},
                                            {"Wide", 3, "Wide"}}) {
         EXPECT_EQ(VXHelper::validateTemplateName(c.name, c.index), c.expected);
     }
