@@ -161,13 +161,19 @@ struct VRLaunchChannel::Listener {
         }
     }
 
-    // The file is taken over before the answer, since the sender's copy goes when it ends.
+    // The file is taken over before the answer, since the sender's copy goes when it ends. A
+    // sender that stopped waiting (this process was stopped meanwhile) uses the file itself, so
+    // it gets it back and nothing is delivered.
     void answer(int client) {
         auto line = readLine(client);
         if (!line || line->empty() || (*line)[0] != '/') return;
         const std::string path = VRLaunchChannel::_adoptExternalFile(*line);
+        if (!writeAll(client, kAcknowledgement)) {
+            if (path != *line && std::rename(path.c_str(), line->c_str()) != 0)
+                platform::logf("~~ Unable to give back the external file %s", line->c_str());
+            return;
+        }
         platform::DispatchQueue::main().async([receiver = receiver, path] { receiver(path); });
-        writeAll(client, kAcknowledgement);
     }
 };
 

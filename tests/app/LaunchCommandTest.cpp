@@ -72,6 +72,7 @@ class FrontEnd {
         _pid = -1;
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
+    void signal(int number) { kill(_pid, number); }
     void killHard() {
         kill(_pid, SIGKILL);
         waitpid(_pid, nullptr, 0);
@@ -155,6 +156,26 @@ TEST(LaunchCommand, StartAfterKillLeavesTemporaryFoldersClean) {
     EXPECT_TRUE(channelNames(home).empty());
     EXPECT_TRUE(namesIn(home.path("documents/_vrtempimagedir")).empty());
     EXPECT_TRUE(namesIn(home.path("documents/_vrtempvideodir")).empty());
+}
+
+// A front end that is stopped doesn't answer: `open` gives up on it after its wait and shows the
+// file itself. When the front end continues, it must not take that file too.
+TEST(LaunchCommand, StoppedFrontEndDoesNotTakeAFileItsSenderKept) {
+    testing_support::TestHome home;
+    touch(home.path("in/IMG_5.jpg"));
+    touch(home.path("in/IMG_6.jpg"));
+    FrontEnd frontEnd(home);
+    ASSERT_TRUE(frontEnd.waitFor("Ready:")) << frontEnd.output;
+    frontEnd.signal(SIGSTOP);
+    const auto kept = unwarp(home, "open '" + home.path("in/IMG_5.jpg") + "'");
+    frontEnd.signal(SIGCONT);
+    EXPECT_EQ(kept.exitCode, 0) << kept.err;
+    EXPECT_NE(kept.out.find("External Photo: "), std::string::npos) << kept.out;
+    // The front end answers in order, so once the second file arrived the first was refused.
+    ASSERT_EQ(unwarp(home, "open '" + home.path("in/IMG_6.jpg") + "'").exitCode, 0);
+    ASSERT_TRUE(frontEnd.waitFor("IMG_6.jpg\n")) << frontEnd.output;
+    EXPECT_EQ(frontEnd.output.find("IMG_5.jpg"), std::string::npos) << frontEnd.output;
+    EXPECT_EQ(frontEnd.finish(), 0);
 }
 
 // Bad input to `open` is refused with a clear error and copies nothing.
