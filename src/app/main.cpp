@@ -9,9 +9,8 @@
 
 #include "app/Command.h"
 #include "app/CrashTest.h"
-#include "core/ApplicationStart.h"
+#include "core/AppDelegate.h"
 #include "core/CrashReporting.h"
-#include "core/VRSession.h"
 #include "platform/Environment.h"
 #include "platform/FileManager.h"
 #include "platform/Log.h"
@@ -98,12 +97,12 @@ int runProgram(int argc, char** argv) {
     if (!applyGlobalOptions(options, &problem)) return app::reportUsageError(problem);
     CrashReporting::start(std::vector<std::string>(argv, argv + argc), hangThreshold(options));
     if (options.crashTest) return app::runCrashTest(*options.crashTest);
-    ApplicationStart::prepareUnarchiver();
-    // Every start asks the library for images and videos, in their current versions.
-    VRSession::mainSession().setLoadImagesOnly(false);
-    VRSession::mainSession().setSourceImageEnabled(false);
     announceEarlierReports();
-    ApplicationStart::removeTemporaryFiles();
+    // A file being opened has its copy in the temporary images, which the start must keep.
+    const bool openingFile = std::any_of(parsers.begin(), parsers.end(), [](const auto& entry) {
+        return entry.first->parsed() && entry.first->get_name() == "open";
+    });
+    AppDelegate::shared().didFinishLaunchingWithOptions({openingFile});
     for (auto& [parser, command] : parsers) {
         if (parser->parsed()) return command->run();
     }

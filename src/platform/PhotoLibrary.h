@@ -181,6 +181,11 @@ class PhotoLibrary : public std::enable_shared_from_this<PhotoLibrary> {
     static std::shared_ptr<PhotoLibrary> open(const PhotoLibraryLocations& locations,
                                               ErrorRef* error = nullptr);
 
+    // The status of the library at `locations`, as authorizationStatusForAccessLevel answers
+    // it, without opening the catalogue: cheap enough for every start of the program.
+    static PHAuthorizationStatus authorizationStatusAt(const PhotoLibraryLocations& locations,
+                                                       PHAccessLevel level);
+
     virtual ~PhotoLibrary() = default;
 
     virtual const PhotoLibraryLocations& locations() const = 0;

@@ -28,6 +28,19 @@ std::shared_ptr<PhotoLibrary> PhotoLibrary::open(const PhotoLibraryLocations& lo
     return library;
 }
 
+PHAuthorizationStatus PhotoLibrary::authorizationStatusAt(const PhotoLibraryLocations& locations,
+                                                          PHAccessLevel level) {
+    struct stat st {};
+    if (stat(locations.root.c_str(), &st) != 0) {
+        return errno == ENOENT ? PHAuthorizationStatusNotDetermined : PHAuthorizationStatusDenied;
+    }
+    if (!S_ISDIR(st.st_mode)) return PHAuthorizationStatusDenied;
+    // Reading the library needs to list it; adding to it needs to write into it.
+    const int mode = level == PHAccessLevelAddOnly ? (W_OK | X_OK) : (R_OK | X_OK);
+    return access(locations.root.c_str(), mode) == 0 ? PHAuthorizationStatusAuthorized
+                                                     : PHAuthorizationStatusDenied;
+}
+
 namespace photolibrary {
 namespace {
 
@@ -44,15 +57,7 @@ FolderPhotoLibrary::FolderPhotoLibrary(PhotoLibraryLocations locations,
 
 PHAuthorizationStatus FolderPhotoLibrary::authorizationStatusForAccessLevel(
     PHAccessLevel level) const {
-    struct stat st {};
-    if (stat(_locations.root.c_str(), &st) != 0) {
-        return errno == ENOENT ? PHAuthorizationStatusNotDetermined : PHAuthorizationStatusDenied;
-    }
-    if (!S_ISDIR(st.st_mode)) return PHAuthorizationStatusDenied;
-    // Reading the library needs to list it; adding to it needs to write into it.
-    const int mode = level == PHAccessLevelAddOnly ? (W_OK | X_OK) : (R_OK | X_OK);
-    return access(_locations.root.c_str(), mode) == 0 ? PHAuthorizationStatusAuthorized
-                                                      : PHAuthorizationStatusDenied;
+    return PhotoLibrary::authorizationStatusAt(_locations, level);
 }
 
 PHAuthorizationStatus FolderPhotoLibrary::requestAuthorizationForAccessLevel(PHAccessLevel level) {
