@@ -1,6 +1,7 @@
 #include "core/AppDelegate.h"
 
 #include "core/ApplicationStart.h"
+#include "core/NavigationManager.h"
 #include "core/VRLaunchManager.h"
 #include "core/VRReleaseNotes.h"
 #include "core/VRSession.h"
@@ -155,6 +156,7 @@ std::optional<VRLaunchNeeds> AppDelegate::applicationWillEnterForeground() {
 }
 
 void AppDelegate::applicationWillTerminate() {
+    NavigationManager::shared().clearThumbnailDirectories();
     VRFileStorage::removeCameraAssets();
     ApplicationStart::_removeTempVideos();
 }

@@ -6,8 +6,7 @@
 #include "core/VXHelperRate.h"
 #include "platform/FileManager.h"
 #include "platform/Log.h"
-#include "storage/VRSettings.h"
-#include "templates/TemplateBodies.h"
+#include "editing/TemplatePictures.h"
 #include "templates/TemplateManager.h"
 
 namespace {
@@ -38,18 +37,6 @@ void removeThumbnailFiles() {
     }
 }
 
-void saveRecentTemplateBody(const VXTemplateRef& tpl, const VRAssetRef& /*targetAsset*/) {
-    if (!tpl) return;
-    const auto identifier = TemplateBodies::saveTemplate(*tpl, true);
-    if (!identifier) return;
-    platform::ErrorRef error;
-    if (!TemplateManager::shared().updateRecentTemplate(tpl, *identifier, &error)) {
-        // A body that no list names could never be listed or removed.
-        VRSettings::removeTemplateDirWithIdentifier(*identifier);
-        platform::log("~~ Unable to save the recent template " + *identifier);
-    }
-}
-
 }  // namespace
 
 NavigationServices NavigationServices::standard() {
@@ -59,7 +46,17 @@ NavigationServices NavigationServices::standard() {
     };
     services.clearThumbnailDirectories = removeThumbnailFiles;
     services.incrementRateInfoStarted = VXHelper::incrementRateInfoStarted;
-    services.saveRecentTemplate = saveRecentTemplateBody;
+    services.saveRecentTemplate = [](const VXTemplateRef& tpl, const VRAssetRef& targetAsset) {
+        if (!tpl) return;
+        // The recent template carries its target asset's picture, so the list shows it.
+        VRTemplatePictures::saveRecentTemplate(TemplateManager::shared(), tpl, targetAsset,
+                                               [](const std::optional<std::string>& identifier) {
+                                                   if (!identifier) {
+                                                       platform::log(
+                                                           "~~ Unable to save the recent template");
+                                                   }
+                                               });
+    };
     services.batchServices = VRBatchServices::standard;
     return services;
 }

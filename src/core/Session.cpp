@@ -1,5 +1,6 @@
 #include "core/Session.h"
 
+#include "editing/VRPresetViewAbstract.h"
 #include "model/VRFormatMediaType.h"
 #include "model/VXHelperSize.h"
 
@@ -16,7 +17,7 @@ SessionRef Session::sessionWithAssets(std::vector<VRAssetRef> assets, const VXTe
     }
     if (items.empty()) return nullptr;
     return std::make_shared<Session>(std::move(assets), std::move(items),
-                                     tpl ? tpl->copy() : nullptr, source);
+                                     VRPresetViewAbstract::templateWithSourceOptions(tpl), source);
 }
 
 Session::Session(std::vector<VRAssetRef> assets, std::map<std::uint64_t, MediaItems> items,
