@@ -20,6 +20,7 @@
 #include "app/ResultHandOver.h"
 #include "assets/VRAsset.h"
 #include "assets/VRLibraryAsset.h"
+#include "assets/VRLocalAsset.h"
 #include "assets/VRURLAsset.h"
 #include "core/ErrorMessages.h"
 #include "core/VRProcessor.h"
@@ -356,26 +357,19 @@ class ProcessCommand : public app::Command {
         return true;
     }
 
-    int interrupted(const Outcome& outcome) {
-        // A file finished just before the cancel was seen is not kept.
-        if (outcome.result) {
-            FileManager::removeItemAtPath(outcome.result->objectIdentifier());
-            if (auto paired = pairedVideoOf(*outcome.result))
-                FileManager::removeItemAtPath(*paired);
-        }
+    // A result finished just before the cancel was seen stays where it was stored.
+    int interrupted(const Outcome& /*outcome*/) {
         std::cerr << "unwarp: cancelled\n";
         return interruptedExitCode();
     }
 
     int finished(const std::string& file, const VRAsset& result) {
-        const std::string from = result.objectIdentifier();
-        const std::optional<std::string> paired = pairedVideoOf(result);
+        // The result stays in the result store or the library; --out gets its files.
+        const auto [from, paired] = filesOf(result);
         const CGSize size = result.pixelSize();
         platform::ErrorRef error;
-        const auto handed = app::handOverResult(from, paired, _outDir, &error);
+        const auto handed = app::handOverCopyOfResult(from, paired, _outDir, &error);
         if (!handed) {
-            FileManager::removeItemAtPath(from);
-            if (paired) FileManager::removeItemAtPath(*paired);
             // A full disk in --out has the words of a full disk during the encode.
             platform::PlistDictionary info;
             info[VRErrorUserInfoReasonKey] =
@@ -501,9 +495,16 @@ class ProcessCommand : public app::Command {
         return app::kExitSuccess;
     }
 
-    static std::optional<std::string> pairedVideoOf(const VRAsset& result) {
-        auto* url = dynamic_cast<const VRURLAsset*>(result.object().get());
-        return url ? url->pairedVideoURL() : std::nullopt;
+    // The file of a result and a Live Photo's movie: a stored result's, or a library item's.
+    static std::pair<std::string, std::optional<std::string>> filesOf(const VRAsset& result) {
+        const auto* object = result.object().get();
+        if (auto* local = dynamic_cast<const VRLocalAsset*>(object))
+            return {local->url(), local->pairedVideoURL()};
+        if (auto* item = dynamic_cast<const VRLibraryAsset*>(object))
+            return {item->primaryPath().value_or(""),
+                    item->livePhoto() ? item->moviePath() : std::nullopt};
+        auto* url = dynamic_cast<const VRURLAsset*>(object);
+        return {url ? url->url() : "", url ? url->pairedVideoURL() : std::nullopt};
     }
 
     static constexpr int kProgressBarWidth = 30;

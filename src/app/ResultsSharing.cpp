@@ -1,5 +1,6 @@
 #include "app/ResultsSharing.h"
 
+#include <future>
 #include <iostream>
 #include <nlohmann/json.hpp>
 
@@ -138,20 +139,29 @@ std::optional<VRImageSaveActivity::SaveError> saveItemsToLibrary(
     const std::vector<VRImageSaveActivity::Item>& items,
     const std::map<VRImageSaveActivity::MediaType, std::string>& albumNames) {
     using SaveError = VRImageSaveActivity::SaveError;
-    auto library = VRAssetManager2::defaultManager().photoLibrary();
+    VRAssetManager2& manager = VRAssetManager2::defaultManager();
+    auto library = manager.photoLibrary();
     if (!library || library->requestAuthorizationForAccessLevel(platform::PHAccessLevelAddOnly) !=
                         platform::PHAuthorizationStatusAuthorized)
         return SaveError{SaveError::Kind::noAccess, nullptr};
+    // One save a media type, each into its album; the manager's saving queue runs them in turn.
+    std::map<VRImageSaveActivity::MediaType, std::vector<VRAssetResource>> byType;
     for (const auto& item : items) {
-        platform::PHChangeRequest request;
-        auto album = albumNames.find(item.mediaType);
-        if (album != albumNames.end()) request.albumTitle = album->second;
-        request.resources.push_back({item.mediaType == VRImageSaveActivity::MediaType::video
-                                         ? platform::PHAssetResourceTypeVideo
-                                         : platform::PHAssetResourceTypePhoto,
-                                     item.url, ""});
-        auto result = library->performChangesAndWait(request);
-        if (result.error) return SaveError{SaveError::Kind::photosError, result.error};
+        const bool video = item.mediaType == VRImageSaveActivity::MediaType::video;
+        byType[item.mediaType].push_back(VRAssetResource::resourceWithURL(
+            item.url, video ? VRFormatMediaTypeVideo : VRFormatMediaTypePhoto));
+    }
+    for (auto& [type, resources] : byType) {
+        auto album = albumNames.find(type);
+        auto answer = std::make_shared<std::promise<platform::ErrorRef>>();
+        auto saved = answer->get_future();
+        manager.saveToAlbum(
+            album != albumNames.end() ? album->second : std::string(), std::move(resources),
+            [answer](bool success, std::vector<std::string>, const platform::ErrorRef& error) {
+                answer->set_value(success ? nullptr : error);
+            });
+        // Called off the main queue by the activity, so waiting blocks no one who answers.
+        if (auto error = saved.get()) return SaveError{SaveError::Kind::photosError, error};
     }
     return std::nullopt;
 }

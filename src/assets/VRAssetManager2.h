@@ -210,16 +210,19 @@ class VRAssetManager2 {
 
     // Success, and the new asset's local identifier (empty on failure).
     using SaveCompletion = std::function<void(bool success, const std::string& localIdentifier)>;
-    // Success when every item went in, and the identifiers of the assets that did, in order.
+    // Success when every item went in, the identifiers of the assets that did, in order, and
+    // the library's error of the first item that did not (null on success).
     using AlbumCompletion =
-        std::function<void(bool success, std::vector<std::string> addedLocalIdentifiers)>;
+        std::function<void(bool success, std::vector<std::string> addedLocalIdentifiers,
+                           const platform::ErrorRef& error)>;
 
     // The album of the assets being processed, when they came from one; results then go to a
     // numbered album named after it.
     std::string sourceAlbumName() const;
     void setSourceAlbumName(std::string name);
-    // The album every result goes to as it is (no numbering), when set: a batch run sets it to
-    // the numbered album of its first save so that all its results share one album.
+    // The album every result goes to as it is (no numbering), when set. The first save into a
+    // numbered album keeps that album's title here, so that the later results of a batch
+    // share it; a batch run clears it when it begins.
     std::string autoSaveAlbumName() const;
     void setAutoSaveAlbumName(std::string name);
     // The serial queue of the saves: a numbered album is chosen and created in one step.
@@ -240,9 +243,10 @@ class VRAssetManager2 {
     // saving queue as one change: the photo (with its paired movie for a Live Photo) or movie
     // into its album, and a library original linked into "Uwrp originals" when that album is
     // enabled. The album is autoSaveAlbumName, else the next numbered album after
-    // sourceAlbumName, else after the media type's own album; when the own album is disabled
-    // the result goes to the library's root. No resource (or no file) fails at once on the
-    // calling thread; otherwise the completion runs on the saving queue.
+    // sourceAlbumName, else after the media type's own album (which then becomes
+    // autoSaveAlbumName); when the own album is disabled the result goes to the library's root. No
+    // resource (or no file) fails at once on the calling thread; otherwise the completion runs on
+    // the saving queue.
     void saveToPhotoLibrary(const std::optional<VRAssetResource>& resource,
                             const VRAssetRef& originalAsset,
                             SaveCompletion completionOnInternalThread);
@@ -321,6 +325,10 @@ class VRAssetManager2 {
     std::multimap<std::string, std::shared_ptr<std::atomic<bool>>> assetsRequests;
 
     // Saving
+    // One creation request, its error logged.
+    platform::PHChangeResult _createAsset(const VRAssetResource& resource,
+                                          VRFormatMediaType mediaType, bool paired,
+                                          const std::string& toAppAlbum);
     // The album a result goes to, and whether a numbered album follows from it.
     std::pair<std::string, bool> _albumNameForSaving(VRFormatMediaType mediaType) const;
     std::shared_ptr<platform::PhotoLibrary> _libraryForSaving();

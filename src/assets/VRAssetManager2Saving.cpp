@@ -188,46 +188,60 @@ void VRAssetManager2::saveToPhotoLibrary(const std::optional<VRAssetResource>& r
                  describe(result.error).c_str());
             return complete(false, "");
         }
+        // The later results of the batch go into the album this one opened.
+        if (numbered && !title.empty()) {
+            std::lock_guard lock(_savingLock);
+            if (_autoSaveAlbumName.empty()) _autoSaveAlbumName = title;
+        }
         complete(true, result.placeholderLocalIdentifier);
     });
+}
+
+PHChangeResult VRAssetManager2::_createAsset(const VRAssetResource& resource,
+                                             VRFormatMediaType mediaType, bool paired,
+                                             const std::string& toAppAlbum) {
+    auto library = _libraryForSaving();
+    PHChangeResult result;
+    if (library)
+        result = library->performChangesAndWait(
+            creationRequest(resource, mediaType, paired, toAppAlbum));
+    else
+        result.error = savingError("There is no photo library");
+    if (result.error)
+        logf("~~ ASSET: saving %s failed: %s", resource.url.c_str(),
+             describe(result.error).c_str());
+    return result;
 }
 
 void VRAssetManager2::_saveResource(const VRAssetResource& resource, VRFormatMediaType mediaType,
                                     bool paired, const std::string& toAppAlbum,
                                     const SaveCompletion& completion) {
-    auto library = _libraryForSaving();
-    ErrorRef error = library ? nullptr : savingError("There is no photo library");
-    PHChangeResult result;
-    if (library) {
-        result = library->performChangesAndWait(
-            creationRequest(resource, mediaType, paired, toAppAlbum));
-        error = result.error;
-    }
-    if (error)
-        logf("~~ ASSET: saving %s failed: %s", resource.url.c_str(), describe(error).c_str());
-    if (completion) completion(!error, error ? "" : result.placeholderLocalIdentifier);
+    const PHChangeResult result = _createAsset(resource, mediaType, paired, toAppAlbum);
+    if (completion)
+        completion(!result.error, result.error ? "" : result.placeholderLocalIdentifier);
 }
 
 void VRAssetManager2::_saveItemsWithResources(const std::vector<VRAssetResource>& resources,
                                               const std::string& toAppAlbum,
                                               std::vector<std::string> addedLocalIdentifiers,
                                               const AlbumCompletion& completion) {
-    bool allSaved = true;
+    ErrorRef firstError;
     for (const auto& resource : resources) {
-        _saveResource(resource, resource.mediaType, resource.pairedURL.has_value(), toAppAlbum,
-                      [&](bool success, const std::string& localIdentifier) {
-                          allSaved = allSaved && success;
-                          if (success) addedLocalIdentifiers.push_back(localIdentifier);
-                      });
+        const PHChangeResult result =
+            _createAsset(resource, resource.mediaType, resource.pairedURL.has_value(), toAppAlbum);
+        if (!result.error)
+            addedLocalIdentifiers.push_back(result.placeholderLocalIdentifier);
+        else if (!firstError)
+            firstError = result.error;
     }
-    if (completion) completion(allSaved, std::move(addedLocalIdentifiers));
+    if (completion) completion(!firstError, std::move(addedLocalIdentifiers), firstError);
 }
 
 void VRAssetManager2::_addAssets(const std::vector<VRAssetRef>& assets,
                                  const std::string& toAppAlbum,
                                  std::vector<std::string> addedLocalIdentifiers,
                                  const AlbumCompletion& completion) {
-    bool allAdded = true;
+    ErrorRef firstError;
     std::vector<std::string> libraryIdentifiers;
     std::vector<VRAssetResource> files;
     for (const auto& asset : assets) {
@@ -239,26 +253,28 @@ void VRAssetManager2::_addAssets(const std::vector<VRAssetRef>& assets,
         } else {
             logf("~~ ASSET: an asset of kind %llu can't go into an album",
                  static_cast<unsigned long long>(asset->type()));
-            allAdded = false;
+            if (!firstError) firstError = savingError("An asset of this kind can't be saved");
         }
     }
     if (!libraryIdentifiers.empty()) {
         auto library = _libraryForSaving();
         PHChangeResult result;
         if (library) result = library->performChangesAndWait({toAppAlbum, {}, libraryIdentifiers});
-        if (!library || result.error) {
+        if (!library) result.error = savingError("There is no photo library");
+        if (result.error) {
             logf("~~ ASSET: adding to \"%s\" failed: %s", toAppAlbum.c_str(),
-                 library ? describe(result.error).c_str() : "no library");
-            allAdded = false;
+                 describe(result.error).c_str());
+            if (!firstError) firstError = result.error;
         } else {
             addedLocalIdentifiers.insert(addedLocalIdentifiers.end(), libraryIdentifiers.begin(),
                                          libraryIdentifiers.end());
         }
     }
     _saveItemsWithResources(files, toAppAlbum, std::move(addedLocalIdentifiers),
-                            [&](bool success, std::vector<std::string> identifiers) {
+                            [&](bool, std::vector<std::string> identifiers, const ErrorRef& error) {
+                                if (!firstError) firstError = error;
                                 if (completion)
-                                    completion(allAdded && success, std::move(identifiers));
+                                    completion(!firstError, std::move(identifiers), firstError);
                             });
 }
 

@@ -41,6 +41,9 @@ std::shared_ptr<VRBatchProcessor> VRBatchProcessor::mainProcessor() {
 VRBatchServices VRBatchServices::standard() {
     VRBatchServices services;
     services.processor = VRBatchProcessor::mainProcessor();
+    services.beginAutoSaveBatch = [] {
+        VRAssetManager2::defaultManager().setAutoSaveAlbumName("");
+    };
     services.storedResults = [] { return ResultManager::shared().assets(); };
     services.removeStoredResults = [](const std::set<std::size_t>& indexes) {
         ResultManager::shared().removeAssetsAt(indexes);

@@ -36,6 +36,9 @@ class VRBatchProcessor {
 
 struct VRBatchServices {
     std::shared_ptr<VRBatchProcessor> processor;
+    // When a run is made: the results it saves to the library go into one new album, so the
+    // album kept from an earlier run is forgotten (autoSaveAlbumName cleared).
+    std::function<void()> beginAutoSaveBatch;
     // `assets` of the result store: the stored results, oldest first.
     std::function<std::vector<VRAssetRef>()> storedResults;
     // removeAssetsAt: the stored results at those positions leave the store.

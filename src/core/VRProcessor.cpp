@@ -4,7 +4,6 @@
 #include <limits>
 
 #include "assets/VRAssetManager2.h"
-#include "assets/VRURLAsset.h"
 #include "photo/PhotoMetadata.h"
 #include "photo/VRPhotoJob.h"
 #include "platform/Dispatch.h"
@@ -170,20 +169,4 @@ void VRProcessor::_startPhotoStage(const VRAssetRef& asset, const VXTemplateRef&
                 job->processImageData(std::move(data), uti);
             });
     });
-}
-
-void VRProcessor::_processingCompleteWithResource(const VRAssetResource& resource,
-                                                  const VRAssetRef& /*originalAsset*/,
-                                                  const CompletionOnMainThread& completion) {
-    // With auto-save the library would keep a Live Photo's pair as one item; handed over in
-    // place, the still and its movie stay together. A local result has no pair.
-    const bool keepPair =
-        resource.pairedURL && !resource.url.empty() && VRSettings::isAutoSaveEnabled();
-    if (resource.pairedURL && !keepPair)
-        platform::FileManager::removeItemAtPath(*resource.pairedURL);
-    if (resource.url.empty())
-        return completion(nullptr, VRError::errorWithCode(VRErrorCode::saveFailed));
-    auto object = keepPair ? VRURLAsset::livePhotoAssetWithURL(resource.url, *resource.pairedURL)
-                           : VRURLAsset::urlAssetWithURL(resource.url);
-    completion(VRAsset::assetWithObject(object), nullptr);
 }

@@ -86,14 +86,29 @@ class VRProcessor final : public VRPhotoStageHost {
                          const std::optional<platform::PlistDate>& assetCreationDate,
                          CGSize imageSize) const;
 
-    // The saving tail. Until the result store and the library exist, the finished file is
-    // handed over in place as a URL asset; with auto-save, standing in for the library, a
-    // Live Photo keeps its movie as the asset's pair, otherwise (a local result has no pair)
-    // the paired file is deleted. No file gives code 2. Runs the completion on the calling
-    // thread.
+    // The saving tail: the written file (a Live Photo's still with its movie) becomes the
+    // result. With auto-save it goes into the library as one item, the output files go, the
+    // result store keeps a reference to the item, and the item is the result; when the library
+    // refuses, the file is stored locally and the result is flagged 2 ("Stored locally").
+    // Without auto-save it is stored locally. A local result has no pair: the movie goes. A
+    // store that refuses, or no file, gives code 2 and removes the output. The completion runs
+    // on the main queue.
     void _processingCompleteWithResource(const VRAssetResource& resource,
                                          const VRAssetRef& originalAsset,
                                          const CompletionOnMainThread& completionOnInternalThread);
+    // The library's item (null when it can't be fetched back) and whether the save succeeded;
+    // on the saving queue, or at once on the calling thread when there is nothing to save.
+    using LibrarySaveCompletion = std::function<void(VRAssetRef asset, bool success)>;
+    void _saveItemToPhotoLibraryWithResource(const VRAssetResource& resource,
+                                             const VRAssetRef& originalAsset,
+                                             LibrarySaveCompletion completionOnInternalThread);
+    // The file into the result store as a local result (on the main queue, where the store is
+    // used), the paired movie removed first. The completion runs on the main queue.
+    static void _processingSaveLocallyWithResource(
+        const VRAssetResource& resource, CompletionOnMainThread completionOnInternalThread);
+    // Remove the output file, or its paired movie, when there is one; failures are ignored.
+    static void _clearMainURLForResource(const VRAssetResource& resource);
+    static void _clearPairedURLForResource(const VRAssetResource& resource);
 
     // _videoAssetErrorDetails:targetFormat:options:bitrate:size:displacement:extra:: `extra`
     // with the source movie's format, tracks and their properties and the job's target, as

@@ -68,7 +68,9 @@ VRResultController::VRResultController(std::vector<VRAssetRef> assets, VXTemplat
       _adjustState(std::move(adjustState)),
       _events(std::move(events)),
       _services(std::move(services)),
-      _digits(digitsOf(_assets.size())) {}
+      _digits(digitsOf(_assets.size())) {
+    if (_services.beginAutoSaveBatch) _services.beginAutoSaveBatch();
+}
 
 VRResultController::~VRResultController() {
     platform::log("~~ ~~ result controller is deallocated");

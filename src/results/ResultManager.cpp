@@ -5,6 +5,7 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <map>
 
 #include "assets/VRAssetManager2.h"
 #include "assets/VRLocalAsset.h"
@@ -100,10 +101,17 @@ bool writeWholeFile(const std::string& text, const std::string& path, platform::
 }  // namespace
 
 ResultManager& ResultManager::shared() {
-    // Never destroyed: its queue may still run a disk step while the process exits.
-    static ResultManager* manager = new ResultManager(
-        FileManager::stringByAppendingPathComponent(VXHelper::documentDirectory(), "results"));
-    return *manager;
+    // One store per documents directory, so that a process whose home root changes (a tool
+    // that serves several homes) never writes into the folder of the previous one. Never
+    // destroyed: a queue may still run a disk step while the process exits.
+    static std::mutex lock;
+    static auto* stores = new std::map<std::string, ResultManager*>();
+    const std::string url =
+        FileManager::stringByAppendingPathComponent(VXHelper::documentDirectory(), "results");
+    std::lock_guard guard(lock);
+    ResultManager*& store = (*stores)[url];
+    if (!store) store = new ResultManager(url);
+    return *store;
 }
 
 ResultManager::ResultManager(std::string resultsURL)

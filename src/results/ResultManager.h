@@ -24,7 +24,8 @@
 
 class ResultManager {
   public:
-    // The store under documents/"results" of the current home, made on first use.
+    // The store under documents/"results" of the current home, made on first use (one a
+    // home, should the home root change while the process runs).
     static ResultManager& shared();
     // A store at `resultsURL` (tools and tests); the folder is made when the first result is.
     explicit ResultManager(std::string resultsURL);

@@ -40,7 +40,8 @@ TEST(ProcessCommandMedia, ResultsGoToTheOutputFolderWithOneJsonObjectALine) {
     EXPECT_EQ(objects[1]["output"], home.path("out/b.jpg"));
     EXPECT_EQ(filesIn(home.path("out")), (std::vector<std::string>{"a.jpg", "b.jpg"}));
     EXPECT_EQ(vipsSize(home.path("out/b.jpg")), "1080x1080");
-    EXPECT_TRUE(filesIn(home.path("documents")).empty());
+    // Nothing is left beside the result store, which keeps the results.
+    EXPECT_EQ(filesIn(home.path("documents")), std::vector<std::string>{"results"});
     EXPECT_NE(o.err.find("[2/2]"), std::string::npos) << o.err;
 }
 
@@ -133,7 +134,7 @@ TEST(ProcessCommandMedia, AResultNeverReplacesItsSource) {
     EXPECT_EQ(same.exitCode, 0) << same.err;
     EXPECT_EQ(vipsSize(home.path("IMG_1-1.png")), "53x30");
     EXPECT_EQ(photo_test::run("md5sum < '" + source + "'"), before);
-    EXPECT_TRUE(filesIn(home.path("documents")).empty());
+    EXPECT_EQ(filesIn(home.path("documents")), std::vector<std::string>{"results"});
     // With the suffix on, the result lies beside its source under its own name.
     ASSERT_EQ(unwarp(home, "settings set isOriginalFilenameSuffixEnabled true").exitCode, 0);
     Outcome beside =

@@ -33,11 +33,12 @@ bool hasFileEndingIn(const std::string& folder, const std::string& ending) {
 }
 
 // What a start must leave: nothing of the program's temporaries, and no owner's lock. The
-// template lists are the user's and stay.
+// template lists and the stored results are the user's and stay.
 void expectNoTemporaries(const TestHome& home) {
     std::vector<std::string> left;
     for (const auto& name : allFilesUnder(home.path("documents")))
-        if (name.rfind("templates/", 0) != 0 && name.rfind("_cs-templates/", 0) != 0)
+        if (name.rfind("templates/", 0) != 0 && name.rfind("_cs-templates/", 0) != 0 &&
+            name.rfind("results/", 0) != 0)
             left.push_back(name);
     EXPECT_EQ(left, std::vector<std::string>{});
     EXPECT_EQ(allFilesUnder(home.path("tmp")), std::vector<std::string>{});

@@ -90,7 +90,8 @@ TEST(ProcessOutputMedia, AFullOutputFolderGivesTheFullDiskWords) {
     EXPECT_EQ(objects[0]["error"]["code"], 17);
     EXPECT_TRUE(objects[0]["error"]["userInfo"]["reason"].is_string());
     EXPECT_EQ(filesIn(disk.path()), std::vector<std::string>{".filler"});
-    EXPECT_EQ(allFilesUnder(home.path("documents")), std::vector<std::string>{});
+    // The results stay in the result store; nothing else is left.
+    EXPECT_EQ(filesIn(home.path("documents")), std::vector<std::string>{"results"});
 }
 
 // A read-only --out, and a read-only home, say that the folder is read-only.

@@ -79,6 +79,17 @@ TEST(ResultsCommandMedia, SaveGoesIntoTheAlbumOfEachMediaType) {
     EXPECT_EQ(lines(unwarp(home, "results list --json")).size(), 2u);
     EXPECT_EQ(filesUnder(home.path("tmp")), 0u);
 
+    // A library that can't take the item (its album's name is taken by a file) answers with
+    // the failure's words, and nothing goes anywhere.
+    fs::remove_all(home.path("Pictures/Uwrp photos"));
+    testing_support::touch(home.path("Pictures/Uwrp photos"));
+    Outcome failed = unwarp(home, "results save 1");
+    EXPECT_EQ(failed.exitCode, 1);
+    EXPECT_NE(failed.err.find("An error occurred while sharing: The device may lack free space"),
+              std::string::npos)
+        << failed.err;
+    EXPECT_TRUE(fs::is_regular_file(home.path("Pictures/Uwrp photos")));
+
     ASSERT_EQ(unwarp(home, "settings set areAlbumsForResultsEnabled false").exitCode, 0);
     Outcome refused = unwarp(home, "results save 1");
     EXPECT_EQ(refused.exitCode, 1);

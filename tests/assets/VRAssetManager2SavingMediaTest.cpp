@@ -178,14 +178,18 @@ TEST_F(VRAssetManager2SavingMedia, AlbumsTakeLibraryAssetsAsLinksAndFilesAsCopie
     Signal done;
     bool allAdded = true;
     std::vector<std::string> added;
-    manager.addToAlbum("Picks", {libraryAsset, fileAsset, missing},
-                       [&](bool success, std::vector<std::string> identifiers) {
-                           allAdded = success;
-                           added = std::move(identifiers);
-                           done.notify();
-                       });
+    platform::ErrorRef failure;
+    manager.addToAlbum(
+        "Picks", {libraryAsset, fileAsset, missing},
+        [&](bool success, std::vector<std::string> identifiers, const platform::ErrorRef& error) {
+            allAdded = success;
+            added = std::move(identifiers);
+            failure = error;
+            done.notify();
+        });
     ASSERT_TRUE(done.waitFor());
     EXPECT_FALSE(allAdded);  // the missing file
+    EXPECT_TRUE(failure);
     ASSERT_EQ(added.size(), 2u);
     EXPECT_EQ(added[0], libraryAsset->objectIdentifier());
     EXPECT_EQ(namesIn(home.path("Pictures/Picks")), (std::vector<std::string>{"a.jpg", "b.jpg"}));
@@ -198,13 +202,15 @@ TEST_F(VRAssetManager2SavingMedia, AlbumsTakeLibraryAssetsAsLinksAndFilesAsCopie
         "Picks",
         {VRAssetResource::resourceWithURL(home.path("out/c.jpg"), VRFormatMediaTypePhoto),
          VRAssetResource::resourceWithURL(home.path("out/d.mp4"), VRFormatMediaTypeVideo)},
-        [&](bool success, std::vector<std::string> identifiers) {
+        [&](bool success, std::vector<std::string> identifiers, const platform::ErrorRef& error) {
             allAdded = success;
             added = std::move(identifiers);
+            failure = error;
             saved.notify();
         });
     ASSERT_TRUE(saved.waitFor());
     EXPECT_TRUE(allAdded);
+    EXPECT_FALSE(failure);
     ASSERT_EQ(added.size(), 2u);
     auto picks = library->albumWithTitle("Picks");
     ASSERT_TRUE(picks);

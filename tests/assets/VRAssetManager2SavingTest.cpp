@@ -138,14 +138,19 @@ TEST_F(VRAssetManager2Saving, SavesFailWhenTheLibraryCannotTakeThem) {
     }
     Signal albumDone;
     bool albumSaved = true;
+    platform::ErrorRef albumError;
     manager.saveToAlbum(
         "Trip", {VRAssetResource::resourceWithURL(home.path("result.jpg"), VRFormatMediaTypePhoto)},
-        [&](bool success, std::vector<std::string> identifiers) {
+        [&](bool success, std::vector<std::string> identifiers, const platform::ErrorRef& error) {
             albumSaved = success || !identifiers.empty();
+            albumError = error;
             albumDone.notify();
         });
     ASSERT_TRUE(albumDone.waitFor());
     EXPECT_FALSE(albumSaved);
+    // The refusal reaches the caller with the library's words.
+    ASSERT_TRUE(albumError);
+    EXPECT_EQ(albumError->domain(), platform::PHPhotosErrorDomain);
     EXPECT_TRUE(std::filesystem::is_regular_file(home.path("Pictures")));
 }
 

@@ -61,15 +61,22 @@ struct Processed {
     std::string path() const { return result ? result->objectIdentifier() : ""; }
 };
 
+// The photo stage alone (the pass before the saving tail): its written file as a URL asset.
 inline Processed process(const std::string& path, const VXTemplateRef& tpl,
                          VRAdjustAssetStateRef state = nullptr, CGSize size = CGSizeZero) {
     auto outcome = std::make_shared<Processed>();
-    VRProcessor::mainProcessor().processAsset(
-        VRAsset::assetWithObject(VRURLAsset::urlAssetWithURL(path)), tpl, state, size, nullptr,
-        [outcome](VRAssetRef result, VRErrorRef error) {
-            outcome->finished = true;
-            outcome->result = std::move(result);
-            outcome->error = std::move(error);
+    VRProcessor::mainProcessor()._processAsset(
+        VRAsset::assetWithObject(VRURLAsset::urlAssetWithURL(path)), false, tpl, state, size,
+        CGSizeZero, nullptr,
+        [outcome](std::optional<std::string> url, VRFormatMediaType, std::optional<CGSize>,
+                  VRErrorRef error) {
+            VRAssetRef result =
+                url ? VRAsset::assetWithObject(VRURLAsset::urlAssetWithURL(*url)) : nullptr;
+            platform::DispatchQueue::main().async([outcome, result, error] {
+                outcome->finished = true;
+                outcome->result = result;
+                outcome->error = error;
+            });
         });
     platform::MainRunLoop::runUntil([&] { return outcome->finished; }, std::chrono::minutes(2));
     EXPECT_TRUE(outcome->finished);

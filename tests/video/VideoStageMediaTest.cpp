@@ -3,6 +3,10 @@
 
 #include <cstdlib>
 
+#include "../platform/PhotoLibraryTestSupport.h"
+#include "assets/VRAssetManager2.h"
+#include "assets/VRLibraryAsset.h"
+#include "assets/VRLocalAsset.h"
 #include "assets/VRURLAsset.h"
 #include "core/VRProcessor.h"
 #include "platform/Dispatch.h"
@@ -69,7 +73,9 @@ TEST(VideoStageMedia, MoviesEndAsResultsOrWithCode1) {
     StageResult done = process(urlAsset(clip), "uw-133");
     ASSERT_FALSE(done.error) << done.error->description();
     ASSERT_TRUE(done.result);
-    const std::string out = done.result->objectIdentifier();
+    auto* stored = dynamic_cast<const VRLocalAsset*>(done.result->object().get());
+    ASSERT_TRUE(stored);
+    const std::string out = stored->url();
     EXPECT_TRUE(has(probe(out, "-select_streams v -show_entries stream=width,height"),
                     "width=200\nheight=84"));
     EXPECT_EQ(VRProcessor::mainProcessor().videoResizerCount(), 0u);
@@ -79,16 +85,19 @@ TEST(VideoStageMedia, MoviesEndAsResultsOrWithCode1) {
     ASSERT_TRUE(failed.error);
     EXPECT_EQ(failed.error->code(), 1);
     EXPECT_TRUE(failed.error->userInfo().empty());
-    // Only the first result, handed over in place, is there.
-    EXPECT_EQ(contents(temporaryVideos()), std::vector<std::string>{"clip.mov"});
+    // The result went into the store; nothing is left beside it.
+    EXPECT_TRUE(contents(temporaryVideos()).empty());
     EXPECT_EQ(VRProcessor::mainProcessor().videoResizerCount(), 0u);
 }
 
 // A Live Photo with auto-save and Live Photos on: the still, then its movie at the still's
-// size, handed over as one pair. A movie that fails is dropped silently: the still comes alone,
-// the stage's temporary link to the movie is removed and the user's movie is untouched.
+// size, saved as one library pair. A movie that fails is dropped silently: the still comes
+// alone, the stage's temporary link to the movie is removed and the user's movie is untouched.
 TEST(VideoStageMedia, LivePhotoPairsAndDropsAFailedMovie) {
     testing_support::TestHome home;
+    auto library = photolibrary_test::openLibrary(home);
+    ASSERT_TRUE(library);
+    VRAssetManager2::defaultManager().setPhotoLibrary(library);
     VRSettings::setAutoSaveEnabled(true);
     VRSettings::setLivePhotoEnabled(true);
     const std::string still = home.path("still.jpg");
@@ -105,23 +114,25 @@ TEST(VideoStageMedia, LivePhotoPairsAndDropsAFailedMovie) {
     StageResult pair = process(live, "uw-133");
     ASSERT_FALSE(pair.error) << pair.error->description();
     ASSERT_TRUE(pair.result);
-    auto* object = dynamic_cast<const VRURLAsset*>(pair.result->object().get());
-    ASSERT_TRUE(object && object->pairedVideoURL());
-    EXPECT_TRUE(has(probe(*object->pairedVideoURL(), "-show_entries stream=width,height"),
+    auto* object = dynamic_cast<const VRLibraryAsset*>(pair.result->object().get());
+    ASSERT_TRUE(object && object->livePhoto() && object->moviePath());
+    EXPECT_TRUE(has(probe(*object->moviePath(), "-show_entries stream=width,height"),
                     "width=532\nheight=300"));
-    EXPECT_TRUE(FileManager::fileExistsAtPath(object->url()));
+    EXPECT_TRUE(FileManager::fileExistsAtPath(object->primaryPath().value_or("")));
 
     auto broken = VRAsset::assetWithObject(VRURLAsset::livePhotoAssetWithURL(still, sound));
     StageResult alone = process(broken, "uw-133");
     ASSERT_FALSE(alone.error);
     ASSERT_TRUE(alone.result);
-    auto* single = dynamic_cast<const VRURLAsset*>(alone.result->object().get());
+    auto* single = dynamic_cast<const VRLibraryAsset*>(alone.result->object().get());
     ASSERT_TRUE(single);
-    EXPECT_FALSE(single->pairedVideoURL());
+    EXPECT_FALSE(single->livePhoto());
     // No link to the movie is left in this process's temporary folder.
     EXPECT_TRUE(
         contents(VRFileStorage::ownTemporaryFolder(VXHelper::temporaryDirectory())).empty());
     EXPECT_TRUE(FileManager::fileExistsAtPath(sound));
+    VRAssetManager2::defaultManager().setAutoSaveAlbumName("");
+    VRAssetManager2::defaultManager().setPhotoLibrary(nullptr);
 }
 
 // The failure details of an encode describe the source movie and the target, for a movie with
