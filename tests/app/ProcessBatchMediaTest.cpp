@@ -2,6 +2,8 @@
 // a failure in the middle (stopping the run, or recorded with --keep-going), custom names in
 // --out, and the limit question answered by flag over several items.
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
 
 #include <filesystem>
 #include <fstream>
@@ -209,6 +211,31 @@ TEST(ProcessBatchMedia, TheLimitQuestionIsAnsweredByFlagForEveryItem) {
             limitErrors += line.contains("error") && line["error"]["code"] == 5;
         EXPECT_EQ(limitErrors, row.exitCode == 0 ? 0u : (row.flags.empty() ? 1u : 2u));
     }
+}
+
+// Ctrl-Z pauses the run before the process stops; fg (SIGCONT) brings it back with the
+// "Processing Restrictions" words, and the paused item is done again from its start.
+TEST(ProcessBatchMedia, StopAndContinuePauseAndResumeTheRun) {
+    TestHome home;
+    const std::string source = home.path("big.png");
+    photo_test::run("convert -size 3000x3000 xc:gray -seed 1 +noise Random " + inQuotes(source));
+    auto running = command_test::start(
+        home, {"process", "--template", "uw-200", "--out", home.path("out"), source}, "stopped");
+    ASSERT_TRUE(command_test::waitUntil(
+        home, [&] { return contentsOf(running.errPath).find("[1/1]") != std::string::npos; }));
+    ASSERT_EQ(kill(running.pid, SIGTSTP), 0);
+    int status = 0;
+    ASSERT_EQ(waitpid(running.pid, &status, WUNTRACED), running.pid);
+    EXPECT_TRUE(WIFSTOPPED(status));
+    ASSERT_EQ(kill(running.pid, SIGCONT), 0);
+    Outcome o = command_test::finish(running);
+    EXPECT_EQ(o.exitCode, 0) << o.err;
+    EXPECT_NE(o.err.find("Processing Restrictions: Unwarp could not process media while "
+                         "inactive"),
+              std::string::npos)
+        << o.err;
+    EXPECT_NE(o.err.find("1 result, 0 failures"), std::string::npos) << o.err;
+    EXPECT_EQ(photo_test::vipsSize(home.path("out/big.png")), "6000x3000");
 }
 
 }  // namespace
