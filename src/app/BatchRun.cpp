@@ -102,15 +102,23 @@ class BatchDriver {
             if (state == VRProcessingState::results) _finished = true;
         };
         events.alert = [this](const VRBatchAlert& alert) {
-            // The pause in the background has its own words, printed on the return.
-            if (alert.kind == VRBatchAlert::Kind::error ||
-                alert.kind == VRBatchAlert::Kind::exceedingMaxSize)
-                _alert = alert;
+            switch (alert.kind) {
+                case VRBatchAlert::Kind::error:
+                case VRBatchAlert::Kind::exceedingMaxSize:
+                    _alert = alert;
+                    break;
+                case VRBatchAlert::Kind::processingRestrictions:
+                    // Made in the background; its words are printed on the return.
+                    break;
+                default:
+                    // Words with one button to take note of.
+                    _view.note(alert.title + ": " + alert.message);
+                    if (alert.answer) alert.answer(0);
+                    break;
+            }
         };
-        events.emailError = [this](const std::string& message,
-                                   const std::optional<platform::PlistDictionary>& info) {
-            if (_handlers.contactUs) _handlers.contactUs(message, info);
-        };
+        // Without a handler of its own the run sends the error report itself.
+        if (_handlers.contactUs) events.emailError = _handlers.contactUs;
         return events;
     }
 

@@ -67,14 +67,18 @@ void BatchRunView::note(const std::string& line) {
     if (_terminal && _number > 0 && _done < _number) draw();
 }
 
-void BatchRunView::summary(std::size_t results, std::size_t failures, bool cancelled) {
+void BatchRunView::summary(std::size_t results, std::size_t failures, std::size_t left,
+                           bool cancelled) {
     clearLine();
     std::ostringstream seconds;
     seconds.precision(1);
     seconds << std::fixed << secondsSince(_runStart);
-    _out << (cancelled ? "Cancelled: " : "Done: ") << countOf(results, "result") << ", "
-         << countOf(failures, "failure") << " in " << seconds.str() << " s\n"
-         << std::flush;
+    _out << (cancelled  ? "Cancelled: "
+             : left > 0 ? "Stopped: "
+                        : "Done: ")
+         << countOf(results, "result") << ", " << countOf(failures, "failure");
+    if (left > 0) _out << ", " << left << " not processed";
+    _out << " in " << seconds.str() << " s\n" << std::flush;
 }
 
 std::optional<std::size_t> BatchRunView::ask(const std::string& title, const std::string& message,

@@ -27,8 +27,9 @@ class BatchRunView {
     void note(const std::string& line);
     // Takes the status line away before other output.
     void clearLine();
-    // "Done: 3 results, 1 failure in 2.4 s" (or "Cancelled: ...").
-    void summary(std::size_t results, std::size_t failures, bool cancelled);
+    // "Done: 3 results, 1 failure in 2.4 s"; "Stopped: ..., 2 not processed" when a failure
+    // left items undone; "Cancelled: ..." after a cancel.
+    void summary(std::size_t results, std::size_t failures, std::size_t left, bool cancelled);
 
     // Asks `title` and `message` on the terminal with the buttons by their first letters; the
     // index chosen, or absent when nothing usable was read (end of input, an interrupt).

@@ -130,7 +130,9 @@ class ProcessCommand : public app::Command {
         };
         auto outcome = app::runBatch(_inputs, _tpl, _state, _options, view, handlers, gInterrupted);
         int code = deliver(outcome);
-        view.summary(outcome.results.size(), outcome.failures.size(), outcome.interrupted);
+        const std::size_t done = outcome.results.size() + outcome.failures.size();
+        view.summary(outcome.results.size(), outcome.failures.size(),
+                     _inputs.size() > done ? _inputs.size() - done : 0, outcome.interrupted);
         TemplateManager::shared().waitForPendingWrites();
         if (outcome.interrupted) {
             std::cerr << "unwarp: cancelled\n";

@@ -59,19 +59,20 @@ TEST(BatchRunView, TerminalRedrawsInPlacePlainOutputDoesNot) {
     onTerminal.itemProgress(0.5);
     onTerminal.note("a note");
     onTerminal.itemEnded();
-    onTerminal.summary(1, 0, false);
+    onTerminal.summary(1, 0, 1, false);
     const std::string drawn = terminal.str();
     EXPECT_NE(drawn.find("\r[1/2] IMG_1.jpg  [##########          ] 50%"), std::string::npos)
         << drawn;
     EXPECT_NE(drawn.find("\r\x1b[Ka note\n"), std::string::npos) << drawn;
-    EXPECT_NE(drawn.find("Done: 1 result, 0 failures in "), std::string::npos) << drawn;
+    EXPECT_NE(drawn.find("Stopped: 1 result, 0 failures, 1 not processed in "), std::string::npos)
+        << drawn;
 
     std::ostringstream plain;
     BatchRunView offTerminal(plain, false, 2);
     offTerminal.itemStarted(1, "/photos/IMG_1.jpg");
     offTerminal.itemProgress(0.5);
     offTerminal.itemEnded();
-    offTerminal.summary(0, 2, true);
+    offTerminal.summary(0, 2, 0, true);
     EXPECT_EQ(plain.str().find('\r'), std::string::npos) << plain.str();
     EXPECT_EQ(plain.str().rfind("[1/2] /photos/IMG_1.jpg\nCancelled: 0 results, 2 failures in ", 0),
               0u)

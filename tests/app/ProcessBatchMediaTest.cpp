@@ -117,8 +117,8 @@ TEST(ProcessBatchMedia, AFailureStopsTheRunUnlessItKeepsGoing) {
         std::vector<std::string> delivered;
         std::string summary;
     } rows[] = {
-        {"", {"a.png"}, "1 result, 1 failure"},
-        {"--keep-going", {"a.png", "c.png"}, "2 results, 1 failure"},
+        {"", {"a.png"}, "Stopped: 1 result, 1 failure, 1 not processed"},
+        {"--keep-going", {"a.png", "c.png"}, "Done: 2 results, 1 failure in"},
     };
     int n = 0;
     for (const auto& row : rows) {
@@ -197,7 +197,7 @@ TEST(ProcessBatchMedia, TheLimitQuestionIsAnsweredByFlagForEveryItem) {
         std::string summary;
     } rows[] = {
         {"--yes", 0, {wide, small, wider}, "3 results, 0 failures"},
-        {"", 1, {}, "0 results, 1 failure"},
+        {"", 1, {}, "Stopped: 0 results, 1 failure, 2 not processed"},
         {"--keep-going", 1, {small}, "1 result, 2 failures"},
     };
     for (const auto& row : rows) {
