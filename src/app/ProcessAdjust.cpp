@@ -113,16 +113,14 @@ class AdjustReader {
   public:
     AdjustReader(const AdjustInputs& inputs, const VXTemplate& tpl, std::vector<std::string>* notes)
         : _notes(notes) {
-        for (const auto& file : inputs.files) {
-            std::error_code ec;
-            const std::string path =
-                std::filesystem::absolute(file, ec).lexically_normal().string();
-            _names.push_back({file, path});
-            _assets.push_back(VRAsset::assetWithObject(VRURLAsset::urlAssetWithURL(path)));
-        }
-        for (const auto& asset : inputs.libraryAssets) {
-            _names.push_back({asset->objectIdentifier(), asset->objectIdentifier()});
-            _assets.push_back(asset);
+        for (const auto& input : inputs) {
+            std::string path = input.name;
+            if (input.path) {
+                std::error_code ec;
+                path = std::filesystem::absolute(*input.path, ec).lexically_normal().string();
+            }
+            _names.push_back({input.name, path});
+            _assets.push_back(input.asset);
         }
         _sessions = std::make_unique<Sessions>(_assets, tpl);
     }
@@ -336,14 +334,12 @@ std::optional<VRAdjustState> adjustStatesFromFile(const std::string& path,
     return states;
 }
 
-int prepareAdjustStates(const std::optional<std::string>& path,
-                        const std::vector<std::string>& files,
-                        const std::vector<VRAssetRef>& libraryAssets, const VXTemplate& tpl,
-                        std::optional<VRAdjustState>& states) {
+int prepareAdjustStates(const std::optional<std::string>& path, const AdjustInputs& inputs,
+                        const VXTemplate& tpl, std::optional<VRAdjustState>& states) {
     if (!path) return kExitSuccess;
     std::string problem;
     std::vector<std::string> notes;
-    states = adjustStatesFromFile(*path, {files, libraryAssets}, tpl, &problem, &notes);
+    states = adjustStatesFromFile(*path, inputs, tpl, &problem, &notes);
     if (!states) return reportUsageError(problem);
     for (const auto& line : notes) std::cerr << "unwarp: " << line << "\n";
     return kExitSuccess;

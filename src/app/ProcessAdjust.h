@@ -16,12 +16,14 @@ namespace app {
 // The option's help: the JSON format.
 extern const char* const kAdjustOptionHelp;
 
-// The run's inputs as the command names them: `files` as given (made absolute for the
-// assets), then the library's assets.
-struct AdjustInputs {
-    std::vector<std::string> files;
-    std::vector<VRAssetRef> libraryAssets;
+// The run's inputs in order: each asset with the name an item may give for it (a file's path
+// as given or absolute, a library asset's identifier).
+struct AdjustInput {
+    VRAssetRef asset;
+    std::string name;
+    std::optional<std::string> path;
 };
+using AdjustInputs = std::vector<AdjustInput>;
 
 // The states of the file's items, keyed by the assets' objectIdentifier; absent with the
 // reason in `problem` for a file that can't be read, JSON that is no such document, or an
@@ -37,10 +39,8 @@ std::optional<VRAdjustState> adjustStatesFromFile(const std::string& path,
 
 // The command's step: with a path, reads it into `states` (notes and errors on standard
 // error); the exit code.
-int prepareAdjustStates(const std::optional<std::string>& path,
-                        const std::vector<std::string>& files,
-                        const std::vector<VRAssetRef>& libraryAssets, const VXTemplate& tpl,
-                        std::optional<VRAdjustState>& states);
+int prepareAdjustStates(const std::optional<std::string>& path, const AdjustInputs& inputs,
+                        const VXTemplate& tpl, std::optional<VRAdjustState>& states);
 // The asset's state from the file, else `fallback` (the adjustment flags' state).
 VRAdjustAssetStateRef adjustStateForAsset(const std::optional<VRAdjustState>& states,
                                           const VRAsset& asset,

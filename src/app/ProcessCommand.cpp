@@ -1,44 +1,39 @@
-// `unwarp process --template KEY [--out DIR] [--format NAME] [--json] [--yes] [adjustments]
-// [--live PHOTO MOVIE] [--library DIR] [--asset ID...] [--album NAME] [--recents N] FILE...`:
-// runs each photo, movie or Live Photo (files first, then the library's assets) through the
-// processor in order, one in flight, and moves each finished file (and a Live Photo's movie) into
-// the output folder under its result name. The main thread runs the main queue meanwhile.
+// `unwarp process --template KEY [--out DIR [--name BASE]] [--keep-going] [--recursive]
+// [--format NAME] [--json] [--yes] [--report-errors] [adjustments] [--live PHOTO MOVIE]
+// [--library DIR] [--asset ID...] [--album NAME] [--recents N] FILE|FOLDER...`: one batch run
+// over the files, the folders' photos and movies and the library's assets, in that order.
+// Results go to the result store or the library by the settings; with --out they are then
+// shared into that folder by the export rules, replacing nothing there.
 #include <signal.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
-#include <cmath>
 #include <filesystem>
 #include <iostream>
-#include <nlohmann/json.hpp>
 
+#include "app/BatchRun.h"
 #include "app/Command.h"
 #include "app/ProcessAdjust.h"
 #include "app/ProcessArguments.h"
+#include "app/ProcessInputs.h"
 #include "app/ProcessLibraryInput.h"
-#include "app/ResultHandOver.h"
+#include "app/ProcessReport.h"
+#include "app/ResultsSharing.h"
 #include "assets/VRAsset.h"
-#include "assets/VRLibraryAsset.h"
-#include "assets/VRLocalAsset.h"
 #include "assets/VRURLAsset.h"
 #include "core/ErrorMessages.h"
-#include "core/VRProcessor.h"
 #include "editing/VRPresetViewAbstract.h"
 #include "model/TypeIdentifiers.h"
 #include "model/VRFormat.h"
-#include "model/VXHelperSize.h"
-#include "model/VXHelperText.h"
-#include "platform/Dispatch.h"
 #include "platform/FileManager.h"
 #include "platform/ImageFrames.h"
+#include "results/ExportManager.h"
 #include "storage/VRFileStorage.h"
 #include "storage/VRSettings.h"
 #include "templates/TemplateManager.h"
 
 namespace {
 
-using nlohmann::json;
 using platform::FileManager;
 
 std::atomic<bool> gInterrupted{false};
@@ -70,90 +65,29 @@ struct TemporariesRemoval {
     ~TemporariesRemoval() { VRFileStorage::removeOwnTemporaries(); }
 };
 
-json jsonFromPlist(const platform::PlistValue& value) {
-    using Type = platform::PlistValue::Type;
-    switch (value.type()) {
-        case Type::Boolean:
-            return value.boolValue();
-        case Type::Integer:
-            return value.integerValue();
-        case Type::Real: {
-            // Sizes are whole pixels: printed as integers, as the results' sizes are.
-            const double number = value.doubleValue();
-            if (std::isfinite(number) && std::trunc(number) == number && std::fabs(number) < 1e15)
-                return static_cast<std::int64_t>(number);
-            return number;
-        }
-        case Type::String:
-            return *value.string();
-        case Type::Array: {
-            json array = json::array();
-            for (const auto& v : *value.array()) array.push_back(jsonFromPlist(v));
-            return array;
-        }
-        case Type::Dictionary: {
-            json object = json::object();
-            for (const auto& [k, v] : *value.dictionary()) object[k] = jsonFromPlist(v);
-            return object;
-        }
-        default:
-            return value.debugDescription();
-    }
-}
-
-// One pass of the processor as the main queue sees it.
-struct Outcome {
-    bool finished = false;
-    bool interrupted = false;
-    VRAssetRef result;
-    VRErrorRef error;
-};
-
-struct LimitOffer {
-    CGSize exceeding;
-    CGSize correction;
-};
-
-std::optional<LimitOffer> limitOffer(const VRError& error) {
-    const auto& info = error.userInfo();
-    auto corrections = info.find(VRErrorUserInfoCorrectingSizesKey);
-    auto exceeding = info.find(VRErrorUserInfoExceedingSizeKey);
-    if (corrections == info.end() || !corrections->second.array() ||
-        corrections->second.array()->empty() || !corrections->second.array()->front().array())
-        return std::nullopt;
-    LimitOffer offer;
-    offer.correction = VXHelper::sizeWithSizeArray(*corrections->second.array()->front().array());
-    if (exceeding != info.end() && exceeding->second.array())
-        offer.exceeding = VXHelper::sizeWithSizeArray(*exceeding->second.array());
-    return offer;
-}
-
-bool askToProceed(const LimitOffer& offer) {
-    std::cerr << VRExceedingMaxSizeTitle << "\n"
-              << VRExceedingMaxSizeMessage(offer.exceeding, offer.correction) << " [y/N] "
-              << std::flush;
-    std::string answer;
-    if (!std::getline(std::cin, answer) || gInterrupted) {
-        std::cin.clear();
-        std::cerr << "\n";
-        return false;
-    }
-    return !answer.empty() && (answer[0] == 'y' || answer[0] == 'Y');
-}
-
 class ProcessCommand : public app::Command {
   public:
     CLI::App* setup(CLI::App& program) override {
-        auto* command =
-            program.add_subcommand("process", "Resize photos and videos with a template");
+        auto* command = program.add_subcommand(
+            "process", "Resize photos and videos with a template, as one batch run");
         command->add_option("--template", _key, "Template key (see unwarp templates)")->required();
-        command->add_option("--out", _out, "Folder for the results (default: the current one)");
+        command->add_option("--out", _out,
+                            "Share the results into this folder by the export names (made when "
+                            "missing; nothing there is replaced)");
+        command->add_option("--name", _name,
+                            "With --out: the results' custom base name (a, or a1 a2 ..., or a01 "
+                            "... a11)");
+        command->add_flag("--keep-going", _options.keepGoing,
+                          "After a failed item go on with the next one (the run stops otherwise)");
+        command->add_flag("--recursive", _recursive, "Take the subfolders of FOLDER inputs too");
         command->add_option("--format", _format,
                             "Photo format instead of the template's: jpeg, png, tiff, gif, heic "
                             "or webp, at the template's compression");
         command->add_flag("--json", _json, "Print one JSON object a line instead of text");
-        command->add_flag("--yes", _yes,
+        command->add_flag("--yes", _options.proceedOverLimit,
                           "Over the size limit, take the smaller size offered without asking");
+        command->add_flag("--report-errors", _options.reportErrors,
+                          "Off a terminal, answer an error dialog with \"Contact us\"");
         command->add_flag("--flip-h", _flipH, "Mirror left to right");
         command->add_flag("--flip-v", _flipV, "Mirror top to bottom");
         command->add_option("--rotate", _rotate, "Turn clockwise by 90, 180 or 270 degrees");
@@ -172,36 +106,53 @@ class ProcessCommand : public app::Command {
                             "Library assets by identifier (see unwarp library list)");
         command->add_option("--album", _library.album, "Every asset of this library album");
         command->add_option("--recents", _library.recents, "The N newest assets of the library");
-        command->add_option("FILE", _files, "Photos and videos to resize, in order");
+        command->add_option("FILE", _files,
+                            "Photos and videos to resize, in order; a folder gives its photos "
+                            "and movies in name order");
         return command;
     }
 
     int run() override {
-        int code = prepare();
-        if (code != app::kExitSuccess) return code;
-        code = prepareLibraryAssets();
-        if (code != app::kExitSuccess) return code;
-        code = prepareLivePhoto();
-        if (code != app::kExitSuccess) return code;
-        code = checkMediaAgainstTemplate();
-        if (code != app::kExitSuccess) return code;
-        code = app::prepareAdjustStates(_adjust, _files, _libraryAssets, *_tpl, _adjusted);
-        if (code != app::kExitSuccess) return code;
-        code = prepareOutputFolder();
-        if (code != app::kExitSuccess) return code;
+        for (auto step :
+             {&ProcessCommand::prepare, &ProcessCommand::prepareInputs,
+              &ProcessCommand::checkMediaAgainstTemplate, &ProcessCommand::prepareAdjust,
+              &ProcessCommand::prepareOutputFolder}) {
+            const int code = (this->*step)();
+            if (code != app::kExitSuccess) return code;
+        }
         TemporariesRemoval removal;
         catchInterrupt();
-        for (std::size_t i = 0; i < _files.size() && code == app::kExitSuccess; ++i)
-            code = processFile(i);
-        for (std::size_t i = 0; i < _libraryAssets.size() && code == app::kExitSuccess; ++i)
-            code = processInput(_files.size() + i, _libraryAssets[i],
-                                _libraryAssets[i]->objectIdentifier());
+        _options.ask = isatty(STDIN_FILENO) && isatty(STDERR_FILENO);
+        app::BatchRunView view(std::cerr, isatty(STDERR_FILENO), _inputs.size());
+        app::BatchRunHandlers handlers;
+        handlers.started = [this](const app::ProcessInput& input) {
+            if (input.path) noteAnimation(*input.path);
+        };
+        handlers.failed = [this, &view](const app::BatchRunItem& item) {
+            view.clearLine();
+            app::printFailure(item, _json);
+        };
+        auto stateFor = [this](const VRAsset& asset) {
+            return app::adjustStateForAsset(_adjusted, asset, _state);
+        };
+        auto outcome = app::runBatch(_inputs, _tpl, stateFor, _options, view, handlers, gInterrupted);
+        int code = deliver(outcome);
+        const std::size_t done = outcome.results.size() + outcome.failures.size();
+        view.summary(outcome.results.size(), outcome.failures.size(),
+                     _inputs.size() > done ? _inputs.size() - done : 0, outcome.interrupted);
         TemplateManager::shared().waitForPendingWrites();
+        if (outcome.interrupted) {
+            std::cerr << "unwarp: cancelled\n";
+            return interruptedExitCode();
+        }
+        if (!outcome.failures.empty()) code = app::kExitProcessingFailure;
         return code;
     }
 
   private:
     int prepare() {
+        // Completed as the summary screen completes a template taken into a session, so that
+        // a template stored with a bare method keeps its size under a quarter turn.
         _tpl = VRPresetViewAbstract::templateWithSourceOptions(
             TemplateManager::shared().templateWithKey(_key));
         if (!_tpl) return app::reportUsageError("no template with key " + _key);
@@ -240,12 +191,22 @@ class ProcessCommand : public app::Command {
         return app::kExitSuccess;
     }
 
+    // Per-item adjustments from --adjust, run through the adjust session over the run's inputs.
+    int prepareAdjust() {
+        app::AdjustInputs inputs;
+        for (const auto& input : _inputs) inputs.push_back({input.asset, input.name, input.path});
+        return app::prepareAdjustStates(_adjust, inputs, *_tpl, _adjusted);
+    }
+
     // A missing --out folder is made, with its parents.
     int prepareOutputFolder() {
+        if (!_out) {
+            if (_name) return app::reportUsageError("--name needs --out");
+            return app::kExitSuccess;
+        }
         std::error_code error;
-        _outDir = std::filesystem::absolute(_out.value_or("."), error).lexically_normal().string();
-        if (error)
-            return app::reportUsageError("--out " + _out.value_or(".") + ": " + error.message());
+        _outDir = std::filesystem::absolute(*_out, error).lexically_normal().string();
+        if (error) return app::reportUsageError("--out " + *_out + ": " + error.message());
         while (_outDir.size() > 1 && _outDir.back() == '/') _outDir.pop_back();
         bool isDirectory = false;
         if (FileManager::fileExistsAtPath(_outDir, &isDirectory)) {
@@ -255,26 +216,75 @@ class ProcessCommand : public app::Command {
         }
         platform::ErrorRef made;
         if (!FileManager::createDirectoryAtPath(_outDir, true, &made))
-            return app::reportUsageError("--out " + _out.value_or(".") + ": " +
+            return app::reportUsageError("--out " + *_out + ": " +
                                          (made ? made->localizedDescription() : "not made"));
+        return app::kExitSuccess;
+    }
+
+    // The Live Photo given with --live first, then the files and folders, then the library's
+    // assets. Every library asset is found before anything is processed, so that an unknown
+    // identifier or album stops the run at once.
+    int prepareInputs() {
+        if (!_live.empty()) {
+            const int code = prepareLivePhoto();
+            if (code != app::kExitSuccess) return code;
+        }
+        std::string problem;
+        const app::FolderOptions folders{_recursive, VRSettings::isLivePhotoEnabled()};
+        auto files = app::expandProcessInputs(_files, folders, &problem);
+        if (!files) return app::reportFailure(problem);
+        _inputs.insert(_inputs.end(), files->begin(), files->end());
+        auto assets = app::resolveLibraryInput(_library, &problem);
+        // Not a usage slip: the library lacks what was named.
+        if (!assets) return app::reportFailure(problem);
+        const bool paired = VRSettings::isLivePhotoEnabled() && VRSettings::isAutoSaveEnabled();
+        bool noted = false;
+        for (const auto& asset : *assets) {
+            if (asset->livePhoto() && !paired && !noted) {
+                std::cerr << "unwarp: Live Photos are off in the settings (livePhotoEnabled, "
+                             "isAutoSaveEnabled): their stills go alone\n";
+                noted = true;
+            }
+            _inputs.push_back({asset, asset->objectIdentifier(), std::nullopt});
+        }
+        if (_inputs.empty()) {
+            if (_library.any()) return app::reportUsageError("nothing to process in the library");
+            return app::reportUsageError(_files.empty() ? "no FILE to process"
+                                                        : "no photos or movies to process");
+        }
+        return app::kExitSuccess;
+    }
+
+    int prepareLivePhoto() {
+        for (const auto& path : _live) {
+            if (!FileManager::fileExistsAtPath(path))
+                return app::reportUsageError("--live " + path + ": no such file");
+        }
+        if (VRURLAsset::mediaTypeForPath(_live.at(0)) != VRFormatMediaTypePhoto ||
+            VRURLAsset::mediaTypeForPath(_live.at(1)) != VRFormatMediaTypeVideo)
+            return app::reportUsageError("--live takes a photo, then a movie");
+        if (!VRSettings::isLivePhotoEnabled() || !VRSettings::isAutoSaveEnabled()) {
+            std::cerr << "unwarp: Live Photos are off in the settings (livePhotoEnabled, "
+                         "isAutoSaveEnabled): the still goes alone\n";
+        }
+        std::error_code ec;
+        auto absolute = [&](const std::string& p) {
+            return std::filesystem::absolute(p, ec).lexically_normal().string();
+        };
+        auto object = VRURLAsset::livePhotoAssetWithURL(absolute(_live[0]), absolute(_live[1]));
+        _inputs.push_back({VRAsset::assetWithObject(object), _live[0], _live[0]});
         return app::kExitSuccess;
     }
 
     // A movie needs a template with a video size; a photo-only one would re-encode the movie
     // at its own size, which is not what was asked for. The Live Photo's movie goes with the
     // still's size, so it needs none.
-    int checkMediaAgainstTemplate() const {
+    int checkMediaAgainstTemplate() {
         if (_tpl->sizeEntryForMediaType(VRFormatMediaTypeVideo)) return app::kExitSuccess;
-        std::vector<std::string> videos;
-        for (const auto& file : _files)
-            if (VRURLAsset::mediaTypeForPath(file) == VRFormatMediaTypeVideo)
-                videos.push_back(file);
-        for (const auto& asset : _libraryAssets)
-            if (asset->mediaType() == VRFormatMediaTypeVideo)
-                videos.push_back(asset->objectIdentifier());
-        if (!videos.empty())
-            return app::reportUsageError(videos.front() + ": the template " + _key +
-                                         " has no video size (it is for photos only)");
+        for (const auto& input : _inputs)
+            if (input.asset->mediaType() == VRFormatMediaTypeVideo)
+                return app::reportUsageError(input.name + ": the template " + _key +
+                                             " has no video size (it is for photos only)");
         return app::kExitSuccess;
     }
 
@@ -288,254 +298,70 @@ class ProcessCommand : public app::Command {
             std::cerr << "unwarp: " << file << " is animated: only its first frame is used\n";
     }
 
-    Outcome runOnce(const VRAssetRef& asset, CGSize size) {
-        auto outcome = std::make_shared<Outcome>();
-        const bool showProgress = isatty(STDERR_FILENO);
-        auto& processor = VRProcessor::mainProcessor();
-        processor.processAsset(
-            asset, _tpl, app::adjustStateForAsset(_adjusted, *asset, _state), size,
-            [showProgress](double progress) {
-                if (showProgress) std::cerr << progressBar(progress) << std::flush;
-            },
-            [outcome](VRAssetRef result, VRErrorRef error) {
-                outcome->finished = true;
-                outcome->result = std::move(result);
-                outcome->error = std::move(error);
-            });
-        platform::MainRunLoop::runUntil([&] { return outcome->finished || gInterrupted; });
-        if (showProgress) std::cerr << "\r" << std::string(kProgressBarWidth + 10, ' ') << "\r";
-        if (!outcome->finished) {
-            processor.cancelProcessingAssets();
-            platform::MainRunLoop::runUntil([&] { return outcome->finished; });
-            outcome->interrupted = true;
-        }
-        return *outcome;
-    }
-
-    int processFile(std::size_t index) {
-        const std::string& file = _files[index];
-        std::error_code ec;
-        const std::string path = std::filesystem::absolute(file, ec).lexically_normal().string();
-        std::shared_ptr<VRURLAsset> object = VRURLAsset::urlAssetWithURL(path);
-        if (!_live.empty() && index == 0) {
-            object = VRURLAsset::livePhotoAssetWithURL(
-                path, std::filesystem::absolute(_live.at(1), ec).lexically_normal().string());
-        }
-        return processInput(index, VRAsset::assetWithObject(object), file);
-    }
-
-    // One asset, `file` naming it in what is printed (a path, or a library identifier).
-    int processInput(std::size_t index, const VRAssetRef& asset, const std::string& file) {
-        std::cerr << "[" << index + 1 << "/" << _files.size() + _libraryAssets.size() << "] "
-                  << file << "\n";
-        if (index < _files.size()) noteAnimation(file);
-        CGSize size = CGSizeZero;
-        for (;;) {
-            Outcome outcome = runOnce(asset, size);
-            if (outcome.interrupted || gInterrupted) return interrupted(outcome);
-            if (outcome.error && outcome.error->hasCode(VRErrorCode::sizeLimitExceeded)) {
-                auto offer = limitOffer(*outcome.error);
-                if (offer && takeCorrection(*offer)) {
-                    size = offer->correction;
-                    continue;
-                }
-                if (gInterrupted) return interrupted(outcome);
-                return failed(file, *outcome.error, offer);
+    // Shares the results into --out (all at once, so that custom names are numbered over the
+    // whole run) and prints a line for each; answers the share's exit code.
+    int deliver(const app::BatchRunOutcome& outcome) {
+        std::vector<std::string> outputs;
+        int code = app::kExitSuccess;
+        if (_out && !outcome.results.empty()) {
+            std::vector<VRAssetRef> results;
+            for (const auto& item : outcome.results) results.push_back(item.result);
+            auto shared = app::results::exportIntoFolder(results, _outDir, _name);
+            code = shared.code;
+            outputs = std::move(shared.written);
+            // The results stay where the run put them; the cause is said beside the share's words.
+            if (shared.error) {
+                std::cerr
+                    << "unwarp: --out " << _outDir << ": "
+                    << VRErrorReason(*shared.error).value_or(shared.error->localizedDescription())
+                    << "\n";
             }
-            if (outcome.error) return failed(file, *outcome.error, std::nullopt);
-            if (!outcome.result) return interrupted(outcome);
-            return finished(file, *outcome.result);
         }
-    }
-
-    // --yes, the setting switched off, or an earlier yes in this run take the correction;
-    // on a terminal the user is asked.
-    bool takeCorrection(const LimitOffer& offer) {
-        if (_yes || _useReducedSize || !VRSettings::isNotifyExceedingMaxSizeEnabled()) return true;
-        if (!isatty(STDIN_FILENO) || !askToProceed(offer)) return false;
-        _useReducedSize = true;
-        return true;
-    }
-
-    // A result finished just before the cancel was seen stays where it was stored.
-    int interrupted(const Outcome& /*outcome*/) {
-        std::cerr << "unwarp: cancelled\n";
-        return interruptedExitCode();
-    }
-
-    int finished(const std::string& file, const VRAsset& result) {
-        // The result stays in the result store or the library; --out gets its files.
-        const auto [from, paired] = filesOf(result);
-        const CGSize size = result.pixelSize();
-        platform::ErrorRef error;
-        const auto handed = app::handOverCopyOfResult(from, paired, _outDir, &error);
-        if (!handed) {
-            // A full disk in --out has the words of a full disk during the encode.
-            platform::PlistDictionary info;
-            info[VRErrorUserInfoReasonKey] =
-                "The result could not be moved into " + _outDir + ": " +
-                (error ? error->localizedDescription() : std::string("unknown"));
-            auto failure = VRError::errorWithCode(error && VRErrorIsOutOfSpace(*error)
-                                                      ? VRErrorCode::diskFull
-                                                      : VRErrorCode::saveFailed,
-                                                  std::move(info));
-            return failed(file, *failure, std::nullopt);
+        for (std::size_t i = 0; i < outcome.results.size(); ++i) {
+            const auto& item = outcome.results[i];
+            std::string output;
+            if (i < outputs.size())
+                output = outputs[i];
+            else if (!_out)
+                output = ExportManager::sourceURLForAsset(*item.result)
+                             .value_or(item.result->objectIdentifier());
+            else
+                continue;  // not shared: the share's failure is said already
+            app::printResult(item, output, formatName(*item.result, output), _json);
         }
-        const std::string& to = handed->output;
-        std::string format = VRFormat::formatFromURL(to).name();
+        return code;
+    }
+
+    std::string formatName(const VRAsset& result, const std::string& output) const {
+        std::string format = VRFormat::formatFromURL(output).name();
         // WebP is no template format, so its name does not come back from the file's type.
         if (format == "Auto" && _format && result.mediaType() == VRFormatMediaTypePhoto)
             format = _tpl->formatForMediaType(VRFormatMediaTypePhoto).name();
-        const auto width = std::llround(size.width);
-        const auto height = std::llround(size.height);
-        if (_json) {
-            json line = {{"source", file}, {"output", to},     {"mediaType", result.mediaType()},
-                         {"width", width}, {"height", height}, {"format", format}};
-            if (handed->pairedOutput) line["pairedOutput"] = *handed->pairedOutput;
-            std::cout << line.dump(-1, ' ', false, json::error_handler_t::replace) << std::endl;
-        } else {
-            std::cout << file << " -> " << to << "  " << VXHelper::stringFromSize(size) << " "
-                      << format;
-            if (handed->pairedOutput) std::cout << " + " << *handed->pairedOutput;
-            std::cout << std::endl;
-        }
-        return app::kExitSuccess;
-    }
-
-    int failed(const std::string& file, const VRError& error,
-               const std::optional<LimitOffer>& offer) {
-        std::string message = offer ? VRExceedingMaxSizeMessage(offer->exceeding, offer->correction)
-                                    : VRErrorMessageForCode(error.code()).message;
-        const auto& info = error.userInfo();
-        auto root = info.find(VRErrorUserInfoRootKey);
-        const std::optional<std::string> reason = offer ? std::nullopt : reasonOf(file, error);
-        if (_json) {
-            json userInfo = jsonFromPlist(platform::PlistValue(info));
-            if (reason) userInfo[VRErrorUserInfoReasonKey] = *reason;
-            json line = {{"source", file},
-                         {"error",
-                          {{"code", error.code()},
-                           {"domain", error.domain()},
-                           {"message", message},
-                           {"userInfo", userInfo}}}};
-            std::cout << line.dump(-1, ' ', false, json::error_handler_t::replace) << std::endl;
-            return app::kExitProcessingFailure;
-        }
-        for (char& c : message)
-            if (c == '\n') c = ' ';
-        if (offer) message += " (--yes takes the smaller size)";
-        if (root != info.end() && root->second.string())
-            message += " (" + *root->second.string() + ")";
-        // The cause goes on a line of its own under the words of the code.
-        if (reason) message += "\n  " + *reason;
-        return app::reportFailure(file + ": " + message);
-    }
-
-    // The source's own problem first (missing, unreadable, a folder, not a picture), since
-    // the code's words may blame the saving; then what the error itself names.
-    std::optional<std::string> reasonOf(const std::string& file, const VRError& error) const {
-        if (const auto* set = userInfoString(error, VRErrorUserInfoReasonKey)) return *set;
-        std::error_code ec;
-        std::string path = std::filesystem::absolute(file, ec).lexically_normal().string();
-        // A library asset is named by its identifier: its own file is the one to look at.
-        for (const auto& asset : _libraryAssets) {
-            auto* library = dynamic_cast<const VRLibraryAsset*>(asset->object().get());
-            if (library && library->localIdentifier() == file)
-                path = library->primaryPath().value_or(path);
-        }
-        const bool isPhoto = VRURLAsset::mediaTypeForPath(path) != VRFormatMediaTypeVideo;
-        if (auto problem = VRSourceProblem(path, isPhoto)) return problem;
-        return VRErrorReason(error);
-    }
-
-    static const std::string* userInfoString(const VRError& error, const char* key) {
-        auto it = error.userInfo().find(key);
-        return it == error.userInfo().end() ? nullptr : it->second.string();
-    }
-
-    // The Live Photo given with --live goes first, as its still; the movie follows it as the
-    // paired second pass when the settings let the processor pair it.
-    int prepareLivePhoto() {
-        if (_live.empty()) {
-            if (_files.empty() && _libraryAssets.empty())
-                return app::reportUsageError(_library.any() ? "nothing to process in the library"
-                                                            : "no FILE to process");
-            return app::kExitSuccess;
-        }
-        for (const auto& path : _live) {
-            if (!FileManager::fileExistsAtPath(path))
-                return app::reportUsageError("--live " + path + ": no such file");
-        }
-        if (VRURLAsset::mediaTypeForPath(_live.at(0)) != VRFormatMediaTypePhoto ||
-            VRURLAsset::mediaTypeForPath(_live.at(1)) != VRFormatMediaTypeVideo)
-            return app::reportUsageError("--live takes a photo, then a movie");
-        if (!VRSettings::isLivePhotoEnabled() || !VRSettings::isAutoSaveEnabled()) {
-            std::cerr << "unwarp: Live Photos are off in the settings (livePhotoEnabled, "
-                         "isAutoSaveEnabled): the still goes alone\n";
-        }
-        _files.insert(_files.begin(), _live.at(0));
-        return app::kExitSuccess;
-    }
-
-    // Every library asset is found before anything is processed, so that an unknown
-    // identifier or album stops the run at once.
-    int prepareLibraryAssets() {
-        std::string problem;
-        auto assets = app::resolveLibraryInput(_library, &problem);
-        // Not a usage slip: the library lacks what was named.
-        if (!assets) return app::reportFailure(problem);
-        _libraryAssets = std::move(*assets);
-        const bool paired = VRSettings::isLivePhotoEnabled() && VRSettings::isAutoSaveEnabled();
-        for (const auto& asset : _libraryAssets)
-            if (asset->livePhoto() && !paired) {
-                std::cerr << "unwarp: Live Photos are off in the settings (livePhotoEnabled, "
-                             "isAutoSaveEnabled): their stills go alone\n";
-                break;
-            }
-        return app::kExitSuccess;
-    }
-
-    // The file of a result and a Live Photo's movie: a stored result's, or a library item's.
-    static std::pair<std::string, std::optional<std::string>> filesOf(const VRAsset& result) {
-        const auto* object = result.object().get();
-        if (auto* local = dynamic_cast<const VRLocalAsset*>(object))
-            return {local->url(), local->pairedVideoURL()};
-        if (auto* item = dynamic_cast<const VRLibraryAsset*>(object))
-            return {item->primaryPath().value_or(""),
-                    item->livePhoto() ? item->moviePath() : std::nullopt};
-        auto* url = dynamic_cast<const VRURLAsset*>(object);
-        return {url ? url->url() : "", url ? url->pairedVideoURL() : std::nullopt};
-    }
-
-    static constexpr int kProgressBarWidth = 30;
-    static std::string progressBar(double fraction) {
-        const double f = std::clamp(fraction, 0.0, 1.0);
-        const int filled = static_cast<int>(f * kProgressBarWidth);
-        return "\r  [" + std::string(filled, '#') + std::string(kProgressBarWidth - filled, ' ') +
-               "] " + std::to_string(static_cast<int>(f * 100)) + "%";
+        return format;
     }
 
     std::string _key;
     std::vector<std::string> _live;
     std::optional<std::string> _out;
+    std::optional<std::string> _name;
     std::optional<std::string> _format;
     bool _json = false;
-    bool _yes = false;
+    bool _recursive = false;
     bool _flipH = false;
     bool _flipV = false;
     std::optional<std::string> _rotate;
     std::optional<std::string> _shift;
     std::optional<std::string> _fill;
-    std::optional<std::string> _adjust;
-    std::optional<VRAdjustState> _adjusted;
     std::vector<std::string> _files;
     app::LibraryInput _library;
-    std::vector<VRAssetRef> _libraryAssets;
+    app::BatchRunOptions _options;
 
+    std::vector<app::ProcessInput> _inputs;
     VXTemplateRef _tpl;
     VRAdjustAssetStateRef _state;
+    std::optional<std::string> _adjust;
+    std::optional<VRAdjustState> _adjusted;
     std::string _outDir;
-    bool _useReducedSize = false;
 };
 
 }  // namespace

@@ -30,6 +30,8 @@ struct ShareOutcome {
     std::optional<VRExportShareStatus> status;
     std::shared_ptr<VRShareActivity> performed;
     bool alerted = false;
+    // What the activity failed with.
+    platform::ErrorRef error;
 };
 
 // Runs one share whose sheet performs the activity of `type` (prepared by `configure`).
@@ -50,7 +52,8 @@ ShareOutcome runShare(const std::vector<VRAssetRef>& assets,
             if (activity->activityType() != type) continue;
             configure(*activity);
             outcome.performed = activity;
-            activity->perform([activity, done](bool completed, platform::ErrorRef error) {
+            activity->perform([&outcome, activity, done](bool completed, platform::ErrorRef error) {
+                outcome.error = error;
                 done(activity, completed, error);
             });
             return;
@@ -73,12 +76,10 @@ int reportStatus(const ShareOutcome& outcome) {
 
 }  // namespace
 
-int shareIntoFolder(const std::vector<VRAssetRef>& assets, const std::optional<std::string>& folder,
-                    const std::optional<std::string>& baseName, bool json) {
-    if (!folder && !mailSender()) {
-        std::cerr << "unwarp: mail needs xdg-email (package xdg-utils); use --to DIR\n";
-        return 1;
-    }
+namespace {
+
+FolderExport share(const std::vector<VRAssetRef>& assets, const std::optional<std::string>& folder,
+                   const std::optional<std::string>& baseName) {
     ExportManager::Options options;
     std::optional<std::string> name = baseName;
     if (baseName) {
@@ -86,7 +87,7 @@ int shareIntoFolder(const std::vector<VRAssetRef>& assets, const std::optional<s
         if (!acceptSharingName(*baseName)) {
             std::cerr << "unwarp: --name " << *baseName
                       << ": use letters, digits and _-.@!* with at most one % for the number\n";
-            return 2;
+            return {2, {}, nullptr};
         }
         options.filenameType = 1;
     } else if (auto prompt = sharingNamePromptForCount(assets.size(), {})) {
@@ -99,19 +100,37 @@ int shareIntoFolder(const std::vector<VRAssetRef>& assets, const std::optional<s
         if (auto* exporter = dynamic_cast<VRFolderExportActivity*>(&activity))
             exporter->setDestination(*folder);
     });
-    std::vector<std::string> written;
+    FolderExport result;
     if (auto* exporter = dynamic_cast<VRFolderExportActivity*>(outcome.performed.get()))
-        written = exporter->exportedURLs();
+        result.written = exporter->exportedURLs();
     else if (outcome.performed && outcome.status == VRExportShareStatusDone)
-        written = outcome.performed->items();
-    for (const auto& path : written) {
+        result.written = outcome.performed->items();
+    result.code = outcome.alerted ? 1 : reportStatus(outcome);
+    result.error = outcome.error;
+    return result;
+}
+
+}  // namespace
+
+int shareIntoFolder(const std::vector<VRAssetRef>& assets, const std::optional<std::string>& folder,
+                    const std::optional<std::string>& baseName, bool json) {
+    if (!folder && !mailSender()) {
+        std::cerr << "unwarp: mail needs xdg-email (package xdg-utils); use --to DIR\n";
+        return 1;
+    }
+    FolderExport shared = share(assets, folder, baseName);
+    for (const auto& path : shared.written) {
         if (json)
             std::cout << nlohmann::json{{"file", path}}.dump() << "\n";
         else
             std::cout << path << "\n";
     }
-    if (outcome.alerted) return 1;
-    return reportStatus(outcome);
+    return shared.code;
+}
+
+FolderExport exportIntoFolder(const std::vector<VRAssetRef>& assets, const std::string& folder,
+                              const std::optional<std::string>& baseName) {
+    return share(assets, folder, baseName);
 }
 
 int saveToAlbums(const std::vector<VRAssetRef>& assets, bool json) {

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "assets/VRAsset.h"
+#include "platform/Error.h"
 #include "results/VRImageSaveActivity.h"
 #include "results/VRMailActivity.h"
 
@@ -19,6 +20,16 @@ namespace app::results {
 // asks for them, original names otherwise.
 int shareIntoFolder(const std::vector<VRAssetRef>& assets, const std::optional<std::string>& folder,
                     const std::optional<std::string>& baseName, bool json);
+// The same into `folder` without printing: the exit code and the files written, in the
+// assets' order.
+struct FolderExport {
+    int code = 0;
+    std::vector<std::string> written;
+    // Why the files were not all written, when the activity said.
+    platform::ErrorRef error;
+};
+FolderExport exportIntoFolder(const std::vector<VRAssetRef>& assets, const std::string& folder,
+                              const std::optional<std::string>& baseName);
 // Saves the assets' files into the albums "Uwrp photos" and "Uwrp videos".
 int saveToAlbums(const std::vector<VRAssetRef>& assets, bool json);
 

@@ -241,4 +241,9 @@ std::string defaultPhotoLibraryRoot(const std::optional<std::string>& homeRoot,
 // ($XDG_CACHE_HOME/thumbnails, or HOME/cache/thumbnails under a home root).
 PhotoLibraryLocations defaultPhotoLibraryLocations(const std::optional<std::string>& libraryPath);
 
+// The library's Live Photo rule for two files outside it: a still and a movie of one stem in
+// one folder whose pairing keys (the still's XMP content identifier, the movie's QuickTime
+// one) are present and equal. Reads both files' metadata.
+bool isLivePhotoPair(const std::string& stillPath, const std::string& moviePath);
+
 }  // namespace platform

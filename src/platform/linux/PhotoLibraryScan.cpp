@@ -61,6 +61,11 @@ std::string stemOf(const std::string& path) {
     return path.substr(0, dot == std::string::npos || dot < slash ? path.size() : dot);
 }
 
+// A movie joins a still of its stem and folder when both carry the same pairing key.
+bool pairingKeysMatch(const std::string& stillKey, const std::string& movieKey) {
+    return !movieKey.empty() && stillKey == movieKey;
+}
+
 const FileFacts& factsFor(FactsCache& cache, const std::string& path) {
     auto it = cache.find(path);
     if (it == cache.end()) it = cache.emplace(path, readFileFacts(path)).first;
@@ -292,7 +297,7 @@ ErrorRef FolderPhotoLibrary::_rescanLocked(const Walk& walk, FactsCache& cache) 
             }
         }
         auto stillRow = still.empty() ? std::nullopt : catalog.asset(still);
-        if (stillRow && stillRow->contentIdentifier == facts.contentIdentifier &&
+        if (stillRow && pairingKeysMatch(stillRow->contentIdentifier, facts.contentIdentifier) &&
             catalog.filesOfAsset(still).size() == 1) {
             if (auto e = catalog.putFile(fileRowFor(*s, still, PHAssetResourceTypePairedVideo)))
                 return e;
@@ -318,3 +323,17 @@ ErrorRef FolderPhotoLibrary::_rescanLocked(const Walk& walk, FactsCache& cache) 
 }
 
 }  // namespace platform::photolibrary
+
+namespace platform {
+
+bool isLivePhotoPair(const std::string& stillPath, const std::string& moviePath) {
+    using namespace photolibrary;
+    if (stemOf(stillPath) != stemOf(moviePath) || folderOf(stillPath) != folderOf(moviePath) ||
+        mediaTypeForPath(stillPath) != PHAssetMediaTypeImage ||
+        mediaTypeForPath(moviePath) != PHAssetMediaTypeVideo)
+        return false;
+    const FileFacts movie = readFileFacts(moviePath);
+    return pairingKeysMatch(readFileFacts(stillPath).contentIdentifier, movie.contentIdentifier);
+}
+
+}  // namespace platform
