@@ -4,9 +4,6 @@
 
 #include "platform/FileManager.h"
 #include "platform/Log.h"
-#include "platform/UUID.h"
-#include "storage/VRFileStorage.h"
-#include "storage/VXHelperFiles.h"
 
 using platform::FileManager;
 
@@ -66,31 +63,6 @@ std::optional<HandedOver> handOverResult(const std::string& file,
     }
     if (error) *error = platform::Error::posixError(EEXIST, "no free name", folder + "/" + name);
     return std::nullopt;
-}
-
-std::optional<HandedOver> handOverCopyOfResult(const std::string& file,
-                                               const std::optional<std::string>& paired,
-                                               const std::string& folder,
-                                               platform::ErrorRef* error) {
-    const std::string scratch = FileManager::stringByAppendingPathComponent(
-        VRFileStorage::ownTemporaryFolder(VXHelper::temporaryDirectory()), platform::UUIDString());
-    auto place = [&](const std::string& from) -> std::optional<std::string> {
-        const std::string to = FileManager::stringByAppendingPathComponent(
-            scratch, FileManager::lastPathComponent(from));
-        if (FileManager::linkItemAtPath(from, to) || FileManager::copyItemAtPath(from, to, error))
-            return to;
-        return std::nullopt;
-    };
-    std::optional<HandedOver> handed;
-    if (FileManager::createDirectoryAtPath(scratch, true, error)) {
-        if (auto copy = place(file)) {
-            // A movie that can't be placed is dropped, as a failed video half is.
-            const std::optional<std::string> pairedCopy = paired ? place(*paired) : std::nullopt;
-            handed = handOverResult(*copy, pairedCopy, folder, error);
-        }
-    }
-    FileManager::removeItemAtPath(scratch);
-    return handed;
 }
 
 }  // namespace app

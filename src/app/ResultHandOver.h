@@ -29,12 +29,4 @@ std::optional<HandedOver> handOverResult(const std::string& file,
                                          const std::optional<std::string>& paired,
                                          const std::string& folder, platform::ErrorRef* error);
 
-// The same for files that stay where they are (a stored result, a library item): each is
-// linked (copied across file systems) under its own name into a private temporary folder and
-// that link is handed over, so the originals and their backup marks are untouched.
-std::optional<HandedOver> handOverCopyOfResult(const std::string& file,
-                                               const std::optional<std::string>& paired,
-                                               const std::string& folder,
-                                               platform::ErrorRef* error);
-
 }  // namespace app
