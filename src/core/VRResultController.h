@@ -93,6 +93,8 @@ class VRResultController {
     // The tutorial's focus view: where it points while the walk is at the results step (the
     // close button, whose bounds the front end gives), none otherwise.
     std::optional<VRFocusViewState> focusViewState(CGRect closeButtonBounds) const;
+    // The close button's bounds as laid out, for the focus shown after the tutorial's note.
+    void setCloseButtonBounds(CGRect bounds) { _closeButtonBounds = bounds; }
     // focusView:didRegisterTouchInRect: on the close button: the walk reaches its last step,
     // the focus view hides and the screen goes back as its back button does.
     void focusViewDidRegisterTouch();
@@ -181,6 +183,7 @@ class VRResultController {
     bool _shareButtonHidden = true;
     // The screen's push has ended (set when it appears); the tutorial's note waits for it.
     bool _pushTransitionFinished = false;
+    CGRect _closeButtonBounds;
     std::optional<VRBatchAlert> _backgroundAlert;
     // Between a background and the next foreground: a second background (two stop signals
     // in a row) must not take the run for one the user paused.

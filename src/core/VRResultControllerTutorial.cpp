@@ -26,7 +26,7 @@ void VRResultController::_didFinishProcessing() {
     note.answer = [this, alive](std::size_t) {
         // After the note the walk points at the way back to the main screen.
         if (!alive.expired() && _events.focusView) {
-            _events.focusView(focusViewState(CGRect{}));
+            _events.focusView(focusViewState(_closeButtonBounds));
         }
     };
     _events.tutorialNote(note);

@@ -96,12 +96,12 @@ TEST(TutorialRun, ResultsScreenEndsTheWalkAtTheCloseButton) {
               VRTutorial::autoSaveNoteText("Uwrp photos", "Uwrp videos", "Uwrp originals"));
     EXPECT_EQ(t.notes[0].buttons, std::vector<std::string>{"Next"});
     EXPECT_TRUE(t.focus.empty());
+    t.controller->setCloseButtonBounds({{0, 0}, {40, 40}});
     t.notes[0].answer(0);
     ASSERT_EQ(t.focus.size(), 1u);
     ASSERT_TRUE(t.focus[0]);
     EXPECT_EQ(t.focus[0]->targetView, "closeButton");
-    EXPECT_EQ(t.controller->focusViewState({{0, 0}, {40, 40}})->targetRect,
-              (CGRect{{0, 0}, {20, 20}}));
+    EXPECT_EQ(t.focus[0]->targetRect, (CGRect{{0, 0}, {20, 20}}));
     t.controller->focusViewDidRegisterTouch();
     EXPECT_EQ(t.step, 13);
     ASSERT_EQ(t.focus.size(), 2u);
