@@ -4,6 +4,7 @@
 
 #include "assets/VRAssetManager2.h"
 #include "assets/VRURLAsset.h"
+#include "core/VRLaunchManager.h"
 #include "core/VRProcessor.h"
 #include "core/VXHelperRate.h"
 #include "platform/FileManager.h"
@@ -74,5 +75,10 @@ VRBatchServices VRBatchServices::standard() {
     services.incrementRateInfoProcessed = [] { VXHelper::incrementRateInfoProcessed(); };
     services.checkAndCommitRateInfo = [] { return VXHelper::checkAndCommitRateInfo(); };
     services.updateReteInfoWithError = [] { VXHelper::updateReteInfoWithError(); };
+    services.tutorialState = [] { return VRLaunchManager::defaultManager().tutorialState(); };
+    services.tutorialStep = [] { return VRLaunchManager::defaultManager().tutorialStep(); };
+    services.setTutorialStep = [](std::int64_t step) {
+        VRLaunchManager::defaultManager().setTutorialStep(step);
+    };
     return services;
 }

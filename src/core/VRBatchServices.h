@@ -3,6 +3,7 @@
 // and the rate counters. The defaults are the process's own objects; tests hand in their own.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <set>
@@ -53,8 +54,13 @@ struct VRBatchServices {
     std::function<void()> incrementRateInfoProcessed;
     std::function<bool()> checkAndCommitRateInfo;
     std::function<void()> updateReteInfoWithError;
+    // The tutorial's state (1 while it runs) and step, of the launch manager; absent reads 0.
+    std::function<std::int64_t()> tutorialState;
+    std::function<std::int64_t()> tutorialStep;
+    std::function<void(std::int64_t step)> setTutorialStep;
 
-    // The process's processor, result store, settings and rate counters. Pending assets are
-    // kept on reload when their source can still be reached (a file that is gone drops out).
+    // The process's processor, result store, settings, rate counters and launch manager. Pending
+    // assets are kept on reload when their source can still be reached (a file that is gone drops
+    // out).
     static VRBatchServices standard();
 };

@@ -99,6 +99,10 @@ void VRResultController::viewDidAppear() {
         return;
     }
     _processingStarted = true;
+    _pushTransitionFinished = true;
+    if (_isTutorialRunning() && _services.setTutorialStep) {
+        _services.setTutorialStep(VRTutorial::kResultsStep);
+    }
     _picker.beginProcessing();
     _startProcessingPendingAssetsWithSize(kSizeZero);
 }
@@ -141,6 +145,9 @@ void VRResultController::_startProcessingPendingAssetsWithSize(CGSize size) {
     if (!asset) {
         _finishProcessing();
         _screenAutoLockDisabled = false;
+        if (_pushTransitionFinished) {
+            _didFinishProcessing();
+        }
         return;
     }
     asset = asset->copy();
@@ -169,10 +176,15 @@ void VRResultController::_startProcessingPendingAssetsWithSize(CGSize size) {
         });
 }
 
-void VRResultController::_didCompleteAsset(std::uint64_t run, const VRAssetRef& result,
-                                           const VRErrorRef& error) {
+void VRResultController::_didCompleteAsset(std::uint64_t run, VRAssetRef result, VRErrorRef error) {
     if (run != _run) {
         return;
+    }
+    if (error && _isTutorialRunning()) {
+        // The tutorial's samples are meant to succeed: a failure shows their prepared result.
+        error = nullptr;
+        const VRAssetRef& sample = _picker.processingAsset();
+        result = sample ? _resultAssetForSampleAsset(*sample) : nullptr;
     }
     if (error && error->hasCode(VRErrorCode::sizeLimitExceeded)) {
         _handleLimitError(*error);
@@ -250,7 +262,9 @@ void VRResultController::_commitProcessingPedningAsset() {
     _updateSettingsRecentAssetsForRemoval(false);
     _updateShareButtonState();
     if (_buttonState == VRProcessingState::processing) {
-        _services.incrementRateInfoProcessed();
+        if (!_isTutorialRunning()) {
+            _services.incrementRateInfoProcessed();
+        }
         _startProcessingPendingAssetsWithSize(kSizeZero);
     }
     if (!_picker.processingAsset()) {

@@ -21,6 +21,7 @@
 #include "model/VRAdjustState.h"
 #include "platform/Geometry.h"
 #include "platform/PlistValue.h"
+#include "presentation/VRTutorialFocus.h"
 #include "templates/VXTemplate.h"
 
 // VRProcessingButton's processingState: 0 "Results" (disabled), 1 "Resume", 2 "Processing";
@@ -33,7 +34,14 @@ std::optional<std::string> VRProcessingButtonTitle(VRProcessingState state);
 // with the index of the button chosen (on the main thread).
 struct VRBatchAlert {
     // mailWarning: an error report that no mail program took ("Warning").
-    enum class Kind { error, exceedingMaxSize, processingRestrictions, storedLocally, mailWarning };
+    enum class Kind {
+        error,
+        exceedingMaxSize,
+        processingRestrictions,
+        storedLocally,
+        mailWarning,
+        tutorialNote
+    };
     Kind kind;
     std::string title;
     std::string message;
@@ -68,6 +76,10 @@ struct VRResultControllerEvents {
     // resultsController:didFinishWithAssets:reload:updatingSettings:.
     std::function<void(const std::vector<VRAssetRef>& assets, bool reload, bool settingsUpdated)>
         didFinishWithAssets;
+    // The tutorial: the note when the run ends at the results step (its "Next" answers), and the
+    // focus view, shown with its state or hidden with none.
+    std::function<void(const VRBatchAlert& note)> tutorialNote;
+    std::function<void(const std::optional<VRFocusViewState>& state)> focusView;
 };
 
 class VRResultController {
@@ -86,6 +98,18 @@ class VRResultController {
     void loadView();
     // The first call starts the run (building the list first when needed).
     void viewDidAppear();
+
+    // The tutorial's focus view: where it points while the walk is at the results step (the
+    // close button, whose bounds the front end gives), none otherwise.
+    std::optional<VRFocusViewState> focusViewState(CGRect closeButtonBounds) const;
+    // The close button's bounds as laid out, for the focus shown after the tutorial's note.
+    void setCloseButtonBounds(CGRect bounds) { _closeButtonBounds = bounds; }
+    // focusView:didRegisterTouchInRect: on the close button: the walk reaches its last step,
+    // the focus view hides and the screen goes back as its back button does.
+    void focusViewDidRegisterTouch();
+    // During the tutorial a sample that fails gives way to its prepared result: a file asset's
+    // path with "-result" before the extension. None for other kinds of asset.
+    static VRAssetRef _resultAssetForSampleAsset(const VRAsset& asset);
 
     // The user touches the main button: 2 becomes 1 (pause), 1 becomes 2 (resume).
     void touchProcessingButton();
@@ -132,13 +156,15 @@ class VRResultController {
 
   private:
     void _startProcessingPendingAssetsWithSize(CGSize size);
-    void _didCompleteAsset(std::uint64_t run, const VRAssetRef& result, const VRErrorRef& error);
+    void _didCompleteAsset(std::uint64_t run, VRAssetRef result, VRErrorRef error);
     void _handleLimitError(const VRError& error);
     void _commitProcessingPedningAsset();
     void _cancelProcessingPendingAssets();
     void _pauseProcessing();
     void _restoreProcessing();
     void _finishProcessing();
+    void _didFinishProcessing();
+    bool _isTutorialRunning() const;
     void _updateSettingsRecentAssetsForRemoval(bool removal);
     void _updateShareButtonState();
     void _showErrorWithTitle(const std::optional<std::string>& title, const std::string& message,
@@ -170,6 +196,9 @@ class VRResultController {
     bool _useReducedSizeWhenExceedMaxSize = false;
     bool _settingsUpdated = false;
     bool _shareButtonHidden = true;
+    // The screen's push has ended (set when it appears); the tutorial's note waits for it.
+    bool _pushTransitionFinished = false;
+    CGRect _closeButtonBounds;
     std::optional<VRBatchAlert> _backgroundAlert;
     // Between a background and the next foreground: a second background (two stop signals
     // in a row) must not take the run for one the user paused.
