@@ -84,6 +84,9 @@ class BatchDriver {
             _alert.reset();
             answer(alert);
         }
+        // "Contact us" sends the report in the background; the process waits for its outcome
+        // (and the Warning with the report folder) before it ends.
+        platform::MainRunLoop::runUntil([&] { return interrupted || !_reportPending; });
         lifecycle.reset();
         _controller.reset();
         return std::move(_outcome);
@@ -112,13 +115,18 @@ class BatchDriver {
                     break;
                 default:
                     // Words with one button to take note of.
-                    _view.note(alert.title + ": " + alert.message);
+                    _view.note(alert.title + ": " + alert.message +
+                               (alert.reportFolder ? "\nThe report: " + *alert.reportFolder : ""));
                     if (alert.answer) alert.answer(0);
                     break;
             }
         };
         // Without a handler of its own the run sends the error report itself.
         if (_handlers.contactUs) events.emailError = _handlers.contactUs;
+        events.errorReported = [this](const VRErrorReportOutcome& outcome) {
+            if (outcome.sent) _view.note("The report went to the mail program.");
+            _reportPending = false;
+        };
         return events;
     }
 
@@ -164,6 +172,7 @@ class BatchDriver {
             std::size_t button = _options.reportErrors ? 0 : 1;
             if (_options.ask)
                 button = _view.ask(alert.title, alert.message, alert.buttons).value_or(1);
+            _reportPending = button == 0 && !_handlers.contactUs;
             alert.answer(button);
         }
         if (_options.keepGoing) {
@@ -211,6 +220,7 @@ class BatchDriver {
     std::optional<VRBatchAlert> _alert;
     bool _finished = false;
     bool _stopped = false;
+    bool _reportPending = false;
     std::optional<std::size_t> _current;
     std::size_t _next = 0;
     Clock::time_point _itemStart = Clock::now();

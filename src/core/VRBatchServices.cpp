@@ -68,6 +68,9 @@ VRBatchServices VRBatchServices::standard() {
     };
     services.setRecentAssetsIdentifiers = [](const std::vector<std::string>& identifiers) {
         VRSettings::setRecentAssetsIdentifiers(identifiers);
+        // Written at once: each unsaved edit keeps its whole list until the next write, which
+        // in a long batch would grow with the square of the results.
+        VRSettings::save();
     };
     services.isNotifyExceedingMaxSizeEnabled = [] {
         return VRSettings::isNotifyExceedingMaxSizeEnabled();

@@ -12,6 +12,7 @@
 #include "app/CommandSupport.h"
 #include "photo/PhotoSupport.h"
 #include "platform/PhotoLibraryTestSupport.h"
+#include "support/FakeMailProgram.h"
 
 using command_test::contentsOf;
 using command_test::filesIn;
@@ -250,4 +251,38 @@ TEST(ProcessBatchMedia, ResultsAreListedAfterTheRun) {
     Outcome listed = unwarp(home, "results list --json");
     ASSERT_EQ(listed.exitCode, 0) << listed.err;
     EXPECT_EQ(jsonLines(listed.out).size(), 2u) << listed.out;
+}
+
+// "Contact us" on a failed item (--report-errors off a terminal) hands the report to the mail
+// program before the process ends; without one the Warning names the report folder.
+TEST(ProcessBatchMedia, ContactUsSendsTheReportBeforeTheRunEnds) {
+    TestHome home;
+    std::ofstream(home.path("bad.jpg")) << "not a picture";
+    const std::string run =
+        "process --template uw-133 --report-errors " + inQuotes(home.path("bad.jpg"));
+    {
+        fs::create_directories(home.path("mail"));
+        testing_support::FakeMailProgram mail(home.path("mail"));
+        Outcome o = unwarp(home, run);
+        EXPECT_EQ(o.exitCode, 1) << o.err;
+        EXPECT_EQ(mail.value("--subject"), std::optional<std::string>("App error"));
+        EXPECT_NE(mail.value("--body").value_or("").find("Free disk space"), std::string::npos);
+        EXPECT_NE(o.err.find("The report went to the mail program."), std::string::npos) << o.err;
+    }
+    {
+        fs::create_directories(home.path("nomail"));
+        testing_support::FakeMailProgram none(home.path("nomail"), false);
+        Outcome o = unwarp(home, run);
+        EXPECT_EQ(o.exitCode, 1);
+        const auto at = o.err.find("The report: ");
+        ASSERT_NE(at, std::string::npos) << o.err;
+        EXPECT_NE(o.err.find("Warning: You must configure your email client"), std::string::npos)
+            << o.err;
+        std::string folder = o.err.substr(at + 12);
+        folder = folder.substr(0, folder.find('\n'));
+        EXPECT_NE(contentsOf(folder + "/mail.txt").find("Error message: "), std::string::npos)
+            << folder;
+        // A picture that can't be read has no details to attach.
+        EXPECT_FALSE(fs::exists(folder + "/format.plist")) << folder;
+    }
 }

@@ -12,6 +12,9 @@
 #include "core/ErrorMessages.h"
 #include "model/VXHelperSize.h"
 #include "platform/Dispatch.h"
+#include "platform/Environment.h"
+#include "platform/UserDefaults.h"
+#include "storage/VRSettings.h"
 #include "support/TestHome.h"
 
 using batch_support::BatchFixture;
@@ -331,4 +334,19 @@ TEST(VRBatchServices, StandardReloadDropsFilesThatAreGone) {
     std::vector<VRAssetRef> kept = VRBatchServices::standard().reloadAssets(assets);
     ASSERT_EQ(kept.size(), 1u);
     EXPECT_EQ(kept[0]->objectIdentifier(), home.path("in/kept.jpg"));
+}
+
+// Each commit's list of recent identifiers reaches the file at once: another process reads it,
+// and no unsaved edits pile up over a long batch.
+TEST(VRBatchServices, StandardRecentIdentifiersAreSavedAtOnce) {
+    testing_support::TestHome home;
+    const std::string path = platform::Environment::settingsDirectory() + "/defaults.plist";
+    platform::UserDefaults store(path);
+    VRSettings::setUserDefaults(&store);
+    VRBatchServices::standard().setRecentAssetsIdentifiers({"/in/a.jpg", "/in/b.jpg"});
+    platform::UserDefaults other(path);
+    VRSettings::setUserDefaults(&other);
+    EXPECT_EQ(VRSettings::recentAssetsIdentifiers(),
+              (std::vector<std::string>{"/in/a.jpg", "/in/b.jpg"}));
+    VRSettings::setUserDefaults(nullptr);
 }
