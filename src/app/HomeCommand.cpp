@@ -102,8 +102,7 @@ class HomeCommand : public app::Command {
         auto home = app::presentTerminalHome(std::cout);
         std::string problem;
         auto channel = VRLaunchChannel::publish(
-            [](const std::string& path) { VRLaunchManager::defaultManager().setExternalURL(path); },
-            &problem);
+            [home](const std::string& path) { home->offer(path); }, &problem);
         if (!channel) return app::reportFailure(problem);
         auto lifecycle = VRLifecycleSignals::install(
             {[] { AppDelegate::shared().applicationDidEnterBackground(); },

@@ -70,7 +70,7 @@ class OpenCommand : public app::Command {
   private:
     int present(const std::vector<std::string>& paths) {
         auto home = app::presentTerminalHome(std::cout);
-        for (const auto& path : paths) VRLaunchManager::defaultManager().setExternalURL(path);
+        for (const auto& path : paths) home->offer(path);
         if (!_key || home->delivered().empty()) return app::kExitSuccess;
         std::vector<std::string> arguments = {"process", "--template", *_key};
         if (_out) arguments.insert(arguments.end(), {"--out", *_out});

@@ -16,6 +16,12 @@ void TerminalHome::launchManagerDidRequestExtenralURL(VRLaunchManager& manager) 
     _out << externalItemLine(*url) << std::endl;
 }
 
+void TerminalHome::offer(const std::string& path) {
+    VRLaunchManager& manager = VRLaunchManager::defaultManager();
+    manager.setExternalURL(path);
+    launchManagerDidRequestExtenralURL(manager);
+}
+
 std::string externalItemLine(const std::string& path) {
     std::string type = titleForMediaType(VRURLAsset::mediaTypeForPath(path));
     if (type.empty()) type = "file";
@@ -26,7 +32,8 @@ std::shared_ptr<TerminalHome> presentTerminalHome(std::ostream& out) {
     auto home = std::make_shared<TerminalHome>(out);
     VRLaunchManager& manager = VRLaunchManager::defaultManager();
     AppDelegate::shared()._loadMainControllerFromLaunchController(home);
-    if (manager.isTutorialActive()) manager.completeTutorial();
+    // A file that waited for the tutorial is the terminal's to take.
+    home->launchManagerDidRequestExtenralURL(manager);
     return home;
 }
 

@@ -18,6 +18,10 @@ class TerminalHome : public VRLaunchManagerDelegate {
     // Tells the file and takes it out of the launch manager, so it is delivered once.
     void launchManagerDidRequestExtenralURL(VRLaunchManager& manager) override;
     const std::vector<std::string>& delivered() const { return _delivered; }
+    // A file opened from outside: handed to the launch manager, and taken at once even while
+    // a tutorial is due. The terminal has none of the screens the tutorial walks over, and it
+    // leaves the tutorial to a front end that has them instead of marking it done.
+    void offer(const std::string& path);
 
   private:
     std::ostream& _out;
@@ -28,9 +32,7 @@ class TerminalHome : public VRLaunchManagerDelegate {
 // the path.
 std::string externalItemLine(const std::string& path);
 
-// Makes the terminal home the launch manager's delegate. The tutorial is a walk over screens
-// that the terminal does not have, so a tutorial that is due ends as soon as it starts; it
-// would otherwise hold back every external file.
+// Makes the terminal home the launch manager's delegate.
 std::shared_ptr<TerminalHome> presentTerminalHome(std::ostream& out);
 
 }  // namespace app

@@ -13,6 +13,8 @@
 #include <string>
 
 #include "app/CommandSupport.h"
+#include "platform/UserDefaults.h"
+#include "storage/VXHelperState.h"
 
 namespace {
 
@@ -128,6 +130,10 @@ TEST(LaunchCommand, FileOpenedWhileFrontEndRunsReachesIt) {
     EXPECT_EQ(frontEnd.finish(), 0);
     EXPECT_FALSE(std::filesystem::exists(photo));
     EXPECT_TRUE(channelNames(home).empty());
+    // The terminal took the files without walking the tutorial, which stays due for a front
+    // end that has its screens.
+    platform::UserDefaults defaults(home.path("config/defaults.plist"));
+    EXPECT_FALSE(defaults.objectForKey(VXTutorialCompleteKey).boolValue());
 }
 
 // A front end killed with its files and channel left behind: the next `open` finds no one to
