@@ -5,9 +5,13 @@
 
 #include "assets/VRAssetManager2Internal.h"
 #include "assets/VRURLAsset.h"
+#include "model/ImageRendering.h"
+#include "model/VRImageProperties.h"
 #include "platform/Dispatch.h"
 #include "platform/ImageDestination.h"
+#include "platform/ImageSource.h"
 #include "platform/Log.h"
+#include "platform/ReducedJpeg.h"
 
 using namespace platform;
 
@@ -29,6 +33,27 @@ bool writeThumbnail(const Bitmap& image, const std::string& path) {
     return false;
 }
 
+constexpr auto kUpright =
+    static_cast<VRImageArrangementBits>(VRImageArrangementIntegral | VRImageArrangementOriented);
+
+// A JPEG drawn from a DCT-reduced decode that is still at least as large as the thumbnail, into
+// the size the full picture would give; none for anything else, which is decoded in full.
+std::optional<Bitmap> reducedThumbnail(const std::string& url, CGSize targetSize,
+                                       PHImageContentMode contentMode) {
+    auto source = ImageSource::createWithURL(url);
+    if (!source || source->type() != "public.jpeg") return std::nullopt;
+    auto properties = VRImageProperties::ofImageSource(*source);
+    if (!properties) return std::nullopt;
+    const CGSize size =
+        VRThumbnailSizeForSize(properties->displayedSize(), targetSize, contentMode);
+    if (size.width == 0) return std::nullopt;
+    auto image =
+        decodeReducedJpeg(url, static_cast<std::uint32_t>(std::max(size.width, size.height)));
+    if (!image) return std::nullopt;
+    return VRRenderCGImage(*image, properties->orientation().value_or(0), kCGInterpolationMedium,
+                           std::nullopt, kUpright, 1, 0, CGRect{}, size, CGPoint{});
+}
+
 }  // namespace
 
 CGSize VRThumbnailSizeForSize(CGSize source, CGSize target, PHImageContentMode contentMode) {
@@ -44,6 +69,9 @@ CGSize VRThumbnailSizeForSize(CGSize source, CGSize target, PHImageContentMode c
 std::optional<Bitmap> VRThumbnailForURL(const std::string& url, CGSize targetSize,
                                         PHImageContentMode contentMode) {
     const bool movie = VRURLAsset::mediaTypeForPath(url) == VRFormatMediaTypeVideo;
+    if (!movie) {
+        if (auto reduced = reducedThumbnail(url, targetSize, contentMode)) return reduced;
+    }
     auto picture = vr_asset_manager::pictureAtPath(url, movie);
     if (!picture) return std::nullopt;
     // Integral and oriented: the target is upright and already has the picture's proportions.

@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <filesystem>
 
 #include "../platform/PhotoLibraryTestSupport.h"
+#include "assets/VRAssetManager2Internal.h"
 #include "assets/VRAssetThumbnails.h"
 #include "platform/ImageSource.h"
 #include "support/TestHome.h"
@@ -68,6 +70,38 @@ TEST(VRAssetThumbnails, FileIsAnUprightJpegAndNothingComesOfAnUnreadableFile) {
     // A folder that doesn't exist: the image can't be kept, so nothing is answered.
     EXPECT_FALSE(VRCreateThumbnailForURL(photo, home.path("nowhere/t.jpg"), {20, 20},
                                          PHImageContentModeAspectFit, true));
+}
+
+// A JPEG large enough for a reduced decode gives the thumbnail the full decode would: the same
+// size, turned the same way, and the same pixels within the scaling's rounding.
+TEST(VRAssetThumbnails, ReducedDecodeOfAJpegDrawsWhatTheFullDecodeDraws) {
+    testing_support::TestHome home;
+    const std::string photo = home.path("in/turned.jpg");
+    photolibrary_test::makeJpeg(photo, 640, 480, "-Orientation=6 -n");
+    for (PHImageContentMode mode : {PHImageContentModeAspectFill, PHImageContentModeAspectFit}) {
+        SCOPED_TRACE(mode);
+        auto reduced = VRThumbnailForURL(photo, {152, 152}, mode);
+        auto picture = vr_asset_manager::pictureAtPath(photo, false);
+        ASSERT_TRUE(reduced && picture);
+        auto full = vr_asset_manager::drawPicture(
+            *picture, {152, 152}, mode,
+            static_cast<VRImageArrangementBits>(VRImageArrangementIntegral |
+                                                VRImageArrangementOriented));
+        ASSERT_TRUE(full);
+        ASSERT_EQ(reduced->width(), full->width());
+        ASSERT_EQ(reduced->height(), full->height());
+        EXPECT_LT(reduced->width(), reduced->height()) << "shown upright";
+        ASSERT_EQ(reduced->bitsPerPixel(), full->bitsPerPixel());
+        double sum = 0;
+        std::size_t count = 0;
+        const std::size_t rowBytes = reduced->width() * reduced->bitsPerPixel() / 8;
+        for (std::size_t y = 0; y < reduced->height(); ++y) {
+            const std::uint8_t* a = reduced->data() + y * reduced->bytesPerRow();
+            const std::uint8_t* b = full->data() + y * full->bytesPerRow();
+            for (std::size_t i = 0; i < rowBytes; ++i, ++count) sum += std::abs(a[i] - b[i]);
+        }
+        EXPECT_LT(sum / double(count), 2.0);
+    }
 }
 
 }  // namespace
