@@ -80,6 +80,21 @@ PlistValue UserDefaults::objectForKey(const std::string& key) const {
     return it == _values.end() ? PlistValue() : it->second;
 }
 
+PlistValue UserDefaults::objectForKey(const std::string& key, const std::string& subkey) const {
+    std::lock_guard lock(_mutex);
+    auto it = _values.find(key);
+    if (it == _values.end()) return PlistValue();
+    const PlistDictionary* inner = it->second.dictionary();
+    if (!inner) return PlistValue();
+    auto found = inner->find(subkey);
+    return found == inner->end() ? PlistValue() : found->second;
+}
+
+void UserDefaults::read(const std::function<void(const PlistDictionary& values)>& look) const {
+    std::lock_guard lock(_mutex);
+    look(_values);
+}
+
 void UserDefaults::setObject(const PlistValue& value, const std::string& key) {
     modify([value, key](PlistDictionary& values) {
         if (value.isNull()) {

@@ -28,6 +28,12 @@ class UserDefaults {
 
     // Null when absent.
     PlistValue objectForKey(const std::string& key) const;
+    // The value under `subkey` of the dictionary stored under `key` (null when either is
+    // missing): only that value is copied, not the whole dictionary.
+    PlistValue objectForKey(const std::string& key, const std::string& subkey) const;
+    // Looks at the values in memory under the store's lock, without copying them; `look` must
+    // not call back into the store.
+    void read(const std::function<void(const PlistDictionary& values)>& look) const;
     // Same as objectForKey (key-value coding on a plain store).
     PlistValue valueForKey(const std::string& key) const { return objectForKey(key); }
     // A null value removes the key.

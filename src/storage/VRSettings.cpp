@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cinttypes>
+#include <memory>
 
 #include "model/VRSizeEntry.h"
 #include "model/VXHelperDevice.h"
@@ -129,10 +130,14 @@ void VRSettings::_checkSettingsInstalled() {
     platform::UserDefaults& store = userDefaults();
     // Checked on every call, not only at installation: a value of another type under the key
     // (an old or damaged file) would otherwise leave every setting unwritable.
-    if (store.boolForKey(VRSettingsInstalledDefaultsKey) &&
-        store.objectForKey(VRSettingsDefaultsKey).isDictionary()) {
-        return;
-    }
+    bool installed = false;
+    store.read([&installed](const PlistDictionary& values) {
+        auto flag = values.find(VRSettingsInstalledDefaultsKey);
+        auto settings = values.find(VRSettingsDefaultsKey);
+        installed = flag != values.end() && flag->second.boolValue() && settings != values.end() &&
+                    settings->second.isDictionary();
+    });
+    if (installed) return;
     store.modify([](PlistDictionary& values) {
         if (!values[VRSettingsInstalledDefaultsKey].boolValue()) {
             values[VRSettingsInstalledDefaultsKey] = true;
@@ -145,8 +150,7 @@ void VRSettings::_checkSettingsInstalled() {
 
 PlistValue VRSettings::objectForKey(const std::string& key) {
     _checkSettingsInstalled();
-    PlistValue settings = userDefaults().objectForKey(VRSettingsDefaultsKey);
-    return settings[key];
+    return userDefaults().objectForKey(VRSettingsDefaultsKey, key);
 }
 
 void VRSettings::_modifySettings(const std::function<void(PlistDictionary&)>& edit) {
@@ -160,11 +164,14 @@ void VRSettings::_modifySettings(const std::function<void(PlistDictionary&)>& ed
 }
 
 void VRSettings::setObject(const PlistValue& value, const std::string& key) {
-    _modifySettings([value, key](PlistDictionary& settings) {
-        if (value.isNull()) {
+    // Shared, not copied with the edit: a long list (the recent assets of a batch) is set
+    // after every result, and each copy of it costs as much as the list is long.
+    auto shared = std::make_shared<const PlistValue>(value);
+    _modifySettings([shared, key](PlistDictionary& settings) {
+        if (shared->isNull()) {
             settings.erase(key);
         } else {
-            settings[key] = value;
+            settings[key] = *shared;
         }
     });
 }
@@ -177,8 +184,13 @@ bool VRSettings::save(platform::ErrorRef* error) {
 
 void VRSettings::_prepareSettings() {
     _checkSettingsInstalled();
-    const PlistValue settings = userDefaults().objectForKey(VRSettingsDefaultsKey);
-    if (!VRSettingsPreparation::needsPreparation(*settings.dictionary())) return;
+    bool needed = true;
+    userDefaults().read([&needed](const PlistDictionary& values) {
+        auto settings = values.find(VRSettingsDefaultsKey);
+        if (settings != values.end() && settings->second.dictionary())
+            needed = VRSettingsPreparation::needsPreparation(*settings->second.dictionary());
+    });
+    if (!needed) return;
     // One edit, so that under the store's lock the steps are decided again on the settings as
     // stored: another process may have prepared them, or changed them since, meanwhile.
     _modifySettings(VRSettingsPreparation::prepare);
