@@ -113,10 +113,9 @@ class ProcessCommand : public app::Command {
     }
 
     int run() override {
-        for (auto step :
-             {&ProcessCommand::prepare, &ProcessCommand::prepareInputs,
-              &ProcessCommand::checkMediaAgainstTemplate, &ProcessCommand::prepareAdjust,
-              &ProcessCommand::prepareOutputFolder}) {
+        for (auto step : {&ProcessCommand::prepare, &ProcessCommand::prepareInputs,
+                          &ProcessCommand::checkMediaAgainstTemplate,
+                          &ProcessCommand::prepareAdjust, &ProcessCommand::prepareOutputFolder}) {
             const int code = (this->*step)();
             if (code != app::kExitSuccess) return code;
         }
@@ -135,7 +134,8 @@ class ProcessCommand : public app::Command {
         auto stateFor = [this](const VRAsset& asset) {
             return app::adjustStateForAsset(_adjusted, asset, _state);
         };
-        auto outcome = app::runBatch(_inputs, _tpl, stateFor, _options, view, handlers, gInterrupted);
+        auto outcome =
+            app::runBatch(_inputs, _tpl, stateFor, _options, view, handlers, gInterrupted);
         int code = deliver(outcome);
         const std::size_t done = outcome.results.size() + outcome.failures.size();
         view.summary(outcome.results.size(), outcome.failures.size(),

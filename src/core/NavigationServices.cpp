@@ -4,9 +4,9 @@
 #include "assets/VRAssetManager2.h"
 #include "core/NavigationManager.h"
 #include "core/VXHelperRate.h"
+#include "editing/TemplatePictures.h"
 #include "platform/FileManager.h"
 #include "platform/Log.h"
-#include "editing/TemplatePictures.h"
 #include "templates/TemplateManager.h"
 
 namespace {
@@ -49,13 +49,13 @@ NavigationServices NavigationServices::standard() {
     services.saveRecentTemplate = [](const VXTemplateRef& tpl, const VRAssetRef& targetAsset) {
         if (!tpl) return;
         // The recent template carries its target asset's picture, so the list shows it.
-        VRTemplatePictures::saveRecentTemplate(TemplateManager::shared(), tpl, targetAsset,
-                                               [](const std::optional<std::string>& identifier) {
-                                                   if (!identifier) {
-                                                       platform::log(
-                                                           "~~ Unable to save the recent template");
-                                                   }
-                                               });
+        VRTemplatePictures::saveRecentTemplate(
+            TemplateManager::shared(), tpl, targetAsset,
+            [](const std::optional<std::string>& identifier) {
+                if (!identifier) {
+                    platform::log("~~ Unable to save the recent template");
+                }
+            });
     };
     services.batchServices = VRBatchServices::standard;
     return services;
