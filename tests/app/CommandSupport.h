@@ -158,6 +158,11 @@ inline Running start(const testing_support::TestHome& home, std::vector<std::str
     return r;
 }
 
+// A path as one word of a command line (paths in tests hold no single quotes).
+inline std::string inQuotes(const std::string& path) {
+    return "'" + path + "'";
+}
+
 inline std::string contentsOf(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     return std::string(std::istreambuf_iterator<char>(in), {});

@@ -16,6 +16,7 @@
 
 using command_test::contentsOf;
 using command_test::filesIn;
+using command_test::inQuotes;
 using command_test::jsonLines;
 using command_test::Outcome;
 using command_test::unwarp;
@@ -25,10 +26,6 @@ using testing_support::TestHome;
 namespace {
 
 namespace fs = std::filesystem;
-
-std::string inQuotes(const std::string& path) {
-    return "'" + path + "'";
-}
 
 std::vector<std::string> sourcesOf(const Outcome& o) {
     std::vector<std::string> names;

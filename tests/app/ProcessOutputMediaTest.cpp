@@ -17,6 +17,7 @@
 using command_test::allFilesUnder;
 using command_test::contentsOf;
 using command_test::filesIn;
+using command_test::inQuotes;
 using command_test::Outcome;
 using command_test::unwarp;
 using nlohmann::json;
@@ -27,10 +28,6 @@ using testing_support::TestHome;
 namespace {
 
 namespace fs = std::filesystem;
-
-std::string quoted(const std::string& path) {
-    return "'" + path + "'";
-}
 
 // A result takes the next free name by the incrementing rule when its name is taken, by a file
 // that was there or by another result of the same run; nothing is replaced.
@@ -44,9 +41,9 @@ TEST(ProcessOutputMedia, ResultsTakeTheNextFreeNameAndReplaceNothing) {
         quadrants(home, "a/x.jpg", 40, 30), quadrants(home, "b/x.png", 40, 30),
         quadrants(home, "y.png", 40, 30), quadrants(home, "y.jpg", 40, 30)};
     std::string arguments;
-    for (const auto& s : sources) arguments += " " + quoted(s);
-    Outcome o = unwarp(
-        home, "process --template ig-square --json --out " + quoted(home.path("out")) + arguments);
+    for (const auto& s : sources) arguments += " " + inQuotes(s);
+    Outcome o = unwarp(home, "process --template ig-square --json --out " +
+                                 inQuotes(home.path("out")) + arguments);
     ASSERT_EQ(o.exitCode, 0) << o.err;
     auto objects = command_test::jsonLines(o.out);
     ASSERT_EQ(objects.size(), 4u) << o.out;
@@ -60,8 +57,8 @@ TEST(ProcessOutputMedia, ResultsTakeTheNextFreeNameAndReplaceNothing) {
 
     // A result beside its source takes the next name rather than replacing the source.
     const std::string before = contentsOf(sources[2]);
-    Outcome beside = unwarp(
-        home, "process --template uw-133 --out " + quoted(home.root()) + " " + quoted(sources[2]));
+    Outcome beside = unwarp(home, "process --template uw-133 --out " + inQuotes(home.root()) + " " +
+                                      inQuotes(sources[2]));
     ASSERT_EQ(beside.exitCode, 0) << beside.err;
     EXPECT_EQ(contentsOf(sources[2]), before);
     EXPECT_EQ(vipsSize(home.path("y-1.png")), "53x30");
@@ -74,10 +71,10 @@ TEST(ProcessOutputMedia, AFullOutputFolderGivesTheSharingWordsAndTheCause) {
     testing_support::SmallDisk disk(256);
     UNWARP_REQUIRE_SMALL_DISK(disk);
     const std::string source = home.path("noise.png");
-    photo_test::run("convert -size 300x300 xc:gray -seed 2 +noise Random " + quoted(source));
+    photo_test::run("convert -size 300x300 xc:gray -seed 2 +noise Random " + inQuotes(source));
     disk.fill();
     Outcome text = unwarp(
-        home, "process --template uw-133 --out " + quoted(disk.path()) + " " + quoted(source));
+        home, "process --template uw-133 --out " + inQuotes(disk.path()) + " " + inQuotes(source));
     EXPECT_EQ(text.exitCode, 1);
     EXPECT_NE(text.err.find("An error occurred while sharing: The device may lack free space"),
               std::string::npos)
@@ -104,14 +101,15 @@ TEST(ProcessOutputMedia, ReadOnlyFoldersAreNamedAsTheCause) {
         ASSERT_EQ(mount(nullptr, disk->path().c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr),
                   0);
     Outcome intoOut = unwarp(
-        home, "process --template uw-133 --out " + quoted(out.path()) + " " + quoted(source));
+        home, "process --template uw-133 --out " + inQuotes(out.path()) + " " + inQuotes(source));
     EXPECT_EQ(intoOut.exitCode, 1);
     EXPECT_NE(intoOut.err.find("Read-only file system"), std::string::npos) << intoOut.err;
     EXPECT_TRUE(filesIn(out.path()).empty());
 
     const std::string command = std::string("'") + UNWARP_BINARY + "' --home " +
-                                quoted(readOnlyHome.path()) + " process --template uw-133 --out " +
-                                quoted(home.path("out")) + " " + quoted(source) + " 2>&1";
+                                inQuotes(readOnlyHome.path()) +
+                                " process --template uw-133 --out " + inQuotes(home.path("out")) +
+                                " " + inQuotes(source) + " 2>&1";
     std::string said;
     EXPECT_EQ(testing_support::runCommand(command, &said), 1);
     EXPECT_NE(said.find("Read-only file system"), std::string::npos) << said;
@@ -122,7 +120,7 @@ TEST(ProcessOutputMedia, FailuresNameTheirCause) {
     TestHome home;
     std::ofstream(home.path("text.jpg")) << "not a picture";
     const std::string good = home.path("good.png");
-    photo_test::run("convert -size 200x150 xc:gray -seed 3 +noise Random " + quoted(good));
+    photo_test::run("convert -size 200x150 xc:gray -seed 3 +noise Random " + inQuotes(good));
     const std::string bytes = contentsOf(good);
     std::ofstream(home.path("half.png"), std::ios::binary) << bytes.substr(0, bytes.size() / 3);
     struct Case {
@@ -139,8 +137,8 @@ TEST(ProcessOutputMedia, FailuresNameTheirCause) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.file);
-        Outcome text = unwarp(home, "process --template uw-133 --out " + quoted(home.path("out")) +
-                                        " " + quoted(c.file));
+        Outcome text = unwarp(home, "process --template uw-133 --out " +
+                                        inQuotes(home.path("out")) + " " + inQuotes(c.file));
         EXPECT_EQ(text.exitCode, 1);
         // "unwarp: FILE: words", then the cause on the next line.
         const auto said = text.err.find("unwarp: ");
@@ -152,7 +150,7 @@ TEST(ProcessOutputMedia, FailuresNameTheirCause) {
         EXPECT_EQ(text.err.substr(newline, 3), "\n  ") << text.err;
         EXPECT_NE(text.err.substr(newline).find(c.cause), std::string::npos) << text.err;
         Outcome js = unwarp(home, "process --template uw-133 --json --out " +
-                                      quoted(home.path("out")) + " " + quoted(c.file));
+                                      inQuotes(home.path("out")) + " " + inQuotes(c.file));
         auto objects = command_test::jsonLines(js.out);
         ASSERT_EQ(objects.size(), 1u) << js.out;
         EXPECT_NE(objects[0]["error"]["userInfo"]["reason"].get<std::string>().find(c.cause),
@@ -168,7 +166,7 @@ TEST(ProcessOutputMedia, CommandLineDetails) {
     const std::string source = quadrants(home, "IMG_3.jpg", 40, 30);
     const std::string out = home.path("results/new/deeper");
     Outcome o = unwarp(
-        home, "process --template uw-133 --json --out " + quoted(out) + " " + quoted(source));
+        home, "process --template uw-133 --json --out " + inQuotes(out) + " " + inQuotes(source));
     ASSERT_EQ(o.exitCode, 0) << o.err;
     auto objects = command_test::jsonLines(o.out);
     ASSERT_EQ(objects.size(), 1u);
@@ -184,16 +182,16 @@ TEST(ProcessOutputMedia, CommandLineDetails) {
     EXPECT_EQ(std::string(value, 5), "false");
 
     std::ofstream(home.path("file")) << "x";
-    EXPECT_EQ(unwarp(home, "process --template uw-133 --out " + quoted(home.path("file")) + " " +
-                               quoted(source))
+    EXPECT_EQ(unwarp(home, "process --template uw-133 --out " + inQuotes(home.path("file")) + " " +
+                               inQuotes(source))
                   .exitCode,
               2);
 
     const std::string gif = home.path("anim.gif");
-    photo_test::run("convert -size 40x30 xc:red xc:blue -loop 0 " + quoted(gif));
+    photo_test::run("convert -size 40x30 xc:red xc:blue -loop 0 " + inQuotes(gif));
     Outcome animated =
-        unwarp(home, "process --template uw-133 --out " + quoted(home.path("gifs")) + " " +
-                         quoted(gif) + " " + quoted(quadrants(home, "still.gif", 40, 30)));
+        unwarp(home, "process --template uw-133 --out " + inQuotes(home.path("gifs")) + " " +
+                         inQuotes(gif) + " " + inQuotes(quadrants(home, "still.gif", 40, 30)));
     ASSERT_EQ(animated.exitCode, 0) << animated.err;
     EXPECT_NE(animated.err.find("anim.gif is animated: only its first frame is used"),
               std::string::npos)
@@ -214,13 +212,13 @@ TEST(ProcessOutputMedia, MoviesNeedAVideoSizeAndShowNoBarOffATerminal) {
     const std::string key = made.out.substr(0, made.out.find('\n'));
     ASSERT_FALSE(key.empty());
     Outcome refused = unwarp(home, "process --template " + key + " --out " +
-                                       quoted(home.path("out")) + " " + quoted(clip));
+                                       inQuotes(home.path("out")) + " " + inQuotes(clip));
     EXPECT_EQ(refused.exitCode, 2);
     EXPECT_NE(refused.err.find("has no video size"), std::string::npos) << refused.err;
     EXPECT_TRUE(filesIn(home.path("out")).empty());
 
-    Outcome movie = unwarp(
-        home, "process --template uw-133 --out " + quoted(home.path("out")) + " " + quoted(clip));
+    Outcome movie = unwarp(home, "process --template uw-133 --out " + inQuotes(home.path("out")) +
+                                     " " + inQuotes(clip));
     ASSERT_EQ(movie.exitCode, 0) << movie.err;
     EXPECT_EQ(movie.err.find('\r'), std::string::npos) << movie.err;
     EXPECT_EQ(movie.err.find('%'), std::string::npos) << movie.err;
