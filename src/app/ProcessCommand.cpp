@@ -1,7 +1,8 @@
 // `unwarp process --template KEY [--out DIR [--name BASE]] [--keep-going] [--recursive]
 // [--format NAME] [--json] [--yes] [--report-errors] [adjustments] [--live PHOTO MOVIE]
-// [--library DIR] [--asset ID...] [--album NAME] [--recents N] FILE|FOLDER...`: one batch run
-// over the files, the folders' photos and movies and the library's assets, in that order.
+// [--library DIR] [--asset ID...] [--album NAME] [--recents N] [--shard I/N] FILE|FOLDER...`:
+// one batch run over the files, the folders' photos and movies and the library's assets, in
+// that order (with --shard, over this process's slice of them).
 // Results go to the result store or the library by the settings; with --out they are then
 // shared into that folder by the export rules, replacing nothing there.
 #include <signal.h>
@@ -18,6 +19,7 @@
 #include "app/ProcessInputs.h"
 #include "app/ProcessLibraryInput.h"
 #include "app/ProcessReport.h"
+#include "app/ProcessShard.h"
 #include "app/ResultsSharing.h"
 #include "assets/VRAsset.h"
 #include "assets/VRURLAsset.h"
@@ -65,6 +67,13 @@ struct TemporariesRemoval {
     ~TemporariesRemoval() { VRFileStorage::removeOwnTemporaries(); }
 };
 
+constexpr const char* kShardHelp =
+    "Take only slice I of N of the inputs, I counting from 0 (as JOB_COMPLETION_INDEX of a "
+    "Kubernetes Indexed Job, and SLURM_ARRAY_TASK_ID with --array=0-(N-1)); an input's slice "
+    "follows from a hash of its path relative to the FOLDER given (a FILE's path as given, a "
+    "library asset's path in the library), so a rerun gives it the same slice. With --name, "
+    "give each slice a base name of its own";
+
 class ProcessCommand : public app::Command {
   public:
     CLI::App* setup(CLI::App& program) override {
@@ -106,6 +115,7 @@ class ProcessCommand : public app::Command {
                             "Library assets by identifier (see unwarp library list)");
         command->add_option("--album", _library.album, "Every asset of this library album");
         command->add_option("--recents", _library.recents, "The N newest assets of the library");
+        command->add_option("--shard", _shard, kShardHelp);
         command->add_option("FILE", _files,
                             "Photos and videos to resize, in order; a folder gives its photos "
                             "and movies in name order");
@@ -119,6 +129,7 @@ class ProcessCommand : public app::Command {
             const int code = (this->*step)();
             if (code != app::kExitSuccess) return code;
         }
+        if (!takeShard()) return app::kExitSuccess;
         TemporariesRemoval removal;
         catchInterrupt();
         _options.ask = isatty(STDIN_FILENO) && isatty(STDERR_FILENO);
@@ -187,6 +198,10 @@ class ProcessCommand : public app::Command {
             if (!color) return app::reportUsageError(problem);
             state->setFillColor(*color);
         }
+        if (_shard) {
+            _shardTaken = app::parseShard(*_shard, &problem);
+            if (!_shardTaken) return app::reportUsageError(problem);
+        }
         _state = state;
         return app::kExitSuccess;
     }
@@ -196,6 +211,19 @@ class ProcessCommand : public app::Command {
         app::AdjustInputs inputs;
         for (const auto& input : _inputs) inputs.push_back({input.asset, input.name, input.path});
         return app::prepareAdjustStates(_adjust, inputs, *_tpl, _adjusted);
+    }
+
+    // This process's slice of the inputs, taken after the per-item adjustments have run over
+    // the whole batch, so that each item gets the state an unsharded run would give it; false
+    // when the slice holds nothing, which is no failure: the other slices hold the run.
+    bool takeShard() {
+        if (!_shardTaken) return true;
+        const std::size_t all = _inputs.size();
+        _inputs = app::takeShard(std::move(_inputs), *_shardTaken);
+        if (_inputs.empty())
+            std::cerr << "unwarp: --shard " << *_shard << ": none of the " << all
+                      << " inputs falls in this shard\n";
+        return !_inputs.empty();
     }
 
     // A missing --out folder is made, with its parents.
@@ -239,13 +267,13 @@ class ProcessCommand : public app::Command {
         if (!assets) return app::reportFailure(problem);
         const bool paired = VRSettings::isLivePhotoEnabled() && VRSettings::isAutoSaveEnabled();
         bool noted = false;
-        for (const auto& asset : *assets) {
-            if (asset->livePhoto() && !paired && !noted) {
+        for (auto& input : *assets) {
+            if (input.asset->livePhoto() && !paired && !noted) {
                 std::cerr << "unwarp: Live Photos are off in the settings (livePhotoEnabled, "
                              "isAutoSaveEnabled): their stills go alone\n";
                 noted = true;
             }
-            _inputs.push_back({asset, asset->objectIdentifier(), std::nullopt});
+            _inputs.push_back(std::move(input));
         }
         if (_inputs.empty()) {
             if (_library.any()) return app::reportUsageError("nothing to process in the library");
@@ -272,7 +300,8 @@ class ProcessCommand : public app::Command {
             return std::filesystem::absolute(p, ec).lexically_normal().string();
         };
         auto object = VRURLAsset::livePhotoAssetWithURL(absolute(_live[0]), absolute(_live[1]));
-        _inputs.push_back({VRAsset::assetWithObject(object), _live[0], _live[0]});
+        _inputs.push_back({VRAsset::assetWithObject(object), _live[0], _live[0],
+                           std::filesystem::path(_live[0]).lexically_normal().generic_string()});
         return app::kExitSuccess;
     }
 
@@ -352,6 +381,8 @@ class ProcessCommand : public app::Command {
     std::optional<std::string> _rotate;
     std::optional<std::string> _shift;
     std::optional<std::string> _fill;
+    std::optional<std::string> _shard;
+    std::optional<app::Shard> _shardTaken;
     std::vector<std::string> _files;
     app::LibraryInput _library;
     app::BatchRunOptions _options;

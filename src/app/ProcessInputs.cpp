@@ -65,8 +65,14 @@ std::map<std::string, std::string> livePhotoPairs(const std::vector<std::string>
     return movieOfStill;
 }
 
-void addFolder(const std::vector<std::string>& files, const FolderOptions& options,
-               std::vector<ProcessInput>& inputs) {
+// `path` as given, or inside `folder`, relative to it; with '/' between its parts.
+std::string shardKeyOf(const std::string& path, const std::optional<std::string>& folder) {
+    if (!folder) return fs::path(path).lexically_normal().generic_string();
+    return fs::path(path).lexically_relative(*folder).generic_string();
+}
+
+void addFolder(const std::string& folder, const std::vector<std::string>& files,
+               const FolderOptions& options, std::vector<ProcessInput>& inputs) {
     std::map<std::string, std::string> pairs;
     if (options.livePhotos) pairs = livePhotoPairs(files);
     std::set<std::string> paired;
@@ -76,7 +82,7 @@ void addFolder(const std::vector<std::string>& files, const FolderOptions& optio
         auto movie = pairs.find(file);
         auto object = movie == pairs.end() ? VRURLAsset::urlAssetWithURL(file)
                                            : VRURLAsset::livePhotoAssetWithURL(file, movie->second);
-        inputs.push_back({VRAsset::assetWithObject(object), file, file});
+        inputs.push_back({VRAsset::assetWithObject(object), file, file, shardKeyOf(file, folder)});
     }
 }
 
@@ -97,13 +103,21 @@ std::optional<std::vector<ProcessInput>> expandProcessInputs(
         if (!fs::is_directory(argument, ec)) {
             // A missing or unreadable file is kept: it fails in the run with its own words.
             auto object = VRURLAsset::urlAssetWithURL(absolutePath(argument));
-            inputs.push_back({VRAsset::assetWithObject(object), argument, argument});
+            inputs.push_back({VRAsset::assetWithObject(object), argument, argument,
+                              shardKeyOf(argument, std::nullopt)});
             continue;
         }
         auto files = mediaFilesInFolder(argument, options.recursive, problem);
         if (!files) return std::nullopt;
-        addFolder(*files, options, inputs);
+        addFolder(absolutePath(argument), *files, options, inputs);
     }
+    return inputs;
+}
+
+std::vector<ProcessInput> takeShard(std::vector<ProcessInput> inputs, const Shard& shard) {
+    std::erase_if(inputs, [&](const ProcessInput& input) {
+        return shardOfKey(input.shardKey, shard.count) != shard.index;
+    });
     return inputs;
 }
 

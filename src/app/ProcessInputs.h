@@ -1,13 +1,14 @@
 // The files a `process` run takes, as the batch's assets: plain files as given, and the photos
 // and movies of a folder in name order (its subfolders too with `recursive`). A still and a
 // movie of a folder that the photo library would pair are one Live Photo asset when Live
-// Photos are on.
+// Photos are on. With `--shard`, the slice of them that this process takes.
 #pragma once
 
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "app/ProcessShard.h"
 #include "assets/VRAsset.h"
 
 namespace app {
@@ -18,6 +19,11 @@ struct ProcessInput {
     std::string name;
     // A file given by path (not a library asset): its own problems explain a failure.
     std::optional<std::string> path;
+    // What places the input in a shard: the same wherever the files are mounted and whichever
+    // home runs the shard. A folder's file by its path relative to the folder as given
+    // ("sub/IMG_1.jpg"), a file given alone by its path as given, lexically normalised
+    // ("./a.jpg" is "a.jpg"), a library asset by its still's path relative to the library.
+    std::string shardKey;
 };
 
 struct FolderOptions {
@@ -36,5 +42,8 @@ std::optional<std::vector<std::string>> mediaFilesInFolder(const std::string& fo
 // its still's place. Nothing, with the reason, for a folder that can't be read.
 std::optional<std::vector<ProcessInput>> expandProcessInputs(
     const std::vector<std::string>& arguments, const FolderOptions& options, std::string* problem);
+
+// The inputs of `shard`, in their order.
+std::vector<ProcessInput> takeShard(std::vector<ProcessInput> inputs, const Shard& shard);
 
 }  // namespace app

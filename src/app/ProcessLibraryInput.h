@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "assets/VRAsset.h"
+#include "app/ProcessInputs.h"
 
 namespace app {
 
@@ -22,10 +22,12 @@ struct LibraryInput {
 };
 
 // The assets in this order: the identifiers as given, then the album's assets oldest first,
-// then the newest N, newest first. The library opened becomes the asset manager's. Nothing,
+// then the newest N, newest first; each named by its identifier and placed in a shard by its
+// still's (or movie's) path relative to the library's folder, since every home's catalogue
+// makes identifiers of its own. The library opened becomes the asset manager's. Nothing,
 // with the reason, for a library that can't be opened, an identifier or album it doesn't
 // have, or --recents 0.
-std::optional<std::vector<VRAssetRef>> resolveLibraryInput(const LibraryInput& input,
-                                                           std::string* problem);
+std::optional<std::vector<ProcessInput>> resolveLibraryInput(const LibraryInput& input,
+                                                             std::string* problem);
 
 }  // namespace app
