@@ -46,6 +46,25 @@ const platform::Bitmap& VRImage::cgImage() const {
     return *_bitmap;
 }
 
+std::uint32_t VRImage::decodeReduced(std::uint32_t denominator) const {
+    if (_bitmap || !_source) return 1;
+    for (std::uint32_t d = denominator; d >= 2; d /= 2) {
+        if (!_source->canDecodeReduced(d)) continue;
+        platform::ErrorRef error;
+        _bitmap = _source->createReducedImage(d, &error);
+        if (!_bitmap) {
+            // cgImage() tries the whole picture and says why that fails too.
+            platform::logf("~~ IMAGE: decoding at 1/%u failed: %s", d,
+                           error ? error->localizedDescription().c_str() : "unknown");
+            return 1;
+        }
+        platform::logf("~~ IMAGE: decoded at 1/%u of its size", d);
+        _source.reset();
+        return d;
+    }
+    return 1;
+}
+
 CGSize VRImage::size() const {
     const bool turned = VROrientation::orientationWithImageOrientation(_orientation).isRotated();
     const CGSize s = turned ? CGSize{_storedSize.height, _storedSize.width} : _storedSize;

@@ -26,6 +26,11 @@ class VRImage {
 
     // The pixels in stored orientation; a null bitmap when decoding fails.
     const platform::Bitmap& cgImage() const;
+    // Before the first cgImage(): decodes the pixels now at 1/`denominator` of each side, or
+    // at the next smaller reduction that the source decodes exactly (ImageSource::
+    // canDecodeReduced), and returns the reduction taken; 1 (and nothing decoded) where there
+    // is none or the pixels are already there. size() and pixelSize() keep the whole picture's.
+    std::uint32_t decodeReduced(std::uint32_t denominator) const;
     double scale() const { return _scale; }
     std::int64_t imageOrientation() const { return _orientation; }
     // The displayed size in points: the stored size, sides exchanged for the quarter-turn

@@ -1,8 +1,10 @@
 #include "photo/VRPhotoJob.h"
 
 #include "model/ImageRendering.h"
+#include "model/VROrientation.h"
 #include "model/VRSizeResolver.h"
 #include "photo/ImageFileWriting.h"
+#include "photo/ShrinkOnLoad.h"
 #include "photo/VRImage.h"
 #include "photo/VRImageProcessor.h"
 #include "platform/ImageSource.h"
@@ -41,6 +43,18 @@ VRResolveRequest requestFor(const VRPhotoJob& job, const VRImage* image,
     return request;
 }
 
+// Decodes a large reduction at a fraction of its size where the source allows; the drawing
+// then scales the smaller bitmap to the same frame, with the same filter.
+void decodeForOutput(const VRImage& image, const VRResolvedOutput& output) {
+    const auto turned = [](CGSize s, bool odd) { return odd ? CGSize{s.height, s.width} : s; };
+    const CGSize stored = turned(
+        image.pixelSize(),
+        VROrientation::orientationWithImageOrientation(image.imageOrientation()).isRotated());
+    const CGSize drawn = turned(output.pictureSize, output.drawingOrientation.isRotated());
+    const std::uint32_t denominator = VRShrinkOnLoadDenominator(stored, drawn);
+    if (denominator > 1) image.decodeReduced(denominator);
+}
+
 }  // namespace
 
 void VRPhotoJob::processImageData(std::optional<std::vector<std::uint8_t>> data,
@@ -69,6 +83,7 @@ void VRPhotoJob::processImageData(std::optional<std::vector<std::uint8_t>> data,
         std::optional<platform::Bitmap> bitmap;
         platform::ErrorRef drawError;
         if (image) {
+            decodeForOutput(*image, output);
             const std::int64_t orientation = output.drawingOrientation.imageOrientation();
             bitmap = VRRenderCGImage(image->cgImage(), orientation, platform::kCGInterpolationHigh,
                                      output.fillColor, output.drawingArrangement, image->scale(), 0,

@@ -54,6 +54,11 @@ class BitmapContext {
                                                  std::uint32_t bitmapInfo,
                                                  ErrorRef* error = nullptr);
 
+    // The bands of output rows that every scaled draw of the process runs as, each on a thread
+    // of its own: 0 (the default) for one per core on large draws, 1 for one pass over the
+    // whole picture. The pixels drawn are the same for any number.
+    static void setDrawingBands(std::size_t bands);
+
     std::size_t width() const { return _bitmap._width; }
     std::size_t height() const { return _bitmap._height; }
     std::size_t bitsPerComponent() const { return _bitmap.bitsPerComponent(); }

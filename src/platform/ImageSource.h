@@ -65,6 +65,14 @@ class ImageSource {
     // RGB). CMYK JPEGs come out RGB through their profile. Orientation is not applied.
     std::optional<Bitmap> createImageAtIndex(std::size_t index, ErrorRef* error = nullptr) const;
 
+    // True when image 0 decodes at exactly 1/`denominator` of each side (a JPEG whose sides
+    // both divide by 2, 4 or 8), so that each decoded pixel stands for a whole block.
+    bool canDecodeReduced(std::uint32_t denominator) const;
+    // Image 0 at 1/`denominator` of each side, as createImageAtIndex gives it otherwise; null
+    // with an error where canDecodeReduced is false or the decoding fails.
+    std::optional<Bitmap> createReducedImage(std::uint32_t denominator,
+                                             ErrorRef* error = nullptr) const;
+
   protected:
     ImageSource() = default;
     std::string _type;

@@ -6,6 +6,8 @@
 #include <emmintrin.h>
 #endif
 
+#include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstdlib>
 #include <memory>
@@ -425,30 +427,53 @@ bool Band::run(std::string& why) noexcept try {
     return false;
 }
 
-// Large draws are cut into two bands of output rows drawn at once on two threads; their
-// filters sample the source at the same positions as one graph over all rows would.
+std::atomic<std::size_t> bandsSetting{0};
+
+// How many bands a draw of `rows` x `columns` runs as: a set number, or one per core for
+// draws large enough to repay a thread. Each band keeps a few rows of its own.
+std::size_t bandCount(std::size_t rows, std::size_t columns) {
+    constexpr std::size_t kMinimumSplitPixels = 1u << 18, kMinimumBandRows = 32;
+    std::size_t bands = bandsSetting.load(std::memory_order_relaxed);
+    if (bands == 0) {
+        if (rows * columns < kMinimumSplitPixels) return 1;
+        bands = std::max(1u, std::thread::hardware_concurrency());
+        bands = std::min(bands, std::max<std::size_t>(1, rows / kMinimumBandRows));
+    }
+    return std::clamp<std::size_t>(bands, 1, rows);
+}
+
 }  // namespace
 
+void setDrawingBands(std::size_t bands) {
+    bandsSetting.store(bands, std::memory_order_relaxed);
+}
+
+// Each band of output rows is drawn by a zimg graph of its own; their filters sample the source
+// at the same positions as one graph over all rows would, so the result does not depend on the
+// number of bands. The calling thread draws the first band and one thread each the others.
 bool drawAligned(const AlignedDraw& d, std::string& why) {
-    constexpr std::size_t kMinimumSplitPixels = 1u << 18;
-    std::size_t rows = d.Y1 - d.Y0, columns = d.X1 - d.X0;
-    bool split = rows >= 64 && rows * columns >= kMinimumSplitPixels &&
-                 std::thread::hardware_concurrency() >= 2;
-    if (!split) return Band(d, d.Y0, d.Y1).run(why);
-    std::size_t middle = d.Y0 + rows / 2;
-    Band top(d, d.Y0, middle), bottom(d, middle, d.Y1);
-    std::string bottomWhy;
-    bool bottomDone = false;
-    std::thread worker;
-    try {
-        worker = std::thread([&] { bottomDone = bottom.run(bottomWhy); });
-    } catch (const std::system_error&) {
-        bottomDone = bottom.run(bottomWhy);
+    const std::size_t rows = d.Y1 - d.Y0, count = bandCount(rows, d.X1 - d.X0);
+    if (count == 1) return Band(d, d.Y0, d.Y1).run(why);
+    std::vector<Band> bands;
+    bands.reserve(count);
+    for (std::size_t i = 0; i < count; ++i)
+        bands.emplace_back(d, d.Y0 + rows * i / count, d.Y0 + rows * (i + 1) / count);
+    std::vector<std::string> whys(count);
+    std::unique_ptr<bool[]> done(new bool[count]());
+    std::vector<std::thread> workers;
+    workers.reserve(count - 1);
+    for (std::size_t i = 1; i < count; ++i) {
+        try {
+            workers.emplace_back([&, i] { done[i] = bands[i].run(whys[i]); });
+        } catch (const std::system_error&) {
+            done[i] = bands[i].run(whys[i]);  // no thread to be had: draw it here
+        }
     }
-    bool topDone = top.run(why);
-    if (worker.joinable()) worker.join();
-    if (topDone && !bottomDone) why = bottomWhy;
-    return topDone && bottomDone;
+    done[0] = bands[0].run(whys[0]);
+    for (auto& worker : workers) worker.join();
+    for (std::size_t i = 0; i < count; ++i)
+        if (!done[i]) return why = whys[i], false;
+    return true;
 }
 
 void fillPixels(std::uint8_t* dst, const std::uint8_t* pixel, int bpp, std::size_t count) {

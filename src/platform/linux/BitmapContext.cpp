@@ -419,6 +419,10 @@ bool BitmapContext::drawImage(CGRect userRect, const Bitmap& image, ErrorRef* er
     return false;
 }
 
+void BitmapContext::setDrawingBands(std::size_t bands) {
+    bitmap_pixels::setDrawingBands(bands);
+}
+
 Bitmap BitmapContext::createImage() {
     return _bitmap;
 }

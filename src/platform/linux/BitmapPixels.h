@@ -159,7 +159,9 @@ struct AlignedDraw {
 // Copies one pixel's bytes over `count` pixels from `dst` on.
 void fillPixels(std::uint8_t* dst, const std::uint8_t* pixel, int bpp, std::size_t count);
 
-// Draws the rows [Y0, Y1) of `d` through zimg; large draws run as two bands on two threads.
+// Draws the rows [Y0, Y1) of `d` through zimg; large draws run as bands of rows at once, one
+// per core (see BitmapContext::setDrawingBands).
 bool drawAligned(const AlignedDraw& d, std::string& why);
+void setDrawingBands(std::size_t bands);
 
 }  // namespace platform::bitmap_pixels

@@ -91,6 +91,10 @@ bool heifSniff(Bytes data, std::size_t size);
 
 bool jpegReadInfo(Bytes data, std::size_t size, ImageInfo& info, std::string& why);
 std::optional<Bitmap> jpegDecode(Bytes data, std::size_t size, std::string& why);
+// The pixels at 1/`denominator` (1, 2, 4 or 8) of each side, rounded up, by the scaled
+// inverse DCT: far less work than the whole picture.
+std::optional<Bitmap> jpegDecodeReduced(Bytes data, std::size_t size, unsigned denominator,
+                                        std::string& why);
 bool jpegEncode(const Bitmap& image, const EncodeOptions& options, std::FILE* file,
                 std::string& why);
 

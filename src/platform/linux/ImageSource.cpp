@@ -237,4 +237,31 @@ std::optional<Bitmap> ImageSource::createImageAtIndex(std::size_t index, ErrorRe
     return bitmap;
 }
 
+bool ImageSource::canDecodeReduced(std::uint32_t denominator) const {
+    const bool supported = denominator == 2 || denominator == 4 || denominator == 8;
+    return supported && _type == "public.jpeg" && _width % denominator == 0 &&
+           _height % denominator == 0;
+}
+
+std::optional<Bitmap> ImageSource::createReducedImage(std::uint32_t denominator,
+                                                      ErrorRef* error) const {
+    if (!canDecodeReduced(denominator)) {
+        setError(error,
+                 readError(NSFileReadUnknownError, "The image cannot be decoded at 1/" +
+                                                       describe(denominator) + " of its size."));
+        return std::nullopt;
+    }
+    const auto& self = static_cast<const LinuxImageSource&>(*this);
+    std::string why;
+    auto bitmap =
+        codecs::jpegDecodeReduced(self.bytes().data(), self.bytes().size(), denominator, why);
+    if (!bitmap || bitmap->isNull()) {
+        setError(error, readError(NSFileReadCorruptFileError,
+                                  "The " + _type + " image could not be decoded: " +
+                                      (why.empty() ? std::string("no pixels") : why)));
+        return std::nullopt;
+    }
+    return bitmap;
+}
+
 }  // namespace platform

@@ -208,6 +208,15 @@ bool jpegReadInfo(Bytes data, std::size_t size, ImageInfo& info, std::string& wh
 }
 
 std::optional<Bitmap> jpegDecode(Bytes data, std::size_t size, std::string& why) {
+    return jpegDecodeReduced(data, size, 1, why);
+}
+
+std::optional<Bitmap> jpegDecodeReduced(Bytes data, std::size_t size, unsigned denominator,
+                                        std::string& why) {
+    if (denominator != 1 && denominator != 2 && denominator != 4 && denominator != 8) {
+        why = "a JPEG decodes reduced by 2, 4 or 8 only";
+        return std::nullopt;
+    }
     auto d = std::make_unique<Decoder>();
     if (!openHeader(*d, data, size, why)) return std::nullopt;
     auto& c = d->cinfo;
@@ -219,6 +228,9 @@ std::optional<Bitmap> jpegDecode(Bytes data, std::size_t size, std::string& why)
     }
     *icc = readIcc(*d);
     c.out_color_space = c.num_components == 1 ? JCS_GRAYSCALE : isCmyk(c) ? JCS_CMYK : JCS_EXT_RGBX;
+    // The scaled inverse DCT gives each output pixel the mean of its block of source pixels.
+    c.scale_num = 1;
+    c.scale_denom = denominator;
     jpeg_start_decompress(&c);
     std::size_t stride = std::size_t(c.output_width) * std::size_t(c.output_components);
     *pixels = pixelMemory(stride * c.output_height);
