@@ -18,9 +18,6 @@
 namespace platform::codecs {
 namespace {
 
-// deflate looks back this far, so a group primed with this much of what precedes it finds
-// the same matches as one stream over all rows would.
-constexpr std::size_t kWindow = 32768;
 // Raw bytes per group: large enough that the per-group restart costs nothing measurable in
 // size, small enough that a picture gives every core several groups.
 constexpr std::size_t kGroupBytes = 512 * 1024;
@@ -28,8 +25,8 @@ constexpr std::uint8_t kPaeth = 4;
 
 // One group of rows and, once compressed, its piece of the stream.
 struct Group {
-    // The `context` raw rows before the group (for the filter and the dictionary), then its
-    // own `rows`.
+    // The raw row before the group (the first row's prior; none for the first group), then
+    // its own `rows`.
     std::vector<std::uint8_t> raw;
     std::size_t context = 0;
     std::size_t rows = 0;
@@ -83,7 +80,6 @@ struct PngIdatWriter::State {
     int level;
     Sink sink;
     unsigned threadCount;
-    std::size_t contextRows;    // raw rows a later group starts with
     std::size_t rowsPerGroup;   // own rows of every group but the last
     std::size_t committed = 0;  // rows handed over
     std::size_t filled = 0;     // of them, in the group being filled
@@ -107,9 +103,7 @@ struct PngIdatWriter::State {
           level(level_),
           sink(std::move(sink_)),
           threadCount(threads_ ? threads_ : std::max(1u, std::thread::hardware_concurrency())) {
-        // One row before the dictionary's rows, whose only use is as the first one's prior.
-        contextRows = (kWindow + rowBytes) / (rowBytes + 1) + 1;
-        rowsPerGroup = std::max(contextRows, kGroupBytes / std::max<std::size_t>(rowBytes, 1));
+        rowsPerGroup = std::max<std::size_t>(1, kGroupBytes / std::max<std::size_t>(rowBytes, 1));
     }
 
     ~State() {
@@ -125,15 +119,14 @@ struct PngIdatWriter::State {
     void startGroup() {
         auto g = std::make_shared<Group>();
         g->first = committed == 0;
-        g->context = g->first ? 0 : contextRows;
+        g->context = g->first ? 0 : 1;
         g->rows = std::min(rowsPerGroup, height - committed);
         g->last = committed + g->rows == height;
         g->raw.resize((g->context + g->rows) * rowBytes);
         if (filling) {
-            // The previous group's last rows, which precede this one.
+            // The previous group's last row, which the filter of this one's first row reads.
             const auto& previous = filling->raw;
-            std::memcpy(g->raw.data(), previous.data() + previous.size() - contextRows * rowBytes,
-                        contextRows * rowBytes);
+            std::memcpy(g->raw.data(), previous.data() + previous.size() - rowBytes, rowBytes);
         }
         filling = std::move(g);
         filled = 0;
@@ -141,28 +134,21 @@ struct PngIdatWriter::State {
 
     static void compress(Group& g, std::size_t rowBytes, std::size_t pixelBytes, int level) try {
         const std::size_t stride = rowBytes + 1;
-        // Context rows after the first are filtered for the dictionary, then the own rows.
-        const std::size_t filteredRows = g.context ? g.context - 1 + g.rows : g.rows;
-        std::vector<std::uint8_t> filtered(filteredRows * stride);
+        std::vector<std::uint8_t> filtered(g.rows * stride);
         const std::vector<std::uint8_t> zeros(g.first ? rowBytes : 0);
-        for (std::size_t r = 0; r < filteredRows; ++r) {
-            const std::size_t row = g.context ? r + 1 : r;  // index into raw
+        for (std::size_t r = 0; r < g.rows; ++r) {
+            const std::size_t row = g.context + r;  // index into raw
             const std::uint8_t* prior =
                 row == 0 ? zeros.data() : g.raw.data() + (row - 1) * rowBytes;
             paethRow(g.raw.data() + row * rowBytes, prior, rowBytes, pixelBytes,
                      filtered.data() + r * stride);
         }
-        const std::size_t own = g.rows * stride;
-        const std::uint8_t* ownData = filtered.data() + filtered.size() - own;
         z_stream z{};
         // The strategy and memory level libpng gives filtered rows.
         if (deflateInit2(&z, level, Z_DEFLATED, -15, 8, Z_FILTERED) != Z_OK) {
             g.error = "out of memory";
             return;
         }
-        const std::size_t dictionary = std::min(kWindow, filtered.size() - own);
-        bool ok = dictionary == 0 || deflateSetDictionary(&z, ownData - dictionary,
-                                                          static_cast<uInt>(dictionary)) == Z_OK;
         if (g.first) {
             // The zlib header: deflate, a 32 KB window, the "fast" level flag of levels 2-5.
             const std::uint8_t cmf = 0x78;
@@ -171,11 +157,12 @@ struct PngIdatWriter::State {
             flg = static_cast<std::uint8_t>(flg + 31 - ((cmf << 8) + flg) % 31);
             g.out = {cmf, flg};
         }
-        ok = ok && deflateAll(z, ownData, own, g.last ? Z_FINISH : Z_SYNC_FLUSH, g.out);
+        const bool ok = deflateAll(z, filtered.data(), filtered.size(),
+                                   g.last ? Z_FINISH : Z_SYNC_FLUSH, g.out);
         deflateEnd(&z);
         if (!ok) g.error = "compressing the pixels failed";
-        g.adler = adler32_z(1, ownData, own);
-        g.length = own;
+        g.adler = adler32_z(1, filtered.data(), filtered.size());
+        g.length = filtered.size();
     } catch (const std::bad_alloc&) {
         g.error = "out of memory";
     }

@@ -1,7 +1,7 @@
 // The pixel data of a PNG, compressed on all cores, for the PNG writer. The rows are cut into
-// groups; each group is filtered (Paeth on every row) and deflated on its own, primed with
-// the 32 KB of filtered rows before it, and ends on a sync flush, so that the pieces joined in
-// order make one zlib stream, closed by one Adler-32 combined from the groups' own.
+// groups of about 512 KB; each group is filtered (Paeth on every row, the first reading the
+// row before the group) and deflated on its own, ending on a sync flush, so that the pieces
+// joined in order make one zlib stream, closed by one Adler-32 combined from the groups' own.
 #pragma once
 
 #include <cstddef>
