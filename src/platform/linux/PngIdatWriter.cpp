@@ -163,6 +163,7 @@ struct PngIdatWriter::State {
         if (!ok) g.error = "compressing the pixels failed";
         g.adler = adler32_z(1, filtered.data(), filtered.size());
         g.length = filtered.size();
+        g.raw = {};  // the next group took its prior row before this one was queued
     } catch (const std::bad_alloc&) {
         g.error = "out of memory";
     }
