@@ -30,12 +30,15 @@ struct Written {
     std::string why;
 };
 
+using Deflater = PngIdatWriter::Deflater;
+
 Written compress(const std::vector<std::uint8_t>& raw, std::size_t rowBytes, std::size_t pixelBytes,
-                 unsigned threads, std::size_t rowsGiven) {
+                 unsigned threads, std::size_t rowsGiven,
+                 Deflater deflater = Deflater::zlibGroups) {
     Written w;
     const std::size_t height = raw.size() / rowBytes;
     PngIdatWriter writer(
-        rowBytes, pixelBytes, height, 4,
+        rowBytes, pixelBytes, height, deflater, deflater == Deflater::zlibGroups ? 4 : 1,
         [&](const std::uint8_t* data, std::size_t size) {
             w.stream.insert(w.stream.end(), data, data + size);
             ++w.pieces;
@@ -112,18 +115,22 @@ TEST(PngIdatWriter, RowsComeBackExactlyFromOneStreamWhateverTheGroupsAndThreads)
         {"rows wider than a group", 300000 * 2, 2, 5},
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.what);
         auto raw = rows(c.rowBytes, c.height, 7);
-        std::vector<std::uint8_t> first;
-        for (unsigned threads : {1u, 2u, 5u}) {
-            SCOPED_TRACE(threads);
-            Written w = compress(raw, c.rowBytes, c.pixelBytes, threads, c.height);
-            ASSERT_TRUE(w.ok) << w.why;
-            std::string why;
-            EXPECT_TRUE(decode(w.stream, c.rowBytes, c.pixelBytes, c.height, why) == raw) << why;
-            // The pieces do not depend on how many threads made them.
-            if (first.empty()) first = w.stream;
-            EXPECT_EQ(w.stream, first);
+        for (Deflater deflater : {Deflater::zlibGroups, Deflater::libdeflateWhole}) {
+            SCOPED_TRACE(std::string(c.what) +
+                         (deflater == Deflater::zlibGroups ? ", zlib" : ", libdeflate"));
+            std::vector<std::uint8_t> first;
+            for (unsigned threads : {1u, 2u, 5u}) {
+                SCOPED_TRACE(threads);
+                Written w = compress(raw, c.rowBytes, c.pixelBytes, threads, c.height, deflater);
+                ASSERT_TRUE(w.ok) << w.why;
+                std::string why;
+                EXPECT_TRUE(decode(w.stream, c.rowBytes, c.pixelBytes, c.height, why) == raw)
+                    << why;
+                // The stream does not depend on how many threads made it.
+                if (first.empty()) first = w.stream;
+                EXPECT_TRUE(w.stream == first);
+            }
         }
     }
 }
@@ -145,15 +152,18 @@ TEST(PngIdatWriter, GroupsCompressWithinOnePercentOfOneSerialStream) {
 
 TEST(PngIdatWriter, MissingRowsAndARefusingSinkFailWithAReason) {
     auto raw = rows(4000, 600, 5);
-    Written shortOf = compress(raw, 4000, 4, 2, 599);
-    EXPECT_FALSE(shortOf.ok);
-    EXPECT_EQ(shortOf.why, "the picture ended early");
+    for (Deflater deflater : {Deflater::zlibGroups, Deflater::libdeflateWhole}) {
+        Written shortOf = compress(raw, 4000, 4, 2, 599, deflater);
+        EXPECT_FALSE(shortOf.ok);
+        EXPECT_EQ(shortOf.why, "the picture ended early");
+        EXPECT_TRUE(shortOf.stream.empty());
+    }
 
     for (std::size_t refuseAt : {0u, 2u}) {
         std::size_t calls = 0;
         PngIdatWriter writer(
-            4000, 4, 600, 4, [&](const std::uint8_t*, std::size_t) { return calls++ < refuseAt; },
-            2);
+            4000, 4, 600, Deflater::zlibGroups, 4,
+            [&](const std::uint8_t*, std::size_t) { return calls++ < refuseAt; }, 2);
         for (std::size_t y = 0; y < 600; ++y) {
             std::copy_n(raw.data() + y * 4000, 4000, writer.nextRow());
             if (!writer.commitRow()) break;

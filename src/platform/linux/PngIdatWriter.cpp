@@ -1,7 +1,8 @@
-// Parallel compression of a PNG's rows: groups filtered and deflated by a pool of threads,
+// Parallel compression of a PNG's rows: groups filtered (and deflated) by a pool of threads,
 // joined in order by the calling thread.
 #include "platform/linux/PngIdatWriter.h"
 
+#include <libdeflate.h>
 #include <zlib.h>
 
 #include <algorithm>
@@ -31,6 +32,9 @@ struct Group {
     std::size_t context = 0;
     std::size_t rows = 0;
     bool first = false, last = false;
+    // Where the filtered rows go when the picture is deflated whole; else they stay the
+    // group's own and `out` takes its deflated piece.
+    std::uint8_t* whole = nullptr;
     std::vector<std::uint8_t> out;
     uLong adler = 1;
     std::size_t length = 0;  // filtered bytes the piece stands for
@@ -77,6 +81,7 @@ bool deflateAll(z_stream& z, const std::uint8_t* data, std::size_t size, int flu
 
 struct PngIdatWriter::State {
     std::size_t rowBytes, pixelBytes, height;
+    Deflater deflater;
     int level;
     Sink sink;
     unsigned threadCount;
@@ -84,6 +89,7 @@ struct PngIdatWriter::State {
     std::size_t committed = 0;  // rows handed over
     std::size_t filled = 0;     // of them, in the group being filled
     std::shared_ptr<Group> filling;
+    std::vector<std::uint8_t> whole;  // every filtered row, for libdeflate
     uLong adler = 1;
     bool failed = false;
     std::string why;
@@ -95,11 +101,12 @@ struct PngIdatWriter::State {
     std::vector<std::thread> threads;
     bool stopping = false;
 
-    State(std::size_t rowBytes_, std::size_t pixelBytes_, std::size_t height_, int level_,
-          Sink sink_, unsigned threads_)
+    State(std::size_t rowBytes_, std::size_t pixelBytes_, std::size_t height_, Deflater deflater_,
+          int level_, Sink sink_, unsigned threads_)
         : rowBytes(rowBytes_),
           pixelBytes(pixelBytes_),
           height(height_),
+          deflater(deflater_),
           level(level_),
           sink(std::move(sink_)),
           threadCount(threads_ ? threads_ : std::max(1u, std::thread::hardware_concurrency())) {
@@ -123,6 +130,10 @@ struct PngIdatWriter::State {
         g->rows = std::min(rowsPerGroup, height - committed);
         g->last = committed + g->rows == height;
         g->raw.resize((g->context + g->rows) * rowBytes);
+        if (deflater == Deflater::libdeflateWhole) {
+            if (whole.empty()) whole.resize(height * (rowBytes + 1));
+            g->whole = whole.data() + committed * (rowBytes + 1);
+        }
         if (filling) {
             // The previous group's last row, which the filter of this one's first row reads.
             const auto& previous = filling->raw;
@@ -134,14 +145,18 @@ struct PngIdatWriter::State {
 
     static void compress(Group& g, std::size_t rowBytes, std::size_t pixelBytes, int level) try {
         const std::size_t stride = rowBytes + 1;
-        std::vector<std::uint8_t> filtered(g.rows * stride);
+        std::vector<std::uint8_t> filtered(g.whole ? 0 : g.rows * stride);
+        std::uint8_t* into = g.whole ? g.whole : filtered.data();
         const std::vector<std::uint8_t> zeros(g.first ? rowBytes : 0);
         for (std::size_t r = 0; r < g.rows; ++r) {
             const std::size_t row = g.context + r;  // index into raw
             const std::uint8_t* prior =
                 row == 0 ? zeros.data() : g.raw.data() + (row - 1) * rowBytes;
-            paethRow(g.raw.data() + row * rowBytes, prior, rowBytes, pixelBytes,
-                     filtered.data() + r * stride);
+            paethRow(g.raw.data() + row * rowBytes, prior, rowBytes, pixelBytes, into + r * stride);
+        }
+        if (g.whole) {
+            g.raw = {};
+            return;
         }
         z_stream z{};
         // The strategy and memory level libpng gives filtered rows.
@@ -196,6 +211,10 @@ struct PngIdatWriter::State {
 
     void pass(Group& g) {
         if (!g.error.empty()) return fail(g.error);
+        if (g.whole) {
+            if (g.last) deflateWhole();
+            return;
+        }
         adler = adler32_combine(adler, g.adler, static_cast<z_off_t>(g.length));
         if (g.last) {
             for (int shift = 24; shift >= 0; shift -= 8)
@@ -203,6 +222,27 @@ struct PngIdatWriter::State {
         }
         if (!g.out.empty() && !sink(g.out.data(), g.out.size())) fail("writing failed");
         g.out = {};
+    }
+
+    void deflateWhole() {
+        libdeflate_compressor* compressor = libdeflate_alloc_compressor(level);
+        if (!compressor) return fail("out of memory");
+        std::vector<std::uint8_t> out;
+        try {
+            out.resize(libdeflate_zlib_compress_bound(compressor, whole.size()));
+        } catch (const std::bad_alloc&) {
+            libdeflate_free_compressor(compressor);
+            return fail("out of memory");
+        }
+        const std::size_t size = libdeflate_zlib_compress(compressor, whole.data(), whole.size(),
+                                                          out.data(), out.size());
+        libdeflate_free_compressor(compressor);
+        whole = {};
+        if (size == 0) return fail("compressing the pixels failed");
+        // In chunks of a size that readers take in one piece.
+        constexpr std::size_t kChunk = 1 << 20;
+        for (std::size_t at = 0; at < size && !failed; at += kChunk)
+            if (!sink(out.data() + at, std::min(kChunk, size - at))) fail("writing failed");
     }
 
     void fail(const std::string& reason) {
@@ -249,9 +289,9 @@ struct PngIdatWriter::State {
 };
 
 PngIdatWriter::PngIdatWriter(std::size_t rowBytes, std::size_t pixelBytes, std::size_t height,
-                             int level, Sink sink, unsigned threads)
-    : _state(
-          std::make_unique<State>(rowBytes, pixelBytes, height, level, std::move(sink), threads)) {}
+                             Deflater deflater, int level, Sink sink, unsigned threads)
+    : _state(std::make_unique<State>(rowBytes, pixelBytes, height, deflater, level, std::move(sink),
+                                     threads)) {}
 
 PngIdatWriter::~PngIdatWriter() = default;
 
