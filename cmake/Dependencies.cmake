@@ -15,8 +15,8 @@ target_link_libraries(unwarp_platform_deps INTERFACE PkgConfig::PLIST PkgConfig:
 # Image codecs, metadata, colour management, scaling, FFmpeg (with its device input for the
 # camera), the photo library's SQLite catalogue and ICU's text rules behind the platform
 # services.
-foreach(mod IN ITEMS libjpeg libpng libtiff-4 libheif libwebp libwebpdemux libwebpmux exiv2 zimg
-                     lcms2 imagequant icu-uc
+foreach(mod IN ITEMS libjpeg libpng zlib libdeflate libtiff-4 libheif libwebp libwebpdemux
+                     libwebpmux exiv2 zimg lcms2 imagequant icu-uc
                      libavformat libavcodec libavutil libswscale libavdevice sqlite3)
     string(MAKE_C_IDENTIFIER "${mod}" var)
     string(TOUPPER "${var}" var)
