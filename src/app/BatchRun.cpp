@@ -51,7 +51,7 @@ class ObservedProcessor final : public VRBatchProcessor {
 
 class BatchDriver {
   public:
-    BatchDriver(const std::vector<ProcessInput>& inputs, const BatchRunOptions& options,
+    BatchDriver(std::vector<ProcessInput>& inputs, const BatchRunOptions& options,
                 BatchRunView& view, const BatchRunHandlers& handlers)
         : _inputs(inputs), _options(options), _view(view), _handlers(handlers) {}
 
@@ -61,13 +61,15 @@ class BatchDriver {
         _processor = std::make_shared<ObservedProcessor>(services.processor);
         _processor->started = [this](const VRAssetRef& asset) { itemStarted(asset); };
         services.processor = _processor;
+        // The outcome can't outgrow the inputs: made once, so the run doesn't grow it by halves.
+        _outcome.results.reserve(_inputs.size());
         std::vector<VRAssetRef> assets;
         auto adjust = std::make_shared<VRAdjustState>();
         for (const auto& input : _inputs) {
             assets.push_back(input.asset);
             adjust->addState(stateFor(*input.asset), input.asset->objectIdentifier());
         }
-        _controller = std::make_unique<VRResultController>(assets, tpl, adjust, events(),
+        _controller = std::make_unique<VRResultController>(std::move(assets), tpl, adjust, events(),
                                                            std::move(services));
         auto lifecycle = VRLifecycleSignals::install(
             VRLifecycleSignals::handlersForController(*_controller, std::cerr));
@@ -98,7 +100,7 @@ class BatchDriver {
         events.progress = [this](std::size_t, double progress) { _view.itemProgress(progress); };
         events.committed = [this](std::size_t, const VRAssetRef& result) {
             if (!_current) return;
-            _outcome.results.push_back({_inputs[*_current], result, nullptr, elapsed()});
+            _outcome.results.push_back({result, elapsed(), *_current});
             itemEnded();
         };
         events.buttonState = [this](VRProcessingState state, const std::string&) {
@@ -133,7 +135,7 @@ class BatchDriver {
     void itemStarted(const VRAssetRef& asset) {
         std::optional<std::size_t> found;
         for (std::size_t i = _next; i < _inputs.size() && !found; ++i)
-            if (_inputs[i].asset->isEqual(*asset)) found = i;
+            if (_inputs[i].asset && _inputs[i].asset->isEqual(*asset)) found = i;
         // A retry (a resume, or the size limit's smaller size) goes on with the same item.
         if (!found || found == _current) return;
         _current = found;
@@ -144,10 +146,15 @@ class BatchDriver {
                           _inputs[*found].name);
     }
 
+    // The item's asset is let go: the controller's list holds the result in its place, or, for a
+    // failure, the asset itself while it waits at the cursor.
     void itemEnded() {
+        if (_current) release(*_current);
         _current.reset();
         _view.itemEnded();
     }
+
+    void release(std::size_t input) { _inputs[input].asset.reset(); }
 
     double elapsed() const {
         return std::chrono::duration<double>(Clock::now() - _itemStart).count();
@@ -185,18 +192,22 @@ class BatchDriver {
     // The item at the cursor failed; it stays there, on "Resume", until cleared.
     void fail() {
         if (!_current) return;
-        BatchRunItem item{_inputs[*_current], nullptr, _processor->lastError(), elapsed()};
-        if (!item.error) item.error = VRError::errorWithCode(VRErrorCode::loadFailed);
-        _outcome.failures.push_back(item);
-        itemEnded();
-        if (_handlers.failed) _handlers.failed(item);
+        VRErrorRef error = _processor->lastError();
+        if (!error) error = VRError::errorWithCode(VRErrorCode::loadFailed);
+        const std::size_t input = *_current;
+        _outcome.failures.push_back({error, input});
+        _current.reset();
+        _view.itemEnded();
+        // Told before the asset is let go: a library asset's own file explains its failure.
+        if (_handlers.failed) _handlers.failed(_inputs[input], *error);
+        release(input);
     }
 
     // The clear rules take the asset at the cursor out of the run and start the next one.
+    // The selection alone holds the asset then, so it goes with its removal.
     void clearFailedItem() {
-        VRAssetRef failed = _controller->pickerView().processingAsset();
-        if (!failed) return;
-        _controller->setSelectedAssets({failed});
+        if (!_controller->pickerView().processingAsset()) return;
+        _controller->setSelectedAssets({_controller->pickerView().processingAsset()});
         _controller->_didTapDeleteButton();
     }
 
@@ -211,7 +222,7 @@ class BatchDriver {
         _current.reset();
     }
 
-    const std::vector<ProcessInput>& _inputs;
+    std::vector<ProcessInput>& _inputs;
     const BatchRunOptions& _options;
     BatchRunView& _view;
     const BatchRunHandlers& _handlers;
@@ -229,7 +240,7 @@ class BatchDriver {
 
 }  // namespace
 
-BatchRunOutcome runBatch(const std::vector<ProcessInput>& inputs, const VXTemplateRef& tpl,
+BatchRunOutcome runBatch(std::vector<ProcessInput>& inputs, const VXTemplateRef& tpl,
                          const AdjustStateForAsset& stateFor, const BatchRunOptions& options,
                          BatchRunView& view, const BatchRunHandlers& handlers,
                          const std::atomic<bool>& interrupted) {

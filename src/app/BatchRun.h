@@ -29,18 +29,24 @@ struct BatchRunOptions {
     bool ask = false;
 };
 
-// One item that ended: its input, and its result or the error that stopped it.
-struct BatchRunItem {
-    ProcessInput input;
+// An item that ended with a result. The result is the object the run's list holds, shared and
+// not copied; the item is named by its place in the run's inputs.
+struct BatchRunResult {
     VRAssetRef result;
-    VRErrorRef error;
     // From the start of the item's first pass to its end (a limit retry included).
     double seconds = 0;
+    std::size_t input = 0;
+};
+
+// An item that failed: its place in the run's inputs and the error that stopped it.
+struct BatchRunFailure {
+    VRErrorRef error;
+    std::size_t input = 0;
 };
 
 struct BatchRunOutcome {
-    std::vector<BatchRunItem> results;
-    std::vector<BatchRunItem> failures;
+    std::vector<BatchRunResult> results;
+    std::vector<BatchRunFailure> failures;
     bool interrupted = false;
 };
 
@@ -48,7 +54,7 @@ struct BatchRunHandlers {
     // An item's first pass starts.
     std::function<void(const ProcessInput& input)> started;
     // An item failed; the run stops after it unless it keeps going.
-    std::function<void(const BatchRunItem& item)> failed;
+    std::function<void(const ProcessInput& input, const VRError& error)> failed;
     // "Contact us" of the error dialog: the message and the details the run hands on.
     std::function<void(const std::string& message,
                        const std::optional<platform::PlistDictionary>& info)>
@@ -60,8 +66,10 @@ using AdjustStateForAsset = std::function<VRAdjustAssetStateRef(const VRAsset& a
 
 // Runs `inputs` with `tpl` and each item's adjust state. `interrupted` is watched for
 // a cancel (set by a signal handler). Returns when the run ends, stops at a failure or is
-// cancelled; a cancelled item leaves no file and no result.
-BatchRunOutcome runBatch(const std::vector<ProcessInput>& inputs, const VXTemplateRef& tpl,
+// cancelled; a cancelled item leaves no file and no result. An input's asset is let go as soon
+// as its item has ended (its name and path stay), so that a long run holds its results and
+// not its inputs as well.
+BatchRunOutcome runBatch(std::vector<ProcessInput>& inputs, const VXTemplateRef& tpl,
                          const AdjustStateForAsset& stateFor, const BatchRunOptions& options,
                          BatchRunView& view, const BatchRunHandlers& handlers,
                          const std::atomic<bool>& interrupted);

@@ -138,9 +138,9 @@ class ProcessCommand : public app::Command {
         handlers.started = [this](const app::ProcessInput& input) {
             if (input.path) noteAnimation(*input.path);
         };
-        handlers.failed = [this, &view](const app::BatchRunItem& item) {
+        handlers.failed = [this, &view](const app::ProcessInput& input, const VRError& error) {
             view.clearLine();
-            app::printFailure(item, _json);
+            app::printFailure(input, error, _json);
         };
         auto stateFor = [this](const VRAsset& asset) {
             return app::adjustStateForAsset(_adjusted, asset, _state);
@@ -356,7 +356,8 @@ class ProcessCommand : public app::Command {
                              .value_or(item.result->objectIdentifier());
             else
                 continue;  // not shared: the share's failure is said already
-            app::printResult(item, output, formatName(*item.result, output), _json);
+            app::printResult(_inputs[item.input].name, item, output,
+                             formatName(*item.result, output), _json);
         }
         return code;
     }

@@ -92,36 +92,32 @@ std::optional<std::string> reasonOf(const ProcessInput& input, const VRError& er
 
 }  // namespace
 
-void printResult(const BatchRunItem& item, const std::string& output, const std::string& format,
-                 bool json) {
+void printResult(const std::string& source, const BatchRunResult& item, const std::string& output,
+                 const std::string& format, bool json) {
     const VRAsset& result = *item.result;
     const CGSize size = result.pixelSize();
     const auto width = std::llround(size.width);
     const auto height = std::llround(size.height);
     if (json) {
-        nlohmann::json line = {{"source", item.input.name},
-                               {"output", output},
-                               {"mediaType", result.mediaType()},
-                               {"width", width},
-                               {"height", height},
-                               {"format", format},
-                               {"seconds", item.seconds}};
+        nlohmann::json line = {
+            {"source", source},       {"output", output}, {"mediaType", result.mediaType()},
+            {"width", width},         {"height", height}, {"format", format},
+            {"seconds", item.seconds}};
         std::cout << line.dump(-1, ' ', false, json::error_handler_t::replace) << std::endl;
     } else {
-        std::cout << item.input.name << " -> " << output << "  " << VXHelper::stringFromSize(size)
-                  << " " << format << std::endl;
+        std::cout << source << " -> " << output << "  " << VXHelper::stringFromSize(size) << " "
+                  << format << std::endl;
     }
 }
 
-int printFailure(const BatchRunItem& item, bool json) {
-    const VRError& error = *item.error;
-    const std::string& file = item.input.name;
+int printFailure(const ProcessInput& input, const VRError& error, bool json) {
+    const std::string& file = input.name;
     const auto offer = limitOffer(error);
     std::string message = offer ? VRExceedingMaxSizeMessage(offer->exceeding, offer->correction)
                                 : VRErrorMessageForCode(error.code()).message;
     const auto& info = error.userInfo();
     auto root = info.find(VRErrorUserInfoRootKey);
-    const std::optional<std::string> reason = offer ? std::nullopt : reasonOf(item.input, error);
+    const std::optional<std::string> reason = offer ? std::nullopt : reasonOf(input, error);
     if (json) {
         nlohmann::json userInfo = jsonFromPlist(platform::PlistValue(info));
         if (reason) userInfo[VRErrorUserInfoReasonKey] = *reason;

@@ -9,12 +9,12 @@
 
 namespace app {
 
-// `output` is where the result can be found: the file shared into --out, or the result's own
-// place. `format` is the format's name.
-void printResult(const BatchRunItem& item, const std::string& output, const std::string& format,
-                 bool json);
+// The result of the input named `source`, made in `seconds`. `output` is where the result can be
+// found: the file shared into --out, or the result's own place. `format` is the format's name.
+void printResult(const std::string& source, const BatchRunResult& item, const std::string& output,
+                 const std::string& format, bool json);
 
-// Prints the failure of `item`; answers the exit code of a processing failure.
-int printFailure(const BatchRunItem& item, bool json);
+// Prints the failure of `input`; answers the exit code of a processing failure.
+int printFailure(const ProcessInput& input, const VRError& error, bool json);
 
 }  // namespace app

@@ -46,8 +46,9 @@ std::string VRResultController::selectionTitle() const {
 
 void VRResultController::_didTapDeleteButton() {
     platform::log("~~ clear button touch");
-    VRAssetRef current = _picker.processingAsset();
-    bool clearsCurrent = current && _picker.isSelected(*current);
+    // Asked without holding the asset, so that a cleared one is gone before the next starts.
+    const bool clearsCurrent =
+        _picker.processingAsset() && _picker.isSelected(*_picker.processingAsset());
     if (clearsCurrent) {
         _cancelProcessingPendingAssets();
     }
