@@ -173,12 +173,6 @@ std::optional<Bitmap> bitmapOfFrame(const AVFrame* frame, ErrorRef* error) {
 
 }  // namespace
 
-Camera::Camera(std::string device) : _device(std::move(device)) {}
-
-std::string Camera::movieExtension() {
-    return "mov";
-}
-
 std::optional<CameraStill> Camera::captureStill(ErrorRef* error) const {
     auto input = openDevice(_device, error);
     if (!input) return std::nullopt;

@@ -1,7 +1,6 @@
 // The reports left by earlier runs: listing them (with a marker beside each that was listed),
 // and posting them to the report address under a lock on the crash folder.
 #include <fcntl.h>
-#include <httplib.h>
 #include <sys/file.h>
 #include <unistd.h>
 
@@ -12,6 +11,7 @@
 #include "platform/CrashReporter.h"
 #include "platform/FileManager.h"
 #include "platform/Log.h"
+#include "platform/linux/ReportModule.h"
 
 namespace platform {
 namespace {
@@ -111,6 +111,27 @@ ErrorRef sendError(const std::string& description, const std::string& path) {
 
 }  // namespace
 
+namespace report_module {
+
+const ModuleApi* loadModule(ErrorRef* error) {
+    struct Loaded {
+        const ModuleApi* api = nullptr;
+        ErrorRef error;
+    };
+    static const Loaded loaded = [] {
+        Loaded result;
+        // The header is the table's first member.
+        result.api = reinterpret_cast<const ModuleApi*>(modules::openModule(
+            kModuleFileName, kModuleEntryName, {kModuleVersion, sizeof(ModuleApi)}, "Crash reports",
+            &result.error));
+        return result;
+    }();
+    if (!loaded.api && error) *error = loaded.error;
+    return loaded.api;
+}
+
+}  // namespace report_module
+
 std::vector<CrashReporter::PendingReport> CrashReporter::pendingReports(
     const std::string& directory, bool markListed) {
     std::vector<PendingReport> reports;
@@ -149,13 +170,13 @@ int CrashReporter::sendPendingReports(const std::string& directory, const std::s
     }
     FolderLock lock(directory);
     if (!lock.held()) return 0;  // no folder, so nothing to send
-    httplib::Client client(address->origin);
-    client.set_connection_timeout(kConnectSeconds, 0);
-    client.set_read_timeout(kTransferSeconds, 0);
-    client.set_write_timeout(kTransferSeconds, 0);
+    const auto names = reportNames(directory);
+    if (names.empty()) return 0;
+    const report_module::ModuleApi* http = report_module::loadModule(error);
+    if (!http) return 0;
     int sent = 0;
     // Listed under the lock: a report another start has just sent is gone from the list.
-    for (const auto& name : reportNames(directory)) {
+    for (const auto& name : names) {
         const std::string path = directory + "/" + name;
         ErrorRef readError;
         auto data = FileManager::contentsAtPath(path, &readError, kMaxReportBytes);
@@ -163,17 +184,16 @@ int CrashReporter::sendPendingReports(const std::string& directory, const std::s
             if (error) *error = readError;
             return sent;
         }
-        httplib::Headers headers{{"X-Unwarp-Report", name}};
-        auto answer =
-            client.Post(address->path, headers, reinterpret_cast<const char*>(data->data()),
-                        data->size(), "text/plain; charset=utf-8");
-        if (!answer) {
-            if (error) *error = sendError(url + ": " + httplib::to_string(answer.error()), path);
+        std::string why;
+        const int status = http->post({address->origin, address->path, name, data->data(),
+                                       data->size(), kConnectSeconds, kTransferSeconds},
+                                      &why);
+        if (status == 0) {
+            if (error) *error = sendError(url + ": " + why, path);
             return sent;
         }
-        if (answer->status < 200 || answer->status > 299) {
-            if (error)
-                *error = sendError(url + " answered " + std::to_string(answer->status), path);
+        if (status < 200 || status > 299) {
+            if (error) *error = sendError(url + " answered " + std::to_string(status), path);
             return sent;
         }
         unlink(path.c_str());

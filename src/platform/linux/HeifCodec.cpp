@@ -109,16 +109,6 @@ void readMetadataBlocks(heif_image_handle* h, ImageInfo& info) {
 
 }  // namespace
 
-// The ftyp brands decide between the two rows: the major brand first, as for the movies of
-// the same family.
-bool heicSniff(Bytes data, std::size_t size) {
-    return isoMediaTypeForData(data, size) == "public.heic";
-}
-
-bool heifSniff(Bytes data, std::size_t size) {
-    return isoMediaTypeForData(data, size) == "public.heif";
-}
-
 bool heifReadInfo(Bytes data, std::size_t size, ImageInfo& info, std::string& why) {
     auto o = open(data, size, why);
     if (!o) return false;

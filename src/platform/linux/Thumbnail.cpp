@@ -13,9 +13,7 @@
 #include "platform/ImageSource.h"
 #include "platform/linux/ImageCodecs.h"
 
-extern "C" {
-#include <libavutil/md5.h>
-}
+#include <md5.h>
 
 namespace platform::thumbnails {
 namespace {
@@ -24,9 +22,13 @@ constexpr const char* kThumbURI = "Thumb::URI";
 constexpr const char* kThumbMTime = "Thumb::MTime";
 
 std::string md5Hex(const std::string& text) {
-    std::uint8_t digest[16];
-    av_md5_sum(digest, reinterpret_cast<const std::uint8_t*>(text.data()),
-               static_cast<size_t>(text.size()));
+    // libmd's digest is a few kilobytes; FFmpeg's or OpenSSL's would bring a library of
+    // megabytes into every start.
+    std::uint8_t digest[MD5_DIGEST_LENGTH];
+    MD5_CTX context;
+    MD5Init(&context);
+    MD5Update(&context, reinterpret_cast<const std::uint8_t*>(text.data()), text.size());
+    MD5Final(digest, &context);
     static const char* hex = "0123456789abcdef";
     std::string out;
     for (std::uint8_t b : digest) {
