@@ -13,7 +13,14 @@ alternate. For each job and tool: the median wall time, CPU time (user + system)
 memory (GNU time's maximum resident size), the ratios, ffprobe's view of both outputs, and the
 frame scaler against libswscale's Lanczos from build/release/bench/FrameScalerBenchmark.
 
+The floor and the quality: each job's source is scaled once with Lanczos into raw frames in the
+encoder's format (the lossless reference). The encoder alone, fed those frames at the same
+settings, runs in the same alternation; unwarp's wall time is set against it. The SSIM of
+unwarp's and ffmpeg's outputs against the reference is printed beside that of the same encoder
+at the preset "medium" and the same bit rate.
+
     bench/video-bench.py [--build build/release] [--runs 3] [--scratch DIR] [--jobs V1,V2,V3]
+                         [--no-kernels] [--no-quality]
 
 The machine is shared: the load averages before and after are printed with the results.
 """
@@ -174,34 +181,45 @@ def parse_settings(stderr):
     return settings
 
 
-def ffmpeg_command(job, settings, src, out):
-    """The ffmpeg command line at unwarp's encoder settings and the template's geometry."""
-    facts = JOBS[job]
-    codec = settings["codec"] or ""
-    hevc = "hvc1" in codec or "hevc" in codec.lower()
-    w, h = int(float(settings["width"])), int(float(settings["height"]))
-    # unwarp keeps the pixels as they lie and writes the display matrix; so does ffmpeg without
-    # autorotation, which copies the matrix.
-    if facts["method"] == "stretch":
+def geometry_filter(job, settings):
+    """The template's geometry as an ffmpeg filter: scale, then crop or pad, square pixels."""
+    w, h = stored_size(settings)
+    method = JOBS[job]["method"]
+    if method == "stretch":
         geometry = f"scale={w}:{h}"
-    elif facts["method"] == "fill":
+    elif method == "fill":
         geometry = f"scale={w}:{h}:force_original_aspect_ratio=increase,crop={w}:{h}"
     else:
         geometry = (f"scale={w}:{h}:force_original_aspect_ratio=decrease,"
                     f"pad={w}:{h}:(ow-iw)/2:(oh-ih)/2")
-    command = ["ffmpeg", "-nostdin", "-y", "-loglevel", "error", "-noautorotate", "-i", src,
-               "-sws_flags", "lanczos", "-vf", f"{geometry},setsar=1"]
-    preset = settings["preset"] or "medium"
-    if hevc:
+    return f"{geometry},setsar=1"
+
+
+def stored_size(settings):
+    return int(float(settings["width"])), int(float(settings["height"]))
+
+
+def raw_format(job):
+    return "yuv420p10le" if JOBS[job]["bits"] > 8 else "yuv420p"
+
+
+def is_hevc(settings):
+    codec = settings["codec"] or ""
+    return "hvc1" in codec or "hevc" in codec.lower()
+
+
+def encoder_options(job, settings, preset=None):
+    """The video encoder's options at unwarp's settings; `preset` replaces the speed preset."""
+    preset = preset or settings["preset"] or "medium"
+    if is_hevc(settings):
         params = "log-level=error" + (f":{settings['params']}" if settings["params"] else "")
-        command += ["-c:v", "libx265", "-preset", preset, "-x265-params", params,
-                    "-tag:v", "hvc1"]
+        command = ["-c:v", "libx265", "-preset", preset, "-x265-params", params, "-tag:v", "hvc1"]
     else:
         profile = "main" if settings["profile"] and "Main" in settings["profile"] else "high"
-        command += ["-c:v", "libx264", "-preset", preset, "-profile:v", profile]
+        command = ["-c:v", "libx264", "-preset", preset, "-profile:v", profile]
         if settings["params"]:
             command += ["-x264-params", settings["params"]]
-    command += ["-pix_fmt", "yuv420p10le" if facts["bits"] > 8 else "yuv420p"]
+    command += ["-pix_fmt", raw_format(job)]
     if settings["bit_rate"]:
         command += ["-b:v", str(int(float(settings["bit_rate"])))]
     if settings["keyint"]:
@@ -213,8 +231,62 @@ def ffmpeg_command(job, settings, src, out):
                                ("-colorspace", MATRICES, "matrix")):
         if settings[key] in table:
             command += [option, table[settings[key]]]
-    command += ["-color_range", "tv", "-c:a", "copy", out]
-    return command
+    return command + ["-color_range", "tv"]
+
+
+def ffmpeg_command(job, settings, src, out):
+    """The ffmpeg command line at unwarp's encoder settings and the template's geometry."""
+    # unwarp keeps the pixels as they lie and writes the display matrix; so does ffmpeg without
+    # autorotation, which copies the matrix.
+    command = ["ffmpeg", "-nostdin", "-y", "-loglevel", "error", "-noautorotate", "-i", src,
+               "-sws_flags", "lanczos", "-vf", geometry_filter(job, settings)]
+    return command + encoder_options(job, settings) + ["-c:a", "copy", out]
+
+
+def reference_command(job, settings, src, raw):
+    """The lossless reference: the source through the same geometry with Lanczos, as raw
+    frames in the encoder's format. It is also what the encoder alone is fed."""
+    return ["ffmpeg", "-nostdin", "-y", "-loglevel", "error", "-noautorotate", "-i", src,
+            "-sws_flags", "lanczos+accurate_rnd+full_chroma_int", "-vf",
+            geometry_filter(job, settings), "-an", "-pix_fmt", raw_format(job), "-f", "rawvideo",
+            raw]
+
+
+def raw_input(job, settings, raw):
+    w, h = stored_size(settings)
+    rate = settings["fps"] and float(settings["fps"]) or 30.0
+    return ["-f", "rawvideo", "-pix_fmt", raw_format(job), "-s", f"{w}x{h}", "-r", f"{rate:g}",
+            "-i", raw]
+
+
+def encoder_alone_command(job, settings, raw, out, preset=None):
+    """The encoder fed the scaled frames at unwarp's settings (or another preset): the floor
+    that decoding, scaling and muxing can at best hide behind."""
+    return (["ffmpeg", "-nostdin", "-y", "-loglevel", "error"] + raw_input(job, settings, raw) +
+            encoder_options(job, settings, preset) + [out])
+
+
+def ssim(job, settings, movie, raw):
+    """SSIM (all planes) of a movie's stored frames against the raw reference."""
+    command = (["ffmpeg", "-nostdin", "-loglevel", "info", "-noautorotate", "-i", movie] +
+               raw_input(job, settings, raw) +
+               ["-lavfi", "[0:v][1:v]ssim", "-f", "null", "-"])
+    result = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+    match = re.search(r"SSIM .* All:([0-9.]+)", result.stderr)
+    return float(match.group(1)) if match else None
+
+
+def measure_quality(job, settings, raw, outputs, alone):
+    """SSIM of unwarp's and ffmpeg's outputs, and of the encoder at "medium" on the reference
+    at the same bit rate (the encoder-alone output where unwarp's preset is medium already)."""
+    preset = settings["preset"] or "medium"
+    if preset != "medium":
+        run(encoder_alone_command(job, settings, raw, alone, "medium"))
+    q = dict(preset=preset, codec="x265" if is_hevc(settings) else "x264",
+             medium=ssim(job, settings, alone, raw))
+    for tool, facts in outputs.items():
+        q[tool] = ssim(job, settings, facts["path"], raw)
+    return q
 
 
 def kernel_times(build):
@@ -253,6 +325,8 @@ def main():
                         default=os.path.join(tempfile.gettempdir(), "unwarp-video-bench"))
     parser.add_argument("--jobs", default="V1,V2,V3")
     parser.add_argument("--no-kernels", action="store_true", help="skip FrameScalerBenchmark")
+    parser.add_argument("--no-quality", action="store_true",
+                        help="skip the encoder alone and the SSIM against the reference")
     args = parser.parse_args()
     for tool in ("ffmpeg", "ffprobe", "/usr/bin/time"):
         if not shutil.which(tool):
@@ -270,7 +344,7 @@ def main():
     load_before = loadavg()
     log(f"machine: {cpus} cores; load average before: {load_before}")
 
-    results, probes, commands, verdicts = {}, {}, {}, []
+    results, probes, commands, verdicts, quality = {}, {}, {}, [], {}
     for job in args.jobs.split(","):
         facts = JOBS[job]
         src = os.path.join(scratch, facts["input"])
@@ -291,7 +365,15 @@ def main():
         commands[job] = dict(settings=settings["raw"], ffmpeg=ffmpeg)
         timed_unwarp = unwarp_command(unwarp, home, facts["template"], src, outdir)
         samples = {"unwarp": [], "ffmpeg": []}
-        log(f"running {job} unwarp and ffmpeg, alternating, x{args.runs} ...")
+        raw = os.path.join(scratch, f"reference-{job}.yuv")
+        alone = os.path.join(scratch, f"encoder-{job}.{facts['ext']}")
+        if not args.no_quality:
+            log(f"making the {job} reference (Lanczos, lossless) ...")
+            run(reference_command(job, settings, src, raw))
+            encoder = encoder_alone_command(job, settings, raw, alone)
+            commands[job]["encoder"] = encoder
+            samples["encoder"] = []
+        log(f"running {job} " + ", ".join(samples) + f", alternating, x{args.runs} ...")
         try:
             for _ in range(args.runs):
                 # unwarp numbers its outputs when the name is taken: keep one.
@@ -299,6 +381,8 @@ def main():
                     os.remove(os.path.join(outdir, f))
                 samples["unwarp"].append(timed(timed_unwarp, scratch))
                 samples["ffmpeg"].append(timed(ffmpeg, scratch))
+                if "encoder" in samples:
+                    samples["encoder"].append(timed(encoder, scratch))
         except RuntimeError as error:
             log(f"  {job} failed: {error}")
             continue
@@ -307,6 +391,9 @@ def main():
         probes[job] = {}
         for tool, path in (("unwarp", os.path.join(outdir, movies[0])), ("ffmpeg", theirs)):
             probes[job][tool] = dict(probe(path), path=path)
+        if not args.no_quality:
+            quality[job] = measure_quality(job, settings, raw, probes[job], alone)
+            os.remove(raw)
 
     kernels = {} if args.no_kernels else kernel_times(args.build)
     load_after = loadavg()
@@ -316,7 +403,8 @@ def main():
         log(f"{job} unwarp: {c['settings']}")
         log(f"{job} ffmpeg: {' '.join(c['ffmpeg'])}")
 
-    log("\n== jobs (median of runs; wall and CPU in s, peak in MB) ==")
+    log("\n== jobs (median of runs; wall and CPU in s, peak in MB; encoder: the encoder alone "
+        "fed the scaled frames) ==")
     log(f"{'job':4} {'tool':7} {'wall':>7} {'cpu':>7} {'peak':>7} {'wall/ff':>8} {'cpu/ff':>7} "
         f"{'peak/ff':>8}   walls")
     for job, tools in results.items():
@@ -329,6 +417,29 @@ def main():
         verdicts.append(goal_line(f"{job} wall <= 1.0 x ffmpeg", ours["wall"] / ff["wall"], 1.0))
         verdicts.append(goal_line(f"{job} peak memory <= ffmpeg's", ours["peak"] / 1024,
                                   ff["peak"] / 1024, unit=" MB"))
+        if "encoder" in tools:
+            verdicts.append(goal_line(f"{job} wall <= 1.05 x the encoder alone",
+                                      ours["wall"] / tools["encoder"]["wall"], 1.05))
+        if job == "V1":
+            verdicts.append(goal_line("V1 in at most 8 s", ours["wall"], 8.0, unit=" s"))
+
+    if quality:
+        log("\n== quality (SSIM, all planes, against the source scaled with Lanczos, lossless) ==")
+        log(f"{'job':4} {'preset':>9} {'unwarp':>8} {'ffmpeg':>8} {'medium':>8} {'gap':>7}")
+        for job, q in quality.items():
+            def text(v):
+                return f"{v:.4f}" if v is not None else "?"
+            gap = (q["medium"] - q["unwarp"]
+                   if q["medium"] is not None and q["unwarp"] is not None else None)
+            log(f"{job:4} {q['preset']:>9} {text(q['unwarp']):>8} {text(q['ffmpeg']):>8} "
+                f"{text(q['medium']):>8} {('%+.4f' % gap) if gap is not None else '?':>7}")
+            if gap is None:
+                verdicts.append(f"{job} SSIM within 0.002 of medium: not measured")
+            else:
+                verdicts.append(goal_line(f"{job} SSIM within 0.002 of {q['codec']} medium", gap,
+                                          0.002))
+        log("medium: the same encoder at the preset \"medium\" and the same bit rate, fed the "
+            "reference")
 
     log("\n== outputs (ffprobe) ==")
     log(f"{'job':4} {'tool':7} {'stored':>10} {'shown':>10} {'rot':>4} {'SAR':>5} {'codec':>5} "

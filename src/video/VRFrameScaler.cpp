@@ -110,6 +110,16 @@ Destination describeDestination(const CVPixelBufferRef& buffer) {
     return destination;
 }
 
+// The displacement in pixels of a plane `planeWidth` wide: the job gives it in pixels of the
+// output frame's width.
+std::pair<double, double> planeShift(const VRFrameScaler::Arguments& a, std::size_t planeWidth) {
+    if (a.width > 0 && static_cast<double>(planeWidth) != a.width) {
+        const double factor = static_cast<double>(planeWidth) / a.width;
+        return {a.x * factor, a.y * factor};
+    }
+    return {a.x, a.y};
+}
+
 template <class F>
 class FrameLoop {
   public:
@@ -133,6 +143,12 @@ class FrameLoop {
     bool drawAndAppend(const CMSampleBufferRef& sample) {
         CVPixelBufferRef source = CMSampleBufferGetImageBuffer(sample);
         const CMTime time = CMSampleBufferGetPresentationTimeStamp(sample);
+        const auto& pool = _a.adaptor->pixelBufferPool();
+        // Drawing would copy the frame as it is: the source itself goes to the writer, which
+        // saves a frame of memory and a pass over it.
+        if (source && pool && VRFrameScaler::drawsUnchanged(*source, *pool, _a)) {
+            return append(source, time);
+        }
         CVPixelBufferRef destination;
         const CVReturn created =
             CVPixelBufferPoolCreatePixelBuffer(_a.adaptor->pixelBufferPool(), &destination);
@@ -157,8 +173,12 @@ class FrameLoop {
         destination->unlockBaseAddress(0);
         source->unlockBaseAddress(1);
         if (!drawn) return false;
-        if (!_a.adaptor->appendPixelBuffer(destination, time)) return false;
-        destination.reset();
+        return append(std::move(destination), time);
+    }
+
+    bool append(CVPixelBufferRef buffer, CMTime time) {
+        if (!_a.adaptor->appendPixelBuffer(buffer, time)) return false;
+        buffer.reset();
         if (CMTIME_IS_VALID(time) && _a.progress) _a.progress(CMTimeGetSeconds(time));
         return true;
     }
@@ -190,12 +210,7 @@ class FrameLoop {
         for (std::size_t p = 0; p < planes; ++p) {
             vImage_Buffer s = planeView(source, p);
             vImage_Buffer d = planeView(destination, p);
-            double dx = _a.x, dy = _a.y;
-            if (_a.width > 0 && static_cast<double>(d.width) != _a.width) {
-                const double factor = static_cast<double>(d.width) / _a.width;
-                dx *= factor;
-                dy *= factor;
-            }
+            const auto [dx, dy] = planeShift(_a, d.width);
             if (p > 1) continue;
             const bool luma = p == 0;
             if (_a.arrangement == VRImageArrangement::fit) {
@@ -247,6 +262,30 @@ std::size_t cut(double v) {
 }
 
 }  // namespace
+
+bool VRFrameScaler::drawsUnchanged(const CVPixelBuffer& source, const CVPixelBufferPool& pool,
+                                   const Arguments& arguments) {
+    if (source.pixelFormatType() != pool.pixelFormatType() || source.width() != pool.width() ||
+        source.height() != pool.height()) {
+        return false;
+    }
+    const std::size_t planes =
+        source.isPlanar() ? std::min<std::size_t>(source.planeCount(), 2) : 1;
+    for (std::size_t p = 0; p < planes; ++p) {
+        const CVPixelBuffer::Plane& plane = source.plane(p);
+        // The destination's planes have the source's sizes; only the views' extents matter.
+        const vImage_Buffer whole{plane.data, plane.height, plane.width, plane.rowBytes};
+        vImage_Buffer s = whole, d = whole;
+        const auto [dx, dy] = planeShift(arguments, plane.width);
+        const std::size_t bytesPerPixel = source.isPlanar() ? (p == 0 ? 1 : 2) : 4;
+        placeViews(s, d, arguments.arrangement, source.isPlanar() && p == 0, dx, dy, bytesPerPixel);
+        auto same = [](const vImage_Buffer& a, const vImage_Buffer& b) {
+            return a.data == b.data && a.width == b.width && a.height == b.height;
+        };
+        if (!same(s, whole) || !same(d, whole)) return false;
+    }
+    return true;
+}
 
 bool VRFrameScaler::appendFrames(Form form, const Arguments& arguments) {
     if (form == Form::sixteenBit) return FrameLoop<Form16>(arguments).run();

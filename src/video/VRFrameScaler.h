@@ -16,6 +16,7 @@
 #include "platform/AVAssetReader.h"
 #include "platform/AVAssetWriterInput.h"
 #include "platform/AVAssetWriterInputPixelBufferAdaptor.h"
+#include "platform/CVPixelBuffer.h"
 #include "platform/PlaneScaling.h"
 
 // Luma weights and the range mapping of a Y'CbCr destination.
@@ -54,6 +55,12 @@ class VRFrameScaler {
     // says which). False: the writer is not ready or the job was cancelled. Cancellation is
     // asked once per frame, after the append.
     static bool appendFrames(Form form, const Arguments& arguments);
+
+    // Whether drawing `source` into a buffer of `pool` would only copy it: the same format and
+    // size, and a placement (arrangement and displacement) that crops nothing, leaves no bars
+    // and shifts nothing. Such a frame is appended as it is.
+    static bool drawsUnchanged(const CVPixelBuffer& source, const CVPixelBufferPool& pool,
+                               const Arguments& arguments);
 
     // By the destination's matrix name (601-4, SMPTE 240M, 2020, anything else 709) and
     // range. Full range: offsets 0 and 128*s, scales 1. Video range: luma 16*s and 219/r,

@@ -142,4 +142,54 @@ TEST(VRFrameScaler, NonPlanarFillColours) {
               (Argb{32768, 65535, 32768, 0}));
 }
 
+// Which frames go to the writer as they are: only where drawing would copy them exactly, so
+// that no scale, crop, bar or shift is ever skipped.
+TEST(VRFrameScaler, DrawsUnchanged) {
+    using A = VRImageArrangement;
+    constexpr OSType k420v = kCVPixelFormatType_420YpCbCr8BiPlanarVideoRange;
+    constexpr OSType k420f = kCVPixelFormatType_420YpCbCr8BiPlanarFullRange;
+    constexpr OSType kX420 = kCVPixelFormatType_420YpCbCr10BiPlanarVideoRange;
+    constexpr OSType kBGRA = kCVPixelFormatType_32BGRA;
+    struct Frame {
+        OSType format;
+        std::size_t width, height;
+    };
+    struct Case {
+        Frame source, destination;
+        A arrangement;
+        CGPoint shift;
+        bool unchanged;
+    };
+    const Case cases[] = {
+        {{k420v, 64, 48}, {k420v, 64, 48}, A::stretch, {0, 0}, true},
+        // At the same size the picture fills the box: the shift stops at its edge.
+        {{k420v, 64, 48}, {k420v, 64, 48}, A::fit, {8, 6}, true},
+        {{k420v, 63, 47}, {k420v, 63, 47}, A::fill, {-5, 3}, true},
+        {{kX420, 64, 48}, {kX420, 64, 48}, A::fit, {0, -4}, true},
+        {{kBGRA, 64, 48}, {kBGRA, 64, 48}, A::fill, {10, 0}, true},
+        // A scale, a crop, bars or a turn are drawn.
+        {{k420v, 64, 48}, {k420v, 66, 48}, A::stretch, {0, 0}, false},
+        {{k420v, 64, 48}, {k420v, 64, 50}, A::fill, {0, 0}, false},
+        {{k420v, 64, 48}, {k420v, 64, 50}, A::fit, {0, 0}, false},
+        {{k420v, 64, 48}, {k420v, 48, 64}, A::stretch, {0, 0}, false},
+        {{kBGRA, 64, 48}, {kBGRA, 32, 24}, A::stretch, {0, 0}, false},
+        // Another format is never handed over.
+        {{k420v, 64, 48}, {k420f, 64, 48}, A::stretch, {0, 0}, false},
+    };
+    for (std::size_t i = 0; i < std::size(cases); ++i) {
+        const Case& c = cases[i];
+        auto source = CVPixelBuffer::create(c.source.format, c.source.width, c.source.height);
+        auto pool = CVPixelBufferPool::create(c.destination.format, c.destination.width,
+                                              c.destination.height);
+        ASSERT_TRUE(source && pool) << "case " << i;
+        VRFrameScaler::Arguments arguments;
+        arguments.arrangement = c.arrangement;
+        arguments.x = c.shift.x;
+        arguments.y = c.shift.y;
+        arguments.width = static_cast<double>(c.destination.width);
+        EXPECT_EQ(VRFrameScaler::drawsUnchanged(*source, *pool, arguments), c.unchanged)
+            << "case " << i;
+    }
+}
+
 }  // namespace

@@ -21,7 +21,10 @@ extern "C" {
 
 namespace ffmpeg_writer {
 
-inline constexpr std::size_t kEncoderQueue = 2;
+// Frames waiting for the encoder thread. One is enough to keep drawing and encoding overlapped
+// (the next frame is drawn while this one is encoded); each more is a whole frame of memory
+// (4 MB at 2554 x 1080, 6 MB for 10-bit 1080p) that the encoder's own lookahead does not need.
+inline constexpr std::size_t kEncoderQueue = 1;
 // Seconds an input may run ahead of the slowest input that is being fed, so that the tracks
 // reach the muxer (which writes in time order) close together and the file is interleaved.
 inline constexpr double kInterleaveWindow = 0.5;
