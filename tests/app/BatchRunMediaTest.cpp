@@ -31,7 +31,8 @@ TEST(BatchRunMedia, AnEndedItemIsLetGoAndNamedByItsPlace) {
     std::vector<app::ProcessInput> inputs;
     for (const char* name : {"in/a.png", "in/b.png", "in/c.png", "in/d.png", "in/e.png"}) {
         const std::string path = home.path(name);
-        inputs.push_back({VRAsset::assetWithObject(VRURLAsset::urlAssetWithURL(path)), path, path});
+        inputs.push_back(
+            {VRAsset::assetWithObject(VRURLAsset::urlAssetWithURL(path)), path, path, name});
     }
     std::vector<std::weak_ptr<const VRAsset>> assets;
     std::vector<std::weak_ptr<VRAssetObject>> objects;
