@@ -1,0 +1,50 @@
+// The application shell: one screen at a time (home, templates, summary, results), the
+// event stream of the run, and the alerts it brings.
+import { api, h } from './api.js';
+import { showAlert } from './dialogs.js';
+import './grid.js';
+import { HomeScreen } from './home.js';
+import { TemplateScreen } from './templates.js';
+import { SummaryScreen } from './summary.js';
+import { ResultsScreen } from './results.js';
+import { LaunchScreen } from './launch.js';
+
+class UwApp extends HTMLElement {
+  connectedCallback() {
+    this.state = { picked: [], template: null };
+    this.main = h('main', { id: 'screen', tabindex: '-1' });
+    this.append(this.main);
+    this.events = new EventSource('/api/events');
+    this.events.addEventListener('alert', (e) => this.answerAlert(JSON.parse(e.data)));
+    this.show('launch');
+  }
+
+  show(name) {
+    const screens = { launch: LaunchScreen, home: HomeScreen, templates: TemplateScreen, summary: SummaryScreen, results: ResultsScreen };
+    this.current?.leave?.();
+    this.current = new screens[name](this);
+    this.main.replaceChildren(this.current.element);
+    this.current.enter?.();
+    document.title = `Unwarp – ${this.current.title}`;
+    this.main.focus();
+  }
+
+  // Every alert of the run is asked here once, and the answer goes back by its number.
+  async answerAlert(alert) {
+    if (this.asking === alert.number) return;
+    this.asking = alert.number;
+    const button = await showAlert(alert);
+    try {
+      await api('/api/run/alert', { number: alert.number, button });
+    } catch (error) {
+      if (error.status !== 409) this.fail(error);
+    }
+    this.current?.refresh?.();
+  }
+
+  fail(error) {
+    showAlert({ title: 'Error', message: error.message, buttons: ['Ok'] });
+  }
+}
+
+customElements.define('uw-app', UwApp);

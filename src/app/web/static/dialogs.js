@@ -1,0 +1,48 @@
+// Alerts with buttons, as the run and the sharing ask them; keyboard first: the first button
+// takes the focus and Escape answers with the cancel-like button when there is one.
+import { h } from './api.js';
+
+export function showAlert({ title, message, buttons, kind }) {
+  return new Promise((resolve) => {
+    const dialog = h('dialog', { class: 'alert', 'data-kind': kind || '' },
+      h('h2', {}, title || ''),
+      h('p', {}, message || ''));
+    const row = h('div', { class: 'buttons' });
+    buttons.forEach((label, index) => {
+      row.append(h('button', {
+        type: 'button',
+        onclick: () => { dialog.close(); dialog.remove(); resolve(index); },
+      }, label));
+    });
+    dialog.append(row);
+    dialog.addEventListener('cancel', (event) => {
+      event.preventDefault();
+      const cancel = buttons.findIndex((b) => b === 'Cancel' || b === 'Ok');
+      if (cancel >= 0) { dialog.close(); dialog.remove(); resolve(cancel); }
+    });
+    document.body.append(dialog);
+    dialog.showModal();
+    row.querySelector('button')?.focus();
+  });
+}
+
+// A text prompt with a live preview line computed by `preview(text)` (a promise).
+export function showPrompt({ title, message, value, preview, okLabel = 'Share' }) {
+  return new Promise((resolve) => {
+    const input = h('input', { type: 'text', value: value || '', 'aria-label': title });
+    const line = h('p', { class: 'preview', 'aria-live': 'polite' });
+    const refresh = async () => { line.textContent = preview ? await preview(input.value) : ''; };
+    input.addEventListener('input', refresh);
+    const finish = (result) => { dialog.close(); dialog.remove(); resolve(result); };
+    const dialog = h('dialog', { class: 'alert prompt' },
+      h('h2', {}, title), message ? h('p', {}, message) : null, input, line,
+      h('div', { class: 'buttons' },
+        h('button', { type: 'button', onclick: () => finish(null) }, 'Cancel'),
+        h('button', { type: 'button', class: 'primary', onclick: () => finish(input.value) }, okLabel)));
+    input.addEventListener('keydown', (e) => { if (e.key === 'Enter') finish(input.value); });
+    document.body.append(dialog);
+    dialog.showModal();
+    input.focus();
+    refresh();
+  });
+}
