@@ -1,4 +1,4 @@
-# `unwarp serve`: the web front end's files are built into the program (no network and no
+# `unwarp-serve`: the web front end's files are built into the program (no network and no
 # install step at run time), and the server links cpp-httplib.
 file(GLOB UNWARP_WEB_STATIC CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/app/web/static/*)
 set(UNWARP_WEB_EMBEDDED ${CMAKE_BINARY_DIR}/generated/WebStaticFiles.cpp)
@@ -9,5 +9,6 @@ add_custom_command(
     DEPENDS ${UNWARP_WEB_STATIC} ${PROJECT_SOURCE_DIR}/cmake/EmbedFiles.cmake
     COMMENT "Embedding the web front end"
     VERBATIM)
-target_sources(unwarp PRIVATE ${UNWARP_WEB_EMBEDDED})
-target_link_libraries(unwarp PRIVATE PkgConfig::CPP_HTTPLIB)
+file(GLOB UNWARP_WEB_SOURCES CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/app/web/*.cpp)
+target_sources(unwarp-serve PRIVATE ${UNWARP_WEB_SOURCES} ${UNWARP_WEB_EMBEDDED})
+target_link_libraries(unwarp-serve PRIVATE PkgConfig::CPP_HTTPLIB)
