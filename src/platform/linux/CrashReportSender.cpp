@@ -114,20 +114,8 @@ ErrorRef sendError(const std::string& description, const std::string& path) {
 namespace report_module {
 
 const ModuleApi* loadModule(ErrorRef* error) {
-    struct Loaded {
-        const ModuleApi* api = nullptr;
-        ErrorRef error;
-    };
-    static const Loaded loaded = [] {
-        Loaded result;
-        // The header is the table's first member.
-        result.api = reinterpret_cast<const ModuleApi*>(modules::openModule(
-            kModuleFileName, kModuleEntryName, {kModuleVersion, sizeof(ModuleApi)}, "Crash reports",
-            &result.error));
-        return result;
-    }();
-    if (!loaded.api && error) *error = loaded.error;
-    return loaded.api;
+    return modules::openModuleOnce<ModuleApi>(kModuleFileName, kModuleEntryName, kModuleVersion,
+                                              "Crash reports", error);
 }
 
 }  // namespace report_module

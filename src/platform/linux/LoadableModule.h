@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <string>
 
 #include "platform/Error.h"
@@ -25,5 +26,27 @@ std::string programFolder();
 // handled here", and the loader's words naming the file). Not cached: callers keep the answer.
 const void* openModule(const std::string& fileName, const char* entryName,
                        const ModuleHeader& expected, const std::string& what, ErrorRef* error);
+
+// Opens the module whose table is `Api` once per program, from whichever thread asks first;
+// later calls give the same answer. `onMissing` runs once, with the reason, when it can't be had.
+template <class Api>
+const Api* openModuleOnce(const std::string& fileName, const char* entryName, int version,
+                          const std::string& what, ErrorRef* error,
+                          const std::function<void(const ErrorRef&)>& onMissing = {}) {
+    struct Loaded {
+        const Api* api = nullptr;
+        ErrorRef error;
+    };
+    static const Loaded loaded = [&] {
+        Loaded result;
+        // The header is the table's first member.
+        result.api = static_cast<const Api*>(
+            openModule(fileName, entryName, {version, sizeof(Api)}, what, &result.error));
+        if (!result.api && onMissing) onMissing(result.error);
+        return result;
+    }();
+    if (!loaded.api && error) *error = loaded.error;
+    return loaded.api;
+}
 
 }  // namespace platform::modules

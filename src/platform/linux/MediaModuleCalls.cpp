@@ -18,21 +18,8 @@ using platform::media::ModuleApi;
 namespace platform::media {
 
 const ModuleApi* loadModule(ErrorRef* error) {
-    struct Loaded {
-        const ModuleApi* api = nullptr;
-        ErrorRef error;
-    };
-    static const Loaded loaded = [] {
-        Loaded result;
-        const void* table = modules::openModule(kModuleFileName, kModuleEntryName,
-                                                {kModuleVersion, sizeof(ModuleApi)},
-                                                "Movies and HEIC pictures", &result.error);
-        // The header is the table's first member.
-        result.api = reinterpret_cast<const ModuleApi*>(table);
-        return result;
-    }();
-    if (!loaded.api && error) *error = loaded.error;
-    return loaded.api;
+    return modules::openModuleOnce<ModuleApi>(kModuleFileName, kModuleEntryName, kModuleVersion,
+                                              "Movies and HEIC pictures", error);
 }
 
 const ModuleApi& loadedModule() {

@@ -8,21 +8,9 @@
 namespace platform::metadata_module {
 
 const ModuleApi* loadModule(ErrorRef* error) {
-    struct Loaded {
-        const ModuleApi* api = nullptr;
-        ErrorRef error;
-    };
-    static const Loaded loaded = [] {
-        Loaded result;
-        // The header is the table's first member.
-        result.api = reinterpret_cast<const ModuleApi*>(modules::openModule(
-            kModuleFileName, kModuleEntryName, {kModuleVersion, sizeof(ModuleApi)},
-            "Photo metadata", &result.error));
-        if (!result.api) log("~~ " + result.error->localizedDescription());
-        return result;
-    }();
-    if (!loaded.api && error) *error = loaded.error;
-    return loaded.api;
+    return modules::openModuleOnce<ModuleApi>(
+        kModuleFileName, kModuleEntryName, kModuleVersion, "Photo metadata", error,
+        [](const ErrorRef& why) { log("~~ " + why->localizedDescription()); });
 }
 
 }  // namespace platform::metadata_module
