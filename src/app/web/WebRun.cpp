@@ -158,23 +158,38 @@ std::optional<VRAdjustState> adjustStates(const std::vector<VRAssetRef>& assets,
     return adjustStatesFromJSON(adjust->dump(), inputs, tpl, problem);
 }
 
+// What the summary sends for a run and for its preview alike: the picked assets, the template
+// and the adjust steps already run through the adjust session.
+struct RunRequest {
+    std::vector<VRAssetRef> assets;
+    VXTemplateRef tpl;
+    VRAdjustState states;
+};
+
+std::optional<RunRequest> runRequest(WebSession& session, const json& body, std::string* problem) {
+    auto assets = pickedAssets(session, body, problem);
+    if (!assets) return std::nullopt;
+    auto tpl = chosenTemplate(body, problem);
+    if (!tpl) return std::nullopt;
+    auto states = adjustStates(*assets, *tpl, body, problem);
+    if (!states) return std::nullopt;
+    return RunRequest{std::move(*assets), std::move(tpl), std::move(*states)};
+}
+
 Reply startRun(WebSession& session, const httplib::Request& request) {
     auto body = jsonBody(request);
     if (!body) return Reply::error(400, "The request is no JSON object.");
     if (session.run && session.run->processingState() == VRProcessingState::processing)
         return Reply::error(409, "A run is going on; pause it or wait for its end.");
     std::string problem;
-    auto assets = pickedAssets(session, *body, &problem);
-    if (!assets) return Reply::error(400, problem);
-    auto tpl = chosenTemplate(*body, &problem);
-    if (!tpl) return Reply::error(400, problem);
-    auto states = adjustStates(*assets, *tpl, *body, &problem);
-    if (!states) return Reply::error(400, problem);
-    auto adjust = std::make_shared<VRAdjustState>(std::move(*states));
+    auto picked = runRequest(session, *body, &problem);
+    if (!picked) return Reply::error(400, problem);
+    auto adjust = std::make_shared<VRAdjustState>(std::move(picked->states));
     session.lifecycle.reset();
     session.run.reset();
     session.alert.reset();
-    session.run = std::make_unique<VRResultController>(*assets, tpl, adjust, runEvents(session));
+    session.run = std::make_unique<VRResultController>(picked->assets, picked->tpl, adjust,
+                                                       runEvents(session));
     // A stopped process (Ctrl-Z, the machine's sleep) pauses the run; the return tells why.
     VRLifecycleSignals::Handlers handlers;
     handlers.didEnterBackground = [&session] {
@@ -232,15 +247,11 @@ Reply previewAdjust(WebSession& session, const httplib::Request& request) {
     auto body = jsonBody(request);
     if (!body) return Reply::error(400, "The request is no JSON object.");
     std::string problem;
-    auto assets = pickedAssets(session, *body, &problem);
-    if (!assets) return Reply::error(400, problem);
-    auto tpl = chosenTemplate(*body, &problem);
-    if (!tpl) return Reply::error(400, problem);
-    auto states = adjustStates(*assets, *tpl, *body, &problem);
-    if (!states) return Reply::error(400, problem);
+    auto picked = runRequest(session, *body, &problem);
+    if (!picked) return Reply::error(400, problem);
     json items = json::array();
-    for (const auto& asset : *assets) {
-        auto state = states->stateWithKey(asset->objectIdentifier());
+    for (const auto& asset : picked->assets) {
+        auto state = picked->states.stateWithKey(asset->objectIdentifier());
         json item{{"id", WebSession::identifierForAsset(*asset)}};
         if (state) {
             item["shift"] = {{"x", state->displacement().x}, {"y", state->displacement().y}};

@@ -27,6 +27,16 @@ void setError(ErrorRef* out, ErrorRef error) {
     if (out) *out = std::move(error);
 }
 
+// A decoder's answer as the picture, or none with the reason the decoder gave.
+std::optional<Bitmap> decodedOrError(std::optional<Bitmap> bitmap, const std::string& type,
+                                     const std::string& why, ErrorRef* error) {
+    if (bitmap && !bitmap->isNull()) return bitmap;
+    setError(error, readError(NSFileReadCorruptFileError,
+                              "The " + type + " image could not be decoded: " +
+                                  (why.empty() ? std::string("no pixels") : why)));
+    return std::nullopt;
+}
+
 class LinuxImageSource final : public ImageSource {
   public:
     LinuxImageSource(std::vector<std::uint8_t> bytes, const ImageCodec* codec, ImageInfo info)
@@ -228,13 +238,7 @@ std::optional<Bitmap> ImageSource::createImageAtIndex(std::size_t index, ErrorRe
     const auto& self = static_cast<const LinuxImageSource&>(*this);
     std::string why;
     auto bitmap = self.codec()->decode(self.bytes().data(), self.bytes().size(), why);
-    if (!bitmap || bitmap->isNull()) {
-        setError(error, readError(NSFileReadCorruptFileError,
-                                  "The " + _type + " image could not be decoded: " +
-                                      (why.empty() ? std::string("no pixels") : why)));
-        return std::nullopt;
-    }
-    return bitmap;
+    return decodedOrError(std::move(bitmap), _type, why, error);
 }
 
 bool ImageSource::canDecodeReduced(std::uint32_t denominator) const {
@@ -255,13 +259,7 @@ std::optional<Bitmap> ImageSource::createReducedImage(std::uint32_t denominator,
     std::string why;
     auto bitmap =
         codecs::jpegDecodeReduced(self.bytes().data(), self.bytes().size(), denominator, why);
-    if (!bitmap || bitmap->isNull()) {
-        setError(error, readError(NSFileReadCorruptFileError,
-                                  "The " + _type + " image could not be decoded: " +
-                                      (why.empty() ? std::string("no pixels") : why)));
-        return std::nullopt;
-    }
-    return bitmap;
+    return decodedOrError(std::move(bitmap), _type, why, error);
 }
 
 }  // namespace platform
