@@ -52,6 +52,20 @@ function percentile(values, p) {
   return sorted.length ? sorted[Math.min(sorted.length - 1, Math.floor(p * sorted.length))] : NaN;
 }
 
+// CPU milliseconds (user + system) the process has used so far.
+function cpuMs(pid) {
+  const fields = readFileSync(`/proc/${pid}/stat`, 'utf8').split(') ')[1].split(' ');
+  return ((Number(fields[11]) + Number(fields[12])) * 1000) / 100;
+}
+
+// Chromium's counters of the page's main thread: its CPU seconds (ThreadTime), layouts and
+// style recalculations. Unlike frame intervals they hold on a machine whose cores are busy.
+async function rendererCounters(session) {
+  const { metrics } = await session.send('Performance.getMetrics');
+  const value = (name) => metrics.find((m) => m.name === name)?.value ?? NaN;
+  return { thread: value('ThreadTime'), layouts: value('LayoutCount'), styles: value('RecalcStyleCount') };
+}
+
 // The kB of a VmHWM or VmRSS line of /proc/PID/status.
 function memoryKB(pid, field) {
   const line = readFileSync(`/proc/${pid}/status`, 'utf8').split('\n').find((l) => l.startsWith(field));
@@ -191,7 +205,8 @@ async function main() {
     await page.goto(server.url);
     await page.waitForFunction(() => [...document.querySelectorAll('uw-grid .cell img')].some((i) => i.complete && i.naturalWidth > 0));
     const returningMs = Date.now() - server.spawnedAt;
-    log(`returning user: listening ${server.listeningMs} ms, home with thumbnails ${returningMs} ms after the start`);
+    log(`returning user: listening ${server.listeningMs} ms, home with thumbnails ${returningMs} ms after the start; ` +
+      `the server's CPU by then ${cpuMs(server.child.pid).toFixed(0)} ms`);
     lines.push(goalLine('first screen, new user', newUserMs, GOALS.firstScreenMs, { unit: ' ms' }));
     lines.push(goalLine('first screen, returning user', returningMs, GOALS.firstScreenMs, { unit: ' ms' }));
 
@@ -199,20 +214,29 @@ async function main() {
     await page.getByRole('button', { name: `Big (${count})` }).click();
     await page.waitForFunction(() => document.querySelector('uw-grid').total > 0 && document.querySelector('uw-grid .cell img'));
     // A fling through the whole album, then ten seconds at a reading pace from the top.
+    const cdp = await browser.context.newCDPSession(page);
+    await cdp.send('Performance.enable');
     for (const [pace, step, pixels] of [['fling', 150, null], ['reading', 25, 25 * 600]]) {
       await page.evaluate(() => { document.querySelector('uw-grid').scrollTop = 0; });
+      const before = await rendererCounters(cdp);
       const scrolled = await scrollGrid(page, step, pixels);
+      const after = await rendererCounters(cdp);
       const { intervals, longTasks } = scrolled;
       const meanMs = intervals.reduce((a, b) => a + b, 0) / intervals.length;
       const missed = intervals.filter((v) => v > 1.5 * (1000 / 60)).length;
       log(`scroll (${pace}, ${step} px a frame): ${intervals.length} frames, mean ${meanMs.toFixed(2)} ms, ` +
         `median ${percentile(intervals, 0.5).toFixed(2)} ms, p99 ${percentile(intervals, 0.99).toFixed(2)} ms, ` +
         `${missed} over 25 ms, ${longTasks.length} long tasks (longest ${Math.max(0, ...longTasks).toFixed(0)} ms), ${scrolled.cells} cells in the page`);
+      const frames = intervals.length;
+      log(`  page's main thread a frame: ${((after.thread - before.thread) * 1000 / frames).toFixed(2)} ms CPU, ` +
+        `${((after.layouts - before.layouts) / frames).toFixed(2)} layouts, ${((after.styles - before.styles) / frames).toFixed(2)} style recalculations`);
       lines.push(goalLine(`grid scroll (${pace})`, 1000 / meanMs, GOALS.fps - 1, { higher: true, unit: ' fps' }));
     }
     const albumKB = memoryKB(server.child.pid, 'VmHWM');
 
+    const runCpu = cpuMs(server.child.pid);
     const delays = await progressDelays(page);
+    log(`the run took ${(cpuMs(server.child.pid) - runCpu).toFixed(0)} ms of the server's CPU`);
     log(`progress events: ${delays.length}, median ${percentile(delays, 0.5).toFixed(1)} ms, ` +
       `p95 ${percentile(delays, 0.95).toFixed(1)} ms, max ${Math.max(...delays).toFixed(1)} ms`);
     lines.push(goalLine('progress event delay (max)', Math.max(...delays), GOALS.eventMs, { unit: ' ms' }));
