@@ -17,6 +17,11 @@ namespace {
 using nlohmann::json;
 using serve_test::Server;
 
+double wallMilliseconds() {
+    using namespace std::chrono;
+    return duration<double, std::milli>(system_clock::now().time_since_epoch()).count();
+}
+
 // The stream's events by name, in order, until `until` holds for one of them.
 std::vector<std::pair<std::string, json>> readEvents(
     const Server& server, const std::function<bool(const std::string&, const json&)>& until) {
@@ -72,6 +77,7 @@ TEST(ServeRunMedia, ARunGoesOnThroughAHundredParallelRequests) {
         ASSERT_TRUE(state);
         if (json::parse(state->body).value("streams", 0) > 0) break;
     }
+    const double postedAt = wallMilliseconds();
     auto started = client->Post("/api/run", server.pageHeaders(), body.dump(), "application/json");
     ASSERT_TRUE(started);
     ASSERT_EQ(started->status, 200) << started->body;
@@ -99,10 +105,18 @@ TEST(ServeRunMedia, ARunGoesOnThroughAHundredParallelRequests) {
     EXPECT_EQ(other, 0);
 
     listener.join();
+    const double endedAt = wallMilliseconds();
     int progress = 0, committed = 0;
     for (const auto& [name, data] : events) {
         progress += name == "progress";
         committed += name == "committed";
+        // Each progress event carries the time of the run's update, so a page can tell how
+        // late it arrived.
+        if (name == "progress") {
+            ASSERT_TRUE(data.contains("at") && data["at"].is_number()) << data.dump();
+            EXPECT_GE(data["at"].get<double>(), postedAt);
+            EXPECT_LE(data["at"].get<double>(), endedAt);
+        }
     }
     EXPECT_GT(progress, 0);
     EXPECT_EQ(committed, 2);

@@ -1,5 +1,7 @@
 // The library routes: albums, a page of an album's assets, and thumbnails.
-#include "app/LibraryAssets.h"
+#include <algorithm>
+#include <deque>
+
 #include "app/web/WebApi.h"
 #include "app/web/WebRoutes.h"
 #include "app/web/WebSession.h"
@@ -31,31 +33,64 @@ Reply albums(WebSession& session) {
     return Reply::json({{"root", library->locations().root}, {"albums", list}});
 }
 
+// What a grid cell and the screens after it need of an asset, and no more: a page of an
+// album of ten thousand stays small.
+json gridItemJSON(const PHAsset& asset) {
+    return {{"id", "library:" + asset.localIdentifier},
+            {"name",
+             asset.resources.empty() ? std::string() : asset.resources.front().originalFilename},
+            {"media", asset.mediaType == PHAssetMediaTypeVideo   ? "video"
+                      : asset.mediaType == PHAssetMediaTypeImage ? "photo"
+                                                                 : "unknown"},
+            {"livePhoto", asset.isLivePhoto()},
+            {"width", asset.pixelWidth},
+            {"height", asset.pixelHeight},
+            {"duration", asset.duration}};
+}
+
+// The listings a page is paging through, so that its later pages come from the fetch of its
+// first: a fetch reads the whole listing, and the pages stay in step when the library
+// changes meanwhile. The first page fetches anew. Used on the main queue only.
+class Listings {
+  public:
+    const PHFetchResult<PHAsset>& fetch(const std::string& key, bool fresh,
+                                        const std::function<PHFetchResult<PHAsset>()>& fetcher) {
+        auto found = std::find_if(_kept.begin(), _kept.end(),
+                                  [&](const auto& kept) { return kept.first == key; });
+        if (found != _kept.end() && !fresh) return found->second;
+        if (found != _kept.end()) _kept.erase(found);
+        // Two listings at most: two pages (or two tabs) browsing at once.
+        if (_kept.size() >= 2) _kept.pop_front();
+        _kept.emplace_back(key, fetcher());
+        return _kept.back().second;
+    }
+
+  private:
+    std::deque<std::pair<std::string, PHFetchResult<PHAsset>>> _kept;
+};
+
 // A page of assets: all of them, an album's (`album`), or the newest first (`recents`).
-Reply assets(WebSession& session, const httplib::Request& request) {
+Reply assets(WebSession& session, Listings& listings, const httplib::Request& request) {
     std::string problem;
     auto library = session.openLibrary(&problem);
     if (!library) return Reply::error(503, problem);
     PHFetchOptions options;
     if (auto media = mediaFilter(request)) options.mediaTypes = {*media};
     options.newestFirst = request.has_param("recents");
-    PHFetchResult<PHAsset> found;
-    if (request.has_param("album")) {
-        found = library->fetchAssetsInAssetCollection(request.get_param_value("album"), options);
-    } else {
-        found = library->fetchAssetsWithOptions(options);
-    }
-    const std::size_t offset = countParameter(request, "offset", 0, found.count());
+    const std::string album = request.get_param_value("album");
+    const std::string key = album + "|" + request.get_param_value("media") + "|" +
+                            (options.newestFirst ? "recents" : "");
+    const std::size_t offset = countParameter(request, "offset", 0, 1'000'000'000);
+    const auto& found = listings.fetch(key, offset == 0, [&] {
+        return request.has_param("album") ? library->fetchAssetsInAssetCollection(album, options)
+                                          : library->fetchAssetsWithOptions(options);
+    });
     const std::size_t limit = countParameter(request, "limit", 200, 2000);
     json items = json::array();
-    for (std::size_t i = offset; i < found.count() && i < offset + limit; ++i) {
-        json item = library::assetJSON(*found.objectAtIndex(i));
-        item["id"] = "library:" + found.objectAtIndex(i)->localIdentifier;
-        const auto& resources = found.objectAtIndex(i)->resources;
-        item["name"] = resources.empty() ? std::string() : resources.front().originalFilename;
-        items.push_back(std::move(item));
-    }
-    return Reply::json({{"total", found.count()}, {"offset", offset}, {"items", items}});
+    for (std::size_t i = offset; i < found.count() && i < offset + limit; ++i)
+        items.push_back(gridItemJSON(*found.objectAtIndex(i)));
+    return Reply::json(
+        {{"total", found.count()}, {"offset", std::min(offset, found.count())}, {"items", items}});
 }
 
 }  // namespace
@@ -63,8 +98,10 @@ Reply assets(WebSession& session, const httplib::Request& request) {
 void installLibraryRoutes(WebServer& server, WebSession& session) {
     getOnMain(server, "/api/library/albums",
               [&session](const httplib::Request&) { return albums(session); });
-    getOnMain(server, "/api/library/assets",
-              [&session](const httplib::Request& request) { return assets(session, request); });
+    auto listings = std::make_shared<Listings>();
+    getOnMain(server, "/api/library/assets", [&session, listings](const httplib::Request& request) {
+        return assets(session, *listings, request);
+    });
     // Thumbnails are drawn on the server's thread: the library's cache is safe across
     // threads and processes, and the main queue stays free for the run.
     server.http().Get("/api/library/thumbnail", [&session](const httplib::Request& request,
@@ -87,7 +124,8 @@ void installLibraryRoutes(WebServer& server, WebSession& session) {
             return WebServer::send(
                 response, Reply::error(404, "No thumbnail: " +
                                                 (error ? error->localizedDescription() : problem)));
-        response.set_header("Cache-Control", "private, max-age=3600");
+        // The grid shows a cell's picture again on the way back up without asking anew.
+        WebServer::allowCaching(response, "private, max-age=3600");
         response.set_content(*bytes, "image/jpeg");
     });
 }

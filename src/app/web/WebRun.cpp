@@ -1,6 +1,8 @@
 // The run routes: a batch run of the page's picked assets with a template and the adjust
 // steps of its summary, its list, its main button, its alerts and its selection, with every
 // event of the run forwarded to the pages' event streams.
+#include <chrono>
+
 #include "app/ProcessAdjust.h"
 #include "app/web/WebApi.h"
 #include "app/web/WebRoutes.h"
@@ -95,10 +97,18 @@ void showAlert(WebSession& session, const VRBatchAlert& alert) {
     publish(session, "alert", alertJSON(session.alertNumber, alert));
 }
 
+// Milliseconds since 1970 with microseconds: a page on the same machine tells how long an
+// event took to reach it by its own clock.
+double wallMilliseconds() {
+    using namespace std::chrono;
+    return duration<double, std::milli>(system_clock::now().time_since_epoch()).count();
+}
+
 VRResultControllerEvents runEvents(WebSession& session) {
     VRResultControllerEvents events;
     events.progress = [&session](std::size_t index, double progress) {
-        publish(session, "progress", {{"index", index}, {"progress", progress}});
+        publish(session, "progress",
+                {{"index", index}, {"progress", progress}, {"at", wallMilliseconds()}});
     };
     events.committed = [&session](std::size_t index, const VRAssetRef&) {
         if (session.run) publish(session, "committed", itemJSON(*session.run, index));

@@ -49,6 +49,9 @@ WebServer::WebServer(WebServerOptions options)
     _http.new_task_queue = [] { return new httplib::ThreadPool(16); };
     _http.set_payload_max_length(_options.uploadLimit);
     _http.set_keep_alive_max_count(1000);
+    // Events are small writes one after another: Nagle's wait for an acknowledgement would
+    // hold each behind the one before.
+    _http.set_tcp_nodelay(true);
     _http.set_error_handler([this](const httplib::Request&, httplib::Response& response) {
         if (response.status == 413) {
             send(response,
@@ -109,6 +112,11 @@ Reply WebServer::onMain(const std::function<Reply()>& work) {
 void WebServer::send(httplib::Response& response, const Reply& reply) {
     response.status = reply.status;
     response.set_content(reply.body, reply.contentType.c_str());
+}
+
+void WebServer::allowCaching(httplib::Response& response, const std::string& cacheControl) {
+    response.headers.erase("Cache-Control");
+    response.set_header("Cache-Control", cacheControl);
 }
 
 void WebServer::installAccessCheck() {

@@ -67,6 +67,9 @@ class WebServer {
     static Reply onMain(const std::function<Reply()>& work);
     // Sends `reply` as the response.
     static void send(httplib::Response& response, const Reply& reply);
+    // Lets the browser keep this response as `cacheControl` says, in place of the no-store
+    // that every answer gets first.
+    static void allowCaching(httplib::Response& response, const std::string& cacheControl);
 
   private:
     void installAccessCheck();
