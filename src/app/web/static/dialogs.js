@@ -1,12 +1,12 @@
 // Alerts with buttons, as the run and the sharing ask them; keyboard first: the first button
 // takes the focus and Escape answers with the cancel-like button when there is one.
-import { h } from './api.js';
+import { h, styledText } from './api.js';
 
-export function showAlert({ title, message, buttons, kind }) {
+export function showAlert({ title, message, buttons, kind, runs }) {
   return new Promise((resolve) => {
     const dialog = h('dialog', { class: 'alert', 'data-kind': kind || '' },
       h('h2', {}, title || ''),
-      h('p', {}, message || ''));
+      h('p', {}, runs ? styledText(runs) : message || ''));
     const row = h('div', { class: 'buttons' });
     buttons.forEach((label, index) => {
       row.append(h('button', {
