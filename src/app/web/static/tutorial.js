@@ -64,8 +64,11 @@ export class TutorialGuide {
     if (!element) return;
     element.classList.add('tutorial-target');
     const box = element.getBoundingClientRect();
-    const below = box.bottom + 12 + this.bubble.offsetHeight < window.innerHeight;
-    const top = below ? Math.min(box.bottom, window.innerHeight - 80) + 12 : Math.max(box.top - this.bubble.offsetHeight - 12, 8);
+    const height = this.bubble.offsetHeight;
+    // Below the control, else above it, else (a control as tall as the window) inside its foot.
+    let top = box.bottom + 12;
+    if (top + height > window.innerHeight) top = box.top - height - 12;
+    if (top < 8) top = Math.min(box.bottom, window.innerHeight) - height - 24;
     const left = Math.min(Math.max(box.left, 8), window.innerWidth - this.bubble.offsetWidth - 8);
     Object.assign(this.bubble.style, { top: `${Math.max(top, 8)}px`, left: `${Math.max(left, 8)}px` });
   }
