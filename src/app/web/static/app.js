@@ -19,6 +19,7 @@ class UwApp extends HTMLElement {
     this.events = new EventSource('/api/events');
     this.events.addEventListener('alert', (e) => this.answerAlert(JSON.parse(e.data)));
     this.tutorial = new TutorialGuide(this);
+    this.events.addEventListener('reported', (e) => this.reported(JSON.parse(e.data)));
     this.show('launch');
   }
 
@@ -44,6 +45,11 @@ class UwApp extends HTMLElement {
       if (error.status !== 409) this.fail(error);
     }
     this.current?.refresh?.();
+  }
+
+  // "Contact us" made the report; without a mail program the "Warning" alert tells its folder.
+  reported({ sent }) {
+    if (sent) showAlert({ title: 'Contact us', message: 'The report went to the mail program.', buttons: ['Ok'] });
   }
 
   fail(error) {

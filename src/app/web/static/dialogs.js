@@ -2,11 +2,13 @@
 // takes the focus and Escape answers with the cancel-like button when there is one.
 import { h, styledText } from './api.js';
 
-export function showAlert({ title, message, buttons, kind, runs }) {
+export function showAlert({ title, message, buttons, kind, runs, reportFolder }) {
   return new Promise((resolve) => {
     const dialog = h('dialog', { class: 'alert', 'data-kind': kind || '' },
       h('h2', {}, title || ''),
-      h('p', {}, runs ? styledText(runs) : message || ''));
+      h('p', {}, runs ? styledText(runs) : message || ''),
+      // Where an error report went when no mail program took it.
+      reportFolder ? h('p', { class: 'report-folder' }, 'The report: ', h('code', {}, reportFolder)) : null);
     const row = h('div', { class: 'buttons' });
     buttons.forEach((label, index) => {
       row.append(h('button', {
