@@ -5,7 +5,7 @@ import { h, styledText } from './api.js';
 export function showAlert({ title, message, buttons, kind, runs, reportFolder }) {
   return new Promise((resolve) => {
     const dialog = h('dialog', { class: 'alert', 'data-kind': kind || '' },
-      h('h2', {}, title || ''),
+      title ? h('h2', {}, title) : null,
       h('p', {}, runs ? styledText(runs) : message || ''),
       // Where an error report went when no mail program took it.
       reportFolder ? h('p', { class: 'report-folder' }, 'The report: ', h('code', {}, reportFolder)) : null);
