@@ -117,6 +117,8 @@ std::unique_ptr<WebApi> installWebApi(WebServer& server, const std::vector<std::
     installResultRoutes(server, state->session);
     installThemeRoute(server);
     installLaunchRoutes(server, state->session);
+    installSettingsRoutes(server);
+    installTutorialRoutes(server, state->session);
     return state;
 }
 

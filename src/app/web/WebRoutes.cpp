@@ -7,6 +7,7 @@
 #include "platform/Bitmap.h"
 #include "platform/FileManager.h"
 #include "platform/ImageDestination.h"
+#include "presentation/StyledText.h"
 #include "storage/VRFileStorage.h"
 #include "storage/VXHelperFiles.h"
 
@@ -56,6 +57,16 @@ void getOnMain(WebServer& server, const std::string& pattern, RouteWork work) {
 
 void postOnMain(WebServer& server, const std::string& pattern, RouteWork work) {
     addRoute(server, true, pattern, std::move(work));
+}
+
+nlohmann::json styledTextJSON(const std::string& text) {
+    // The page colours the runs itself; the names are what matters.
+    const platform::PlistDictionary styles{{"red", platform::PlistDictionary{}},
+                                           {"b", platform::PlistDictionary{}}};
+    nlohmann::json runs = nlohmann::json::array();
+    for (const auto& run : attributedStringWithStyledText(text, styles).runs)
+        runs.push_back({{"text", run.text}, {"style", run.styleName}});
+    return runs;
 }
 
 std::optional<std::string> encodedImage(const platform::Bitmap& image, bool jpeg,

@@ -26,6 +26,9 @@ using RouteWork = std::function<Reply(const httplib::Request& request)>;
 void getOnMain(WebServer& server, const std::string& pattern, RouteWork work);
 void postOnMain(WebServer& server, const std::string& pattern, RouteWork work);
 
+// A help text's [red] marks as runs: [{"text": ..., "style": "red" or ""}].
+nlohmann::json styledTextJSON(const std::string& text);
+
 // Encodes a bitmap as JPEG (or PNG) bytes for a response.
 std::optional<std::string> encodedImage(const platform::Bitmap& image, bool jpeg,
                                         std::string* problem);

@@ -66,6 +66,7 @@ json alertJSON(std::uint64_t number, const VRBatchAlert& alert) {
            {"message", alert.message},
            {"buttons", alert.buttons}};
     if (alert.reportFolder) j["reportFolder"] = *alert.reportFolder;
+    if (alert.kind == VRBatchAlert::Kind::tutorialNote) j["runs"] = styledTextJSON(alert.message);
     return j;
 }
 
@@ -120,6 +121,11 @@ VRResultControllerEvents runEvents(WebSession& session) {
     events.listChanged = [&session] { publish(session, "list", json::object()); };
     events.shareButtonHidden = [&session](bool hidden) {
         publish(session, "share", {{"hidden", hidden}});
+    };
+    events.tutorialNote = [&session](const VRBatchAlert& note) { showAlert(session, note); };
+    events.focusView = [&session](const std::optional<VRFocusViewState>& focus) {
+        session.focus = focus;
+        publish(session, "focus", {{"target", focus ? focus->targetView : ""}});
     };
     events.errorReported = [&session](const VRErrorReportOutcome& outcome) {
         publish(session, "reported", {{"sent", outcome.sent}});

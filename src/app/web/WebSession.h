@@ -38,6 +38,8 @@ class WebSession {
     std::unique_ptr<VRLaunchController> launch;
     std::shared_ptr<VRLaunchControllerDelegate> launchDelegate;
     bool launchFinished = false;
+    // Where the run's tutorial focus points, while it shows.
+    std::optional<VRFocusViewState> focus;
 
     // Opens the library (the `libraryPath` setting, else the pictures folder) when needed;
     // null with the reason when it can't be opened.

@@ -65,3 +65,8 @@ export function h(tag, attributes = {}, ...children) {
   }
   return element;
 }
+
+// A help text's runs from the server ([{text, style}]) as nodes; a "red" run is marked.
+export function styledText(runs) {
+  return runs.map((run) => (run.style ? h('span', { class: `styled-${run.style}` }, run.text) : document.createTextNode(run.text)));
+}

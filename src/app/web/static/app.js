@@ -8,6 +8,8 @@ import { TemplateScreen } from './templates.js';
 import { SummaryScreen } from './summary.js';
 import { ResultsScreen } from './results.js';
 import { LaunchScreen } from './launch.js';
+import { SettingsScreen } from './settings.js';
+import { TutorialGuide } from './tutorial.js';
 
 class UwApp extends HTMLElement {
   connectedCallback() {
@@ -16,17 +18,20 @@ class UwApp extends HTMLElement {
     this.append(this.main);
     this.events = new EventSource('/api/events');
     this.events.addEventListener('alert', (e) => this.answerAlert(JSON.parse(e.data)));
+    this.tutorial = new TutorialGuide(this);
+    this.events.addEventListener('reported', (e) => this.reported(JSON.parse(e.data)));
     this.show('launch');
   }
 
   show(name) {
-    const screens = { launch: LaunchScreen, home: HomeScreen, templates: TemplateScreen, summary: SummaryScreen, results: ResultsScreen };
+    const screens = { launch: LaunchScreen, home: HomeScreen, templates: TemplateScreen, summary: SummaryScreen, results: ResultsScreen, settings: SettingsScreen };
     this.current?.leave?.();
     this.current = new screens[name](this);
     this.main.replaceChildren(this.current.element);
     this.current.enter?.();
     document.title = `Unwarp – ${this.current.title}`;
     this.main.focus();
+    this.tutorial.screenShown(name);
   }
 
   // Every alert of the run is asked here once, and the answer goes back by its number.
@@ -40,6 +45,11 @@ class UwApp extends HTMLElement {
       if (error.status !== 409) this.fail(error);
     }
     this.current?.refresh?.();
+  }
+
+  // "Contact us" made the report; without a mail program the "Warning" alert tells its folder.
+  reported({ sent }) {
+    if (sent) showAlert({ title: 'Contact us', message: 'The report went to the mail program.', buttons: ['Ok'] });
   }
 
   fail(error) {

@@ -1,12 +1,14 @@
 // Alerts with buttons, as the run and the sharing ask them; keyboard first: the first button
 // takes the focus and Escape answers with the cancel-like button when there is one.
-import { h } from './api.js';
+import { h, styledText } from './api.js';
 
-export function showAlert({ title, message, buttons, kind }) {
+export function showAlert({ title, message, buttons, kind, runs, reportFolder }) {
   return new Promise((resolve) => {
     const dialog = h('dialog', { class: 'alert', 'data-kind': kind || '' },
-      h('h2', {}, title || ''),
-      h('p', {}, message || ''));
+      title ? h('h2', {}, title) : null,
+      h('p', {}, runs ? styledText(runs) : message || ''),
+      // Where an error report went when no mail program took it.
+      reportFolder ? h('p', { class: 'report-folder' }, 'The report: ', h('code', {}, reportFolder)) : null);
     const row = h('div', { class: 'buttons' });
     buttons.forEach((label, index) => {
       row.append(h('button', {

@@ -25,7 +25,8 @@ export class HomeScreen {
         h('div', { class: 'tools' }, filter,
           h('button', { onclick: () => this.openFiles() }, 'Files'),
           h('button', { onclick: () => uploader.click() }, 'Upload'), uploader,
-          h('button', { onclick: () => this.camera() }, 'Camera'))),
+          h('button', { onclick: () => this.camera() }, 'Camera'),
+          h('button', { onclick: () => this.app.show('settings') }, 'Settings'))),
       this.albums, this.grid,
       h('footer', {}, this.count, this.next));
   }
@@ -67,6 +68,7 @@ export class HomeScreen {
     const videos = items.length - photos;
     this.count.textContent = items.length ? `${photos} photo${photos === 1 ? '' : 's'} / ${videos} video${videos === 1 ? '' : 's'} selected` : 'Select photos and videos';
     this.next.disabled = items.length === 0;
+    if (items.length) this.app.tutorial.tell('selected').catch((error) => this.app.fail(error));
   }
 
   proceed(items = this.picked) {
