@@ -22,6 +22,7 @@ class WebApiState final : public WebApi {
     ~WebApiState() override {
         // The run's processor calls back on the main queue; it is cancelled while that runs.
         session.run.reset();
+        session.flows.reset();
         session.launch.reset();
     }
     WebSession session;
@@ -117,6 +118,7 @@ std::unique_ptr<WebApi> installWebApi(WebServer& server, const std::vector<std::
     installResultRoutes(server, state->session);
     installThemeRoute(server);
     installLaunchRoutes(server, state->session);
+    installFlowRoutes(server, state->session);
     return state;
 }
 

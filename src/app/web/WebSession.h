@@ -19,6 +19,7 @@
 namespace app::web {
 
 class WebServer;
+class WebFlows;
 
 class WebSession {
   public:
@@ -27,7 +28,7 @@ class WebSession {
     WebServer& server;
     std::shared_ptr<platform::PhotoLibrary> library;
     // The run on screen, with the alert it waits on.
-    std::unique_ptr<VRResultController> run;
+    std::shared_ptr<VRResultController> run;
     std::optional<VRBatchAlert> alert;
     std::unique_ptr<VRLifecycleSignals> lifecycle;
     std::uint64_t alertNumber = 0;
@@ -38,6 +39,8 @@ class WebSession {
     std::unique_ptr<VRLaunchController> launch;
     std::shared_ptr<VRLaunchControllerDelegate> launchDelegate;
     bool launchFinished = false;
+    // The editing walks of the pages, one per browser tab (WebFlow.cpp).
+    std::shared_ptr<WebFlows> flows;
 
     // Opens the library (the `libraryPath` setting, else the pictures folder) when needed;
     // null with the reason when it can't be opened.

@@ -65,3 +65,13 @@ export function h(tag, attributes = {}, ...children) {
   }
   return element;
 }
+
+// This tab's editing walk on the server: an id of its own, kept while the tab lives.
+export function flowId() {
+  let id = sessionStorage.getItem('unwarp-flow');
+  if (!id) {
+    id = crypto.randomUUID();
+    sessionStorage.setItem('unwarp-flow', id);
+  }
+  return id;
+}

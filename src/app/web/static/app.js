@@ -8,6 +8,7 @@ import { TemplateScreen } from './templates.js';
 import { SummaryScreen } from './summary.js';
 import { ResultsScreen } from './results.js';
 import { LaunchScreen } from './launch.js';
+import { SizeEditorScreen } from './sizeeditor.js';
 
 class UwApp extends HTMLElement {
   connectedCallback() {
@@ -20,7 +21,7 @@ class UwApp extends HTMLElement {
   }
 
   show(name) {
-    const screens = { launch: LaunchScreen, home: HomeScreen, templates: TemplateScreen, summary: SummaryScreen, results: ResultsScreen };
+    const screens = { launch: LaunchScreen, home: HomeScreen, templates: TemplateScreen, summary: SummaryScreen, results: ResultsScreen, sizeEditor: SizeEditorScreen };
     this.current?.leave?.();
     this.current = new screens[name](this);
     this.main.replaceChildren(this.current.element);
