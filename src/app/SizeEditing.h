@@ -34,6 +34,8 @@ class SizeEditing {
     VRSizeController& controller() { return _controller; }
     const VRPresetEditView& input() const { return _input; }
     const std::vector<std::string>& refused() const { return _refused; }
+    // A page shows the refusals of its last changes only.
+    void clearRefused() { _refused.clear(); }
 
     // The input view shows the current size again (after a swap or a ratio toggle).
     void loadInput();

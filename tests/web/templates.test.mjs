@@ -120,5 +120,14 @@ test('own templates and the size editor', async (t) => {
   const saved = (await catalogue(page, 'wide 200')).filter((s) => s.list === 'own').flatMap((s) => s.items);
   assert.equal(saved.length, 1);
   assert.equal(saved[0].photo.text, '200 x 100 px');
+  // Its picture, drawn from the photo it was shaped on, joins the list once written.
+  const pictured = await page.waitForFunction(async () => {
+    const response = await fetch('/api/templates?search=wide%20200', { headers: { 'X-Unwarp-Token': sessionStorage.getItem('unwarp-token') } });
+    const sections = (await response.json()).sections;
+    return sections.find((s) => s.list === 'own')?.items[0]?.picture;
+  }, null, { timeout: 30000, polling: 200 });
+  const picture = await pictured.jsonValue();
+  const bytes = await page.evaluate(async (url) => (await (await fetch(url)).arrayBuffer()).byteLength, picture);
+  assert.ok(bytes > 100, `picture of ${bytes} bytes`);
   assert.deepEqual(problems, []);
 });

@@ -12,8 +12,10 @@
 #include "app/web/WebRoutes.h"
 #include "app/web/WebSession.h"
 #include "core/NavigationManager.h"
+#include "editing/TemplatePictures.h"
 #include "editing/VRPresetViewAbstract.h"
 #include "model/VXHelperText.h"
+#include "templates/TemplateBodies.h"
 #include "templates/TemplateManager.h"
 #include "templates/VXHelperTemplate.h"
 
@@ -229,8 +231,11 @@ Reply editorWork(FlowRequest& request,
 Reply edit(WebSession&, FlowRequest& request) {
     return editorWork(request, [&](SizeEditing& editing, const VRScreenRef&) {
         std::string problem;
+        editing.clearRefused();
         auto edits = request.body.find("edits");
-        if (edits != request.body.end() && edits->is_array()) {
+        if (edits != request.body.end() && !edits->is_array())
+            return Reply::error(400, "The edits are a list of [field, value].");
+        if (edits != request.body.end()) {
             for (const auto& pair : *edits) {
                 if (!pair.is_array() || pair.size() != 2 || !pair[0].is_string() ||
                     !pair[1].is_string())
@@ -266,6 +271,14 @@ Reply save(WebSession&, FlowRequest& request) {
                                              ? std::optional<std::string>(name->get<std::string>())
                                              : std::nullopt);
         if (!outcome.identifier) return Reply::error(500, outcome.problem);
+        // The list shows the template with a picture of the asset it was shaped on, once drawn.
+        VRTemplatePictures::createTemplateImageForAsset(
+            screen->sizeEditor()->targetAsset, VRTemplatePictures::templateThumbnailSize(),
+            [identifier = *outcome.identifier](std::optional<platform::Bitmap> image) {
+                auto data =
+                    image ? VRTemplatePictures::templateImageDataWithImage(*image) : std::nullopt;
+                if (data) TemplateBodies::saveTemplateImageData(*data, identifier);
+            });
         json answer = flowJSON(*request.flow, request.id);
         answer["saved"] = *outcome.identifier;
         return Reply::json(answer);
