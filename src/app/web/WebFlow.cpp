@@ -3,6 +3,7 @@
 // and the summary; the size editor's fields and buttons run through the editor's logic here.
 // The page draws the screen on top of its stack and reports the user's answers.
 #include <algorithm>
+#include <cctype>
 #include <map>
 
 #include "app/OwnTemplates.h"
@@ -38,8 +39,9 @@ class WebFlows {
 
     // The walk of a page id (letters, digits and dashes, up to 64); made on first use.
     WebFlow* flow(const std::string& id, bool make) {
-        if (id.empty() || id.size() > 64 ||
-            !std::all_of(id.begin(), id.end(), [](char c) { return std::isalnum(c) || c == '-'; }))
+        if (id.empty() || id.size() > 64 || !std::all_of(id.begin(), id.end(), [](unsigned char c) {
+                return std::isalnum(c) || c == '-';
+            }))
             return nullptr;
         auto found = _flows.find(id);
         if (found == _flows.end()) {
