@@ -4,13 +4,11 @@
 #include <nlohmann/json.hpp>
 
 #include "app/Command.h"
+#include "app/OwnTemplates.h"
 #include "app/TemplateArguments.h"
 #include "app/TemplateEdit.h"
 #include "app/TemplateJSON.h"
 #include "model/VXHelperText.h"
-#include "platform/UnicodeText.h"
-#include "storage/VRSettings.h"
-#include "templates/TemplateBodies.h"
 #include "templates/TemplateManager.h"
 #include "templates/VXHelperTemplate.h"
 
@@ -38,13 +36,6 @@ VXTemplateRef resolve(TemplateManager& manager, const std::string& key) {
     return manager.templateWithKey(key);
 }
 
-bool isUserTemplate(TemplateManager& manager, const std::string& key) {
-    for (const auto& item : manager.userTemplates()) {
-        if (item.identifier() == key) return true;
-    }
-    return false;
-}
-
 std::string sizeModeWord(const VRSizeOptions& options) {
     std::string word = containsOption(options, VRSizeOptionSmart) ? "smart" : "normal";
     if (containsOption(options, VRSizeOptionTargetPortrait)) word += ", for portrait";
@@ -61,23 +52,6 @@ void printMedia(const VXTemplate& tpl, std::uint64_t mediaType, const char* word
     std::cout << word << ": " << VXHelper::stringFromSizeEntry(*entry, true) << ", "
               << app::methodWord(options) << ", " << sizeModeWord(options) << ", "
               << tpl.formatForMediaType(mediaType).name() << "\n";
-}
-
-std::string reasonOf(const platform::ErrorRef& error) {
-    if (!error) return "unknown error";
-    std::string reason = error->localizedDescription();
-    const platform::PlistValue& path = error->userInfo().count(platform::NSFilePathErrorKey)
-                                           ? error->userInfo().at(platform::NSFilePathErrorKey)
-                                           : platform::PlistValue();
-    if (const std::string* text = path.string(); text && reason.find(*text) == std::string::npos) {
-        reason += " (" + *text + ")";
-    }
-    return reason;
-}
-
-int reportListFailure(const std::string& what, const platform::ErrorRef& error) {
-    return app::reportFailure(what +
-                              ": the template list could not be written: " + reasonOf(error));
 }
 
 int waitAndReturn(int code) {
@@ -184,7 +158,7 @@ class TemplateCommand : public app::Command {
         auto& manager = TemplateManager::shared();
         auto tpl = resolve(manager, _editing.key);
         if (!tpl) return app::reportFailure("no template with key " + _editing.key);
-        return app::runTemplateEdit(_editing, tpl, isUserTemplate(manager, _editing.key));
+        return app::runTemplateEdit(_editing, tpl, app::isOwnTemplate(manager, _editing.key));
     }
 
     int create() {
@@ -210,62 +184,22 @@ class TemplateCommand : public app::Command {
         if (_media != "photo") {
             tpl->setSizeEntry(*videoSize, *videoFormat, options, VRFormatMediaTypeVideo);
         }
-        // The counter is taken only for a name that validateTemplateName replaces.
-        const bool blank = !_name || platform::isBlank(*_name);
-        std::uint64_t index =
-            blank ? static_cast<std::uint64_t>(VRSettings::incrementedIndex()) : 0;
-        tpl->setName(VXHelper::validateTemplateName(_name, index));
-
-        auto identifier = TemplateBodies::saveTemplate(*tpl, false);
-        if (!identifier) return app::reportFailure("the template could not be stored");
-        platform::ErrorRef error;
-        if (!TemplateManager::shared().updateUserTemplate(tpl, *identifier, &error)) {
-            // A body that no list names could never be listed or removed.
-            VRSettings::removeTemplateDirWithIdentifier(*identifier);
-            return reportListFailure("the template was not created", error);
-        }
-        std::cout << *identifier << "\n";
-        return app::kExitSuccess;
+        return report(app::createOwnTemplate(TemplateManager::shared(), tpl, _name), true);
     }
 
     int rename() {
-        auto& manager = TemplateManager::shared();
-        if (!isUserTemplate(manager, _key)) {
-            return app::reportFailure(_key + " is not one of your templates");
-        }
-        platform::ErrorRef error;
-        if (!manager.renameUserTemplateWith(_newName, _key, &error)) {
-            if (!error) return app::reportFailure(_key + " is not one of your templates");
-            return reportListFailure("the template was not renamed", error);
-        }
-        return app::kExitSuccess;
+        return report(app::renameOwnTemplate(TemplateManager::shared(), _key, _newName), false);
     }
 
     int duplicate() {
-        auto& manager = TemplateManager::shared();
-        if (!isUserTemplate(manager, _key)) {
-            return app::reportFailure(_key + " is not one of your templates");
-        }
-        auto original = resolve(manager, _key);
-        if (!original) return app::reportFailure("the template of " + _key + " is unreadable");
-        auto copy = original->newTemplate();
-        if (_name) copy->setName(*_name);
-        platform::ErrorRef error;
-        auto identifier = manager.duplicateUserTemplateWith(_key, copy, &error);
-        if (!identifier && error) return reportListFailure("the template was not copied", error);
-        if (!identifier) return app::reportFailure("the copy could not be stored");
-        std::cout << *identifier << "\n";
-        return app::kExitSuccess;
+        return report(app::duplicateOwnTemplate(TemplateManager::shared(), _key, _name), true);
     }
 
-    int remove() {
-        auto& manager = TemplateManager::shared();
-        platform::ErrorRef error;
-        if (!manager.removeUserTemplateWith(_key, &error)) {
-            if (error) return reportListFailure("the template was not removed", error);
-            return app::reportFailure(_key + " is not one of your templates");
-        }
-        VRSettings::removeTemplateDirWithIdentifier(_key);
+    int remove() { return report(app::removeOwnTemplate(TemplateManager::shared(), _key), false); }
+
+    static int report(const app::OwnTemplateOutcome& outcome, bool printIdentifier) {
+        if (!outcome.identifier) return app::reportFailure(outcome.problem);
+        if (printIdentifier) std::cout << *outcome.identifier << "\n";
         return app::kExitSuccess;
     }
 

@@ -5,9 +5,8 @@
 #include <nlohmann/json.hpp>
 
 #include "app/Command.h"
+#include "app/SizeEditing.h"
 #include "app/TemplateArguments.h"
-#include "editing/VRPresetEditView.h"
-#include "editing/VRSizeController.h"
 #include "model/VXHelperText.h"
 #include "templates/TemplateBodies.h"
 #include "templates/TemplateManager.h"
@@ -17,140 +16,6 @@ namespace app {
 namespace {
 
 using nlohmann::json;
-
-constexpr const char* kUnitWords[] = {"px", "%", "up", "down"};
-
-std::optional<VRSizeEntryType> parseUnit(const std::string& text) {
-    for (std::uint32_t type = 0; type < 4; ++type) {
-        if (text == kUnitWords[type]) return static_cast<VRSizeEntryType>(type);
-    }
-    if (text == "percent") return VRSizeTypePercent;
-    return std::nullopt;
-}
-
-std::string unitWord(VRSizeEntryType type) {
-    return type < 4 ? kUnitWords[type] : "?";
-}
-
-// The editor with its input view: field texts go through the input rules, the options
-// through the buttons.
-class Editing {
-  public:
-    Editing(VXTemplateRef tpl, std::uint64_t mediaType)
-        : _controller(1, std::move(tpl), mediaType) {
-        const VRSizeEntry entry =
-            _controller.presetView().currentSizeEntry().value_or(VRSizeEntry());
-        _input.setInputType(entry.type());
-        _input.setWidthValue(entry.width());
-        _input.setHeightValue(entry.height());
-        _input.setMediaType(static_cast<std::int64_t>(mediaType));
-        _input.setSizeMax(_controller.sizeMax());
-    }
-
-    // False with `problem` set for a field or value that is not one.
-    bool apply(const std::string& field, const std::string& value, std::string* problem) {
-        if (field == "width" || field == "height") {
-            auto which = field == "width" ? VRPresetEditField::width : VRPresetEditField::height;
-            if (!_input.shouldChangeText(which, value))
-                _refused.push_back(field + " \"" + value + "\"");
-            _sizeTyped = true;
-            return true;
-        }
-        if (field == "type" || field == "unit") {
-            auto unit = parseUnit(value);
-            if (!unit) return fail(problem, "type is px, %, up or down: " + value);
-            _input.setInputType(*unit);
-            _sizeTyped = true;
-            return true;
-        }
-        if (field == "mode") {
-            if (value != "normal" && value != "smart")
-                return fail(problem, "mode is normal or smart: " + value);
-            finishTyping();
-            _controller.presetView().didTouchOptionButton(value == "smart" ? VRSizeOptionSmart
-                                                                           : VRSizeOptionNormal);
-            return true;
-        }
-        if (field == "method") {
-            auto method = parseMethod(value, problem);
-            if (!method) return false;
-            finishTyping();
-            _controller.presetView().didTouchOptionButton(*method);
-            return true;
-        }
-        return fail(problem, "no field " + field + " (width, height, type, mode, method)");
-    }
-
-    // Closing the input view: the typed size becomes the current one.
-    void finishTyping() {
-        if (!_sizeTyped) return;
-        _sizeTyped = false;
-        const VRSizeEntry typed = VRSizeEntry::sizeEntryWithWidth(
-            _input.widthValue(), _input.heightValue(), _input.inputType());
-        auto current = _controller.presetView().currentSizeEntry();
-        if (!current || !(typed.sizeArray() == current->sizeArray()))
-            _controller.presetView()._didTouchPresetButton(typed.sizeArray());
-    }
-
-    VRSizeController& controller() { return _controller; }
-    const std::vector<std::string>& refused() const { return _refused; }
-
-  private:
-    static bool fail(std::string* problem, const std::string& text) {
-        *problem = text;
-        return false;
-    }
-
-    VRSizeController _controller;
-    VRPresetEditView _input;
-    std::vector<std::string> _refused;
-    bool _sizeTyped = false;
-};
-
-// Whole numbers print without a fraction, as everywhere in the command's output.
-json sizeJSON(double value) {
-    if (value == 0) return "auto";
-    if (value == std::trunc(value) && std::fabs(value) < 1e15)
-        return static_cast<std::int64_t>(value);
-    return value;
-}
-
-json shownJSON(Editing& editing, const std::optional<std::string>& saved) {
-    VRSizeController& controller = editing.controller();
-    const VRPresetViewAbstract& view = controller.presetView();
-    const VRSizeEntry entry = view.currentSizeEntry().value_or(VRSizeEntry());
-    json buttons = json::array();
-    for (const auto& button : view.optionButtons())
-        buttons.push_back({{"title", button.title},
-                           {"option", static_cast<std::int64_t>(button.option)},
-                           {"selected", button.selected}});
-    json sizes = json::array();
-    for (const auto& size : view.sizesMutable()) {
-        if (const auto* array = size.array()) {
-            if (auto listed = VRSizeEntry::sizeEntryWithSizeArray(*array))
-                sizes.push_back(VXHelper::stringFromSizeEntry(*listed, true));
-        }
-    }
-    const CGSize max = controller.sizeMax();
-    const auto& swap = view.sizeSwapControl();
-    return {{"fields",
-             {{"width", sizeJSON(entry.width())},
-              {"height", sizeJSON(entry.height())},
-              {"unit", unitWord(entry.type())},
-              {"max", {{"width", max.width}, {"height", max.height}}}}},
-            {"refused", editing.refused()},
-            {"buttons", buttons},
-            {"swapControl",
-             {{"enabled", swap.enabled}, {"alpha", swap.alpha}, {"portrait", swap.portrait}}},
-            {"ratioToggle", {{"enabled", view.isRatioToggleEnabled()}}},
-            {"recentSizes", sizes},
-            {"result",
-             {{"size", VXHelper::stringFromSizeEntry(entry, true)},
-              {"options", view.options()},
-              {"method", methodWord(view.options())},
-              {"format", controller.format().name()}}},
-            {"saved", saved ? json(*saved) : json(nullptr)}};
-}
 
 void printText(const json& shown, const std::string& title) {
     const json& fields = shown["fields"];
@@ -180,7 +45,7 @@ void printText(const json& shown, const std::string& title) {
 
 // The template as the editor hands it on, stored where the key's list keeps it: a user
 // template in place, anything else (built-in, recent) as a new recent.
-std::optional<std::string> store(Editing& editing, const std::string& key, bool userTemplate,
+std::optional<std::string> store(SizeEditing& editing, const std::string& key, bool userTemplate,
                                  std::string* problem) {
     VXTemplateRef finished = editing.controller().presetViewDidFinish({});
     auto& manager = TemplateManager::shared();
@@ -229,7 +94,7 @@ int runTemplateEdit(const TemplateEditRequest& request, const VXTemplateRef& tpl
         edits.emplace_back(assignment.substr(0, equals), assignment.substr(equals + 1));
     }
 
-    Editing editing(tpl, *mediaType);
+    SizeEditing editing(tpl, *mediaType);
     for (const auto& [field, value] : edits) {
         if (!editing.apply(field, value, &problem)) return reportUsageError(problem);
     }
@@ -242,7 +107,7 @@ int runTemplateEdit(const TemplateEditRequest& request, const VXTemplateRef& tpl
     std::optional<std::string> saved;
     if (request.save && !(saved = store(editing, request.key, userTemplate, &problem)))
         return reportFailure("not saved: " + problem);
-    const json shown = shownJSON(editing, saved);
+    const json shown = sizeEditingJSON(editing, saved);
     if (request.json) {
         std::cout << shown.dump(2, ' ', false, json::error_handler_t::replace) << "\n";
     } else {

@@ -130,3 +130,12 @@ export async function passLaunchSteps(page) {
   }
   return seen;
 }
+
+// The page at phone width (390 x 844), light, then back at the desktop size.
+export async function phoneScreenshot(page, name) {
+  mkdirSync(screenshotDir, { recursive: true });
+  const size = page.viewportSize();
+  await page.setViewportSize({ width: 390, height: 844 });
+  await page.screenshot({ path: path.join(screenshotDir, `${name}-phone.png`) });
+  await page.setViewportSize(size);
+}

@@ -22,6 +22,7 @@ class WebApiState final : public WebApi {
     ~WebApiState() override {
         // The run's processor calls back on the main queue; it is cancelled while that runs.
         session.run.reset();
+        session.flows.reset();
         session.launch.reset();
     }
     WebSession session;
@@ -119,6 +120,7 @@ std::unique_ptr<WebApi> installWebApi(WebServer& server, const std::vector<std::
     installLaunchRoutes(server, state->session);
     installSettingsRoutes(server);
     installTutorialRoutes(server, state->session);
+    installFlowRoutes(server, state->session);
     return state;
 }
 

@@ -8,6 +8,8 @@
 #include <vector>
 
 #include "app/web/WebServer.h"
+#include "core/VRResultController.h"
+#include "templates/VXTemplate.h"
 
 namespace app::web {
 
@@ -33,6 +35,16 @@ void installThemeRoute(WebServer& server);
 void installLaunchRoutes(WebServer& server, WebSession& session);
 void installSettingsRoutes(WebServer& server);
 void installTutorialRoutes(WebServer& server, WebSession& session);
+void installFlowRoutes(WebServer& server, WebSession& session);
+// A template key "flow:PAGE:SCREEN" names the template of a summary screen of a page's walk.
+bool isFlowTemplateKey(const std::string& key);
+VXTemplateRef flowTemplate(WebSession& session, const std::string& key);
+// The run of that summary, started through the walk's navigation manager, which pushes its
+// results screen; null with the reason when the summary is no longer on top.
+std::shared_ptr<VRResultController> startFlowRun(WebSession& session, const std::string& key,
+                                                 std::shared_ptr<const VRAdjustState> adjustState,
+                                                 VRResultControllerEvents events,
+                                                 std::string* problem);
 // The theme's colours as CSS for a colorThemeType setting (0 follows the browser).
 std::string themeStyleSheet(std::int64_t colorThemeType);
 

@@ -154,10 +154,11 @@ std::optional<std::vector<VRAssetRef>> pickedAssets(WebSession& session, const j
     return assets;
 }
 
-VXTemplateRef chosenTemplate(const json& body, std::string* problem) {
+VXTemplateRef chosenTemplate(WebSession& session, const json& body, std::string* problem) {
     const std::string key = stringMember(body, "template");
     auto tpl = VRPresetViewAbstract::templateWithSourceOptions(
-        TemplateManager::shared().templateWithKey(key));
+        isFlowTemplateKey(key) ? flowTemplate(session, key)
+                               : TemplateManager::shared().templateWithKey(key));
     if (!tpl) *problem = "No template with the key \"" + key + "\".";
     return tpl;
 }
@@ -185,7 +186,7 @@ struct RunRequest {
 std::optional<RunRequest> runRequest(WebSession& session, const json& body, std::string* problem) {
     auto assets = pickedAssets(session, body, problem);
     if (!assets) return std::nullopt;
-    auto tpl = chosenTemplate(body, problem);
+    auto tpl = chosenTemplate(session, body, problem);
     if (!tpl) return std::nullopt;
     auto states = adjustStates(*assets, *tpl, body, problem);
     if (!states) return std::nullopt;
@@ -204,8 +205,14 @@ Reply startRun(WebSession& session, const httplib::Request& request) {
     session.lifecycle.reset();
     session.run.reset();
     session.alert.reset();
-    session.run = std::make_unique<VRResultController>(picked->assets, picked->tpl, adjust,
-                                                       runEvents(session));
+    if (const std::string key = stringMember(*body, "template"); isFlowTemplateKey(key)) {
+        // The page's walk goes on to its results screen.
+        session.run = startFlowRun(session, key, adjust, runEvents(session), &problem);
+        if (!session.run) return Reply::error(409, problem);
+    } else {
+        session.run = std::make_shared<VRResultController>(picked->assets, picked->tpl, adjust,
+                                                           runEvents(session));
+    }
     // A stopped process (Ctrl-Z, the machine's sleep) pauses the run; the return tells why.
     VRLifecycleSignals::Handlers handlers;
     handlers.didEnterBackground = [&session] {

@@ -19,6 +19,7 @@
 namespace app::web {
 
 class WebServer;
+class WebFlows;
 
 class WebSession {
   public:
@@ -27,7 +28,7 @@ class WebSession {
     WebServer& server;
     std::shared_ptr<platform::PhotoLibrary> library;
     // The run on screen, with the alert it waits on.
-    std::unique_ptr<VRResultController> run;
+    std::shared_ptr<VRResultController> run;
     std::optional<VRBatchAlert> alert;
     std::unique_ptr<VRLifecycleSignals> lifecycle;
     std::uint64_t alertNumber = 0;
@@ -40,6 +41,8 @@ class WebSession {
     bool launchFinished = false;
     // Where the run's tutorial focus points, while it shows.
     std::optional<VRFocusViewState> focus;
+    // The editing walks of the pages, one per browser tab (WebFlow.cpp).
+    std::shared_ptr<WebFlows> flows;
 
     // Opens the library (the `libraryPath` setting, else the pictures folder) when needed;
     // null with the reason when it can't be opened.

@@ -70,3 +70,13 @@ export function h(tag, attributes = {}, ...children) {
 export function styledText(runs) {
   return runs.map((run) => (run.style ? h('span', { class: `styled-${run.style}` }, run.text) : document.createTextNode(run.text)));
 }
+
+// This tab's editing walk on the server: an id of its own, kept while the tab lives.
+export function flowId() {
+  let id = sessionStorage.getItem('unwarp-flow');
+  if (!id) {
+    id = crypto.randomUUID();
+    sessionStorage.setItem('unwarp-flow', id);
+  }
+  return id;
+}

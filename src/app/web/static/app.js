@@ -10,6 +10,7 @@ import { ResultsScreen } from './results.js';
 import { LaunchScreen } from './launch.js';
 import { SettingsScreen } from './settings.js';
 import { TutorialGuide } from './tutorial.js';
+import { SizeEditorScreen } from './sizeeditor.js';
 
 class UwApp extends HTMLElement {
   connectedCallback() {
@@ -24,7 +25,7 @@ class UwApp extends HTMLElement {
   }
 
   show(name) {
-    const screens = { launch: LaunchScreen, home: HomeScreen, templates: TemplateScreen, summary: SummaryScreen, results: ResultsScreen, settings: SettingsScreen };
+    const screens = { launch: LaunchScreen, home: HomeScreen, templates: TemplateScreen, summary: SummaryScreen, results: ResultsScreen, settings: SettingsScreen, sizeEditor: SizeEditorScreen };
     this.current?.leave?.();
     this.current = new screens[name](this);
     this.main.replaceChildren(this.current.element);

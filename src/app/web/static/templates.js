@@ -1,35 +1,90 @@
-// The template choice: the catalogue's sections, recents and the user's own templates, with
-// search as the server does it.
+// The template choice: recents, the collection, the user's own templates and the catalogue's
+// sections, with search as the server does it. Own templates are created, renamed, duplicated
+// and removed here; choosing a template, or a size of one's own, begins the server's walk.
 import { api, h } from './api.js';
+import { showAlert, showPrompt } from './dialogs.js';
+import { flowCall, followFlow } from './flow.js';
 
 export class TemplateScreen {
   constructor(app) {
     this.app = app;
     this.title = 'Templates';
+    this.query = '';
     this.sections = h('div', { class: 'sections' });
-    const search = h('input', { type: 'search', placeholder: 'Search', 'aria-label': 'Search templates',
-      oninput: (e) => this.load(e.target.value) });
+    this.search = h('input', { type: 'search', placeholder: 'Search', 'aria-label': 'Search templates',
+      oninput: (e) => { this.query = e.target.value; this.load(); } });
     this.element = h('section', { class: 'screen templates' },
-      h('header', {}, h('button', { class: 'back', onclick: () => app.show('home') }, '‹ Back'), h('h1', {}, 'Templates'), search),
+      h('header', {}, h('button', { class: 'back', onclick: () => app.show('home') }, '‹ Back'), h('h1', {}, 'Templates'), this.search,
+        h('div', { class: 'tools' },
+          h('button', { onclick: () => this.create() }, 'New Template'),
+          app.state.picked?.length ? h('button', { class: 'primary', onclick: () => this.begin(null) }, 'Custom Size') : null)),
       this.sections);
   }
 
-  enter() { return this.load(''); }
+  enter() { return this.load(); }
 
-  async load(text) {
+  async load() {
     const ticket = (this.ticket = (this.ticket || 0) + 1);
-    const { sections } = await api(`/api/templates?search=${encodeURIComponent(text)}`);
+    const { sections } = await api(`/api/templates?search=${encodeURIComponent(this.query)}`);
     if (ticket !== this.ticket) return;
-    this.sections.replaceChildren(...sections.map((section) => h('section', { class: 'group' },
+    this.sections.replaceChildren(...sections.map((section) => h('section', { class: 'group', dataset: { list: section.list } },
       h('h2', {}, section.title), section.subtitle ? h('p', { class: 'subtitle' }, section.subtitle) : null,
-      h('ul', { class: 'template-list' }, section.items.map((item) => h('li', {},
-        h('button', { class: 'template', onclick: () => this.choose(item) },
-          h('strong', {}, item.title || item.identifier),
-          h('span', { class: 'detail' }, (item.subtitles || []).filter((s) => s.trim()).join(' · ')))))))));
+      h('ul', { class: 'template-list' }, section.items.map((item) => this.row(section, item))))));
   }
 
-  choose(item) {
-    this.app.state.template = item;
-    this.app.show('summary');
+  row(section, item) {
+    const name = item.title || item.identifier;
+    const tools = [];
+    const act = (label, action) => h('button', { type: 'button', class: 'small', 'aria-label': `${label} ${name}`, onclick: action }, label);
+    if (section.list === 'own') {
+      tools.push(act('Rename', () => this.rename(item)), act('Duplicate', () => this.change('duplicate', { key: item.identifier })),
+        act('Remove', () => this.remove(item)));
+    } else if (section.list === 'catalogue' || section.list === 'collection') {
+      tools.push(h('button', { type: 'button', class: 'small star', 'aria-pressed': String(!!item.inCollection),
+        'aria-label': `${item.inCollection ? 'Remove from' : 'Add to'} My Collection: ${name}`,
+        onclick: () => this.change('collection', { key: item.identifier, included: !item.inCollection }) }, item.inCollection ? '★' : '☆'));
+    }
+    return h('li', { class: 'template-row' },
+      item.picture ? h('img', { class: 'picture', src: item.picture, alt: '' }) : h('span', { class: 'picture empty', 'aria-hidden': 'true' }),
+      h('button', { class: 'template', onclick: () => this.begin(item) },
+        h('strong', {}, name),
+        h('span', { class: 'detail' }, (item.subtitles || []).filter((s) => s.trim()).join(' · '))),
+      tools.length ? h('span', { class: 'row-tools' }, tools) : null);
+  }
+
+  // With items picked, the walk begins: with a template straight to the summary, without one
+  // through the size editors.
+  async begin(item) {
+    if (!this.app.state.picked?.length) return;
+    try {
+      const answer = await flowCall('/api/flow/begin', { assets: this.app.state.picked.map((i) => i.id), template: item ? item.identifier : undefined });
+      followFlow(this.app, answer);
+    } catch (error) {
+      this.app.fail(error);
+    }
+  }
+
+  async change(what, body) {
+    try {
+      await api(`/api/templates/${what}`, body);
+    } catch (error) {
+      this.app.fail(error);
+    }
+    await this.load();
+  }
+
+  async create() {
+    const name = await showPrompt({ title: 'Name', okLabel: 'Save' });
+    if (name !== null) await this.change('create', { name });
+  }
+
+  async rename(item) {
+    const name = await showPrompt({ title: 'Name', value: item.title || '', okLabel: 'Save' });
+    if (name !== null) await this.change('rename', { key: item.identifier, name });
+  }
+
+  async remove(item) {
+    const answer = await showAlert({ title: item.title || item.identifier, message: 'Remove', buttons: ['Cancel', 'Remove'] });
+    if (answer === 1) await this.change('remove', { key: item.identifier });
   }
 }

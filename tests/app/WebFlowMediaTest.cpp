@@ -1,0 +1,203 @@
+// The walks of pages through `unwarp serve`: each tab's walk on its own stack, the size editor's
+// field rules and buttons answered by the server, and the user's own templates changed from the
+// page and from the command line on one home.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <nlohmann/json.hpp>
+
+#include "app/CommandSupport.h"
+#include "app/ServeSupport.h"
+#include "support/TestHome.h"
+
+namespace {
+
+using nlohmann::json;
+using serve_test::Server;
+
+struct Page {
+    const Server& server;
+    std::unique_ptr<httplib::Client> client = server.client();
+
+    // The answer's status and JSON.
+    std::pair<int, json> post(const std::string& path, const json& body) {
+        auto answer = client->Post(path, server.pageHeaders(), body.dump(), "application/json");
+        if (!answer) return {0, json()};
+        return {answer->status, json::parse(answer->body, nullptr, false)};
+    }
+    json get(const std::string& path) {
+        auto answer = client->Get(path, server.pageHeaders());
+        return answer ? json::parse(answer->body, nullptr, false) : json();
+    }
+    std::vector<std::string> ownTitles(const std::string& search = "") {
+        std::vector<std::string> titles;
+        const json catalogue = get("/api/templates?search=" + search);
+        for (const auto& section : catalogue["sections"])
+            if (section["list"] == "own")
+                for (const auto& item : section["items"]) titles.push_back(item["title"]);
+        return titles;
+    }
+};
+
+class WebFlowMedia : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        std::filesystem::create_directories(media);
+        ASSERT_EQ(
+            testing_support::runCommand("convert -size 320x240 xc:red '" + media + "/photo.jpg'"),
+            0);
+        ASSERT_EQ(testing_support::runCommand(
+                      "ffmpeg -v error -f lavfi -i testsrc=size=320x240:rate=10:duration=1 "
+                      "-pix_fmt yuv420p -c:v libx264 '" +
+                      media + "/movie.mp4'"),
+                  0);
+    }
+    std::string file(const char* name) const { return "file:" + media + "/" + name; }
+
+    testing_support::TestHome home;
+    std::string media = home.path("media");
+};
+
+TEST_F(WebFlowMedia, EachPageWalksItsOwnStackPhotosBeforeVideos) {
+    Server server(home, {"--folder", media});
+    ASSERT_TRUE(server.running());
+    Page page{server};
+    const json selection = {file("movie.mp4"), file("photo.jpg")};
+
+    auto [status, a] = page.post("/api/flow/begin", {{"flow", "tab-a"}, {"assets", selection}});
+    ASSERT_EQ(status, 200) << a.dump();
+    EXPECT_EQ(a["screen"]["kind"], "sizeEditor");
+    EXPECT_EQ(a["editor"]["media"], "photo");
+    // Another tab chooses a template: straight to its summary, leaving the first walk alone.
+    auto [statusB, b] = page.post(
+        "/api/flow/begin", {{"flow", "tab-b"}, {"assets", selection}, {"template", "uw-133"}});
+    ASSERT_EQ(statusB, 200) << b.dump();
+    EXPECT_EQ(b["screen"]["kind"], "summary");
+    EXPECT_EQ(page.get("/api/flow?flow=tab-a")["screen"]["id"], a["screen"]["id"]);
+
+    const json photoEditor = a["screen"]["id"];
+    auto [statusNext, video] =
+        page.post("/api/flow/next", {{"flow", "tab-a"}, {"screen", photoEditor}});
+    ASSERT_EQ(statusNext, 200);
+    EXPECT_EQ(video["editor"]["media"], "video");
+    EXPECT_EQ(video["screen"]["depth"], 3);
+    // A second touch of the editor that is gone changes nothing.
+    EXPECT_EQ(page.post("/api/flow/next", {{"flow", "tab-a"}, {"screen", photoEditor}}).first, 409);
+    auto [statusBack, back] = page.post("/api/flow/back", {{"flow", "tab-a"}});
+    ASSERT_EQ(statusBack, 200);
+    EXPECT_EQ(back["editor"]["media"], "photo");
+    page.post("/api/flow/next", {{"flow", "tab-a"}, {"screen", back["screen"]["id"]}});
+    auto summary =
+        page.post("/api/flow/next",
+                  {{"flow", "tab-a"}, {"screen", page.get("/api/flow?flow=tab-a")["screen"]["id"]}})
+            .second;
+    EXPECT_EQ(summary["screen"]["kind"], "summary");
+    EXPECT_EQ(summary["summary"]["assets"], selection);
+    // A page id that could name anything else is refused.
+    EXPECT_EQ(page.post("/api/flow/begin", {{"flow", "../x"}, {"assets", selection}}).first, 404);
+}
+
+TEST_F(WebFlowMedia, TheSizeEditorKeepsItsFieldRulesAndSavesAnOwnTemplate) {
+    Server server(home, {"--folder", media});
+    ASSERT_TRUE(server.running());
+    Page page{server};
+    auto begun = page.post("/api/flow/begin", {{"flow", "tab"}, {"assets", {file("photo.jpg")}}});
+    ASSERT_EQ(begun.first, 200) << begun.second.dump();
+    // Field changes in order, as [field, value] pairs.
+    using Edits = std::vector<std::pair<std::string, std::string>>;
+    auto editsJSON = [](const Edits& edits) {
+        json list = json::array();
+        for (const auto& [field, value] : edits) list.push_back(json::array({field, value}));
+        return list;
+    };
+    auto edit = [&](const Edits& edits) {
+        return page.post("/api/flow/editor", {{"flow", "tab"}, {"edits", editsJSON(edits)}}).second;
+    };
+    auto shown = edit({{"width", "300"}, {"height", "150"}, {"method", "stretch"}});
+    EXPECT_EQ(shown["editor"]["result"]["size"], "300 x 150 px");
+    // Edits that are no list of pairs (an object loses their order) are refused.
+    EXPECT_EQ(page.post("/api/flow/editor", {{"flow", "tab"}, {"edits", {{"width", "1"}}}}).first,
+              400);
+    struct Case {
+        const char* name;
+        Edits edits;
+        json refused;
+        json width, height;  // the input view's values after the edits
+    } cases[] = {
+        {"a leading zero is refused", {{"width", "012"}}, json::array({"width \"012\""}), 300, 150},
+        // Zero in one pixel field clears the other and leaves itself as it was.
+        {"zero clears the other field",
+         {{"width", "0"}},
+         json::array({"width \"0\""}),
+         300,
+         "auto"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        auto fresh =
+            page.post("/api/flow/begin", {{"flow", "tab"}, {"assets", {file("photo.jpg")}}});
+        ASSERT_EQ(fresh.first, 200);
+        // The fields as the global choice stored them; the edits are typed without leaving.
+        edit({{"width", "300"}, {"height", "150"}});
+        auto answer =
+            page.post("/api/flow/editor", {{"flow", "tab"}, {"edits", editsJSON(c.edits)}});
+        // Finishing the typing hands the values on; the refusals are what was typed.
+        EXPECT_EQ(answer.second["editor"]["refused"], c.refused);
+        EXPECT_EQ(answer.second["editor"]["typing"]["width"], c.width);
+        EXPECT_EQ(answer.second["editor"]["typing"]["height"], c.height);
+    }
+    json titles = json::array();
+    for (const auto& button : shown["editor"]["buttons"]) titles.push_back(button["title"]);
+    EXPECT_EQ(titles, json({"Normal size", "Smart size", "Ratio clip", "Ratio fit", "Stretch"}));
+
+    edit({{"width", "300"}, {"height", "150"}, {"format", "png"}});
+    auto saved = page.post("/api/flow/save", {{"flow", "tab"}, {"name", "Strip"}});
+    ASSERT_EQ(saved.first, 200) << saved.second.dump();
+    const auto show = command_test::unwarp(
+        home, "template show --json " + saved.second["saved"].get<std::string>());
+    ASSERT_EQ(show.exitCode, 0) << show.err;
+    const json stored = json::parse(show.out);
+    EXPECT_EQ(stored["name"], "Strip");
+    EXPECT_EQ(stored["photo"]["text"], "300 x 150 px");
+    EXPECT_EQ(stored["photo"]["format"], "PNG");
+}
+
+TEST_F(WebFlowMedia, OwnTemplatesChangedFromThePageAndTheCommandLineAllStay) {
+    Server server(home);
+    ASSERT_TRUE(server.running());
+    Page page{server};
+    auto [status, created] = page.post("/api/templates/create", {{"name", "Page one"}});
+    ASSERT_EQ(status, 200) << created.dump();
+    const std::string key = created["key"];
+    // Another process on the same home adds one while the server holds its list.
+    ASSERT_EQ(
+        command_test::unwarp(home, "template create --name 'From CLI' --size 100x100").exitCode, 0);
+    EXPECT_EQ(page.post("/api/templates/rename", {{"key", key}, {"name", "Renamed"}}).first, 200);
+    auto copy = page.post("/api/templates/duplicate", {{"key", key}}).second;
+    ASSERT_TRUE(copy["key"].is_string()) << copy.dump();
+    const auto listed = command_test::unwarp(home, "templates");
+    EXPECT_NE(listed.out.find("From CLI"), std::string::npos) << listed.out;
+    EXPECT_NE(listed.out.find("Renamed"), std::string::npos) << listed.out;
+    EXPECT_EQ(page.ownTitles("renam"), (std::vector<std::string>{"Renamed", "Renamed"}));
+
+    EXPECT_EQ(page.post("/api/templates/remove", {{"key", copy["key"]}}).first, 200);
+    EXPECT_EQ(page.post("/api/templates/remove", {{"key", copy["key"]}}).first, 404);
+    EXPECT_EQ(page.post("/api/templates/rename", {{"key", "uw-133"}, {"name", "x"}}).first, 404);
+    EXPECT_EQ(page.ownTitles("renam"), std::vector<std::string>{"Renamed"});
+
+    // The collection takes catalogue templates only.
+    EXPECT_EQ(
+        page.post("/api/templates/collection", {{"key", "fb-cover"}, {"included", true}}).first,
+        200);
+    EXPECT_EQ(page.post("/api/templates/collection", {{"key", key}, {"included", true}}).first,
+              404);
+    bool inCollection = false;
+    const json catalogue = page.get("/api/templates");
+    for (const auto& section : catalogue["sections"])
+        if (section["list"] == "collection")
+            for (const auto& item : section["items"])
+                inCollection |= item["identifier"] == "fb-cover";
+    EXPECT_TRUE(inCollection);
+}
+
+}  // namespace
