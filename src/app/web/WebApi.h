@@ -8,6 +8,9 @@
 #include <vector>
 
 #include "app/web/WebServer.h"
+#include "assets/VRAsset.h"
+#include "model/VRAdjustState.h"
+#include "templates/VXTemplate.h"
 
 namespace app::web {
 
@@ -31,6 +34,16 @@ void installTemplateRoutes(WebServer& server, WebSession& session);
 void installResultRoutes(WebServer& server, WebSession& session);
 void installThemeRoute(WebServer& server);
 void installLaunchRoutes(WebServer& server, WebSession& session);
+void installAdjustRoutes(WebServer& server, WebSession& session);
+
+// The picked assets of a request body ("assets": identifiers) in order; none with the reason
+// for an identifier the page may not name.
+std::optional<std::vector<VRAssetRef>> pickedAssets(WebSession& session, const nlohmann::json& body,
+                                                    std::string* problem);
+// The template of a request body ("template": key) with its source options.
+VXTemplateRef chosenTemplate(const nlohmann::json& body, std::string* problem);
+// The states of the summary's adjust session, empty when none is open.
+VRAdjustState adjustSessionStates(const WebSession& session);
 // The theme's colours as CSS for a colorThemeType setting (0 follows the browser).
 std::string themeStyleSheet(std::int64_t colorThemeType);
 

@@ -19,6 +19,7 @@
 namespace app::web {
 
 class WebServer;
+class WebAdjust;
 
 class WebSession {
   public:
@@ -38,6 +39,8 @@ class WebSession {
     std::unique_ptr<VRLaunchController> launch;
     std::shared_ptr<VRLaunchControllerDelegate> launchDelegate;
     bool launchFinished = false;
+    // The summary's adjust session over the picked assets, while the summary is open.
+    std::shared_ptr<WebAdjust> adjust;
 
     // Opens the library (the `libraryPath` setting, else the pictures folder) when needed;
     // null with the reason when it can't be opened.
