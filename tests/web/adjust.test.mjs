@@ -130,6 +130,7 @@ test('adjust panel: preview, drag, turns, fill, apply to all, menu states, writt
   assert.ok(isRed(await framePixel(page, 0.2, 0.5, 'adjust-frame-turned')), 'the mirrored left side is not red');
   assert.ok(isYellow(await framePixel(page, 0.8, 0.5, 'adjust-frame-turned')), 'the mirrored right side is not yellow');
   assert.equal(await page.getByRole('button', { name: 'Set Fill Color as Default' }).isEnabled(), true);
+  await page.locator('.summary-body').evaluate((body) => body.scrollTo(0, 0));
   await screenshots(page, 'adjust-panel');
 
   // "Apply to All" gives the blue photo the same state, and "Undo All" takes it back again
@@ -149,6 +150,18 @@ test('adjust panel: preview, drag, turns, fill, apply to all, menu states, writt
   await page.locator('.adjust h2', { hasText: 'Edit Video 1/1' }).waitFor();
   assert.equal(await page.locator('.current-fill').textContent(), '#000000');
   assert.equal(await enabled(page), 'Rotate, Flip Horizontally, Flip Vertically');
+  // The palette is one tab stop: the arrow keys walk it, Enter takes a colour.
+  await page.getByRole('button', { name: '#FFFFFF' }).focus();
+  await page.keyboard.press('ArrowRight');
+  await change(page, () => page.keyboard.press('Enter'));
+  assert.equal(await page.locator('.current-fill').textContent(), '#E8EBE4');
+  assert.equal(await page.evaluate(() => document.activeElement.getAttribute('aria-label')), '#E8EBE4');
+  // The palette is one tab stop: the arrow keys walk it, Enter takes a colour.
+  await page.getByRole('button', { name: '#FFFFFF' }).focus();
+  await page.keyboard.press('ArrowRight');
+  await change(page, () => page.keyboard.press('Enter'));
+  assert.equal(await page.locator('.current-fill').textContent(), '#E8EBE4');
+  assert.equal(await page.evaluate(() => document.activeElement.getAttribute('aria-label')), '#E8EBE4');
 
   // Phone width: the strip, the frame and the controls fit the screen.
   await page.getByRole('button', { name: 'Adjust a-red.jpg' }).click();

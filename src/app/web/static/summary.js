@@ -11,6 +11,19 @@ function swatch(element, color) {
   return element;
 }
 
+// One tab stop for a grid of controls; the arrow keys move between them.
+function rovingFocus(group, controls, current) {
+  controls.forEach((control, index) => { control.tabIndex = index === current ? 0 : -1; });
+  group.addEventListener('keydown', (e) => {
+    const columns = Math.max(1, controls.filter((c) => c.getBoundingClientRect().top === controls[0].getBoundingClientRect().top).length);
+    const step = { ArrowRight: 1, ArrowLeft: -1, ArrowDown: columns, ArrowUp: -columns }[e.key];
+    const at = controls.indexOf(document.activeElement);
+    if (!step || at < 0) return;
+    e.preventDefault();
+    controls[Math.min(controls.length - 1, Math.max(0, at + step))].focus();
+  });
+}
+
 const MOVES = { ArrowLeft: [-10, 0], ArrowRight: [10, 0], ArrowUp: [0, -10], ArrowDown: [0, 10] };
 
 export class SummaryScreen {
@@ -31,9 +44,9 @@ export class SummaryScreen {
       h('footer', {}, h('button', { class: 'primary', id: 'start', onclick: () => this.start() }, 'Start')));
   }
 
-  async enter() {
+  enter() {
     this.drawList();
-    await this.call('/api/adjust/open', { assets: this.items.map((i) => i.id), template: this.app.state.template.identifier });
+    this.opening = this.call('/api/adjust/open', { assets: this.items.map((i) => i.id), template: this.app.state.template.identifier });
   }
 
   picture(item) {
@@ -68,6 +81,7 @@ export class SummaryScreen {
   }
 
   async openAdjust(index) {
+    await this.opening;
     this.panel.hidden = false;
     await this.call('/api/adjust/item', { index });
     this.panel.querySelector('.frame')?.focus();
@@ -171,8 +185,10 @@ export class SummaryScreen {
         onclick: () => this.call('/api/adjust/fill', { palette: index }),
       }), `#${hex}`);
     });
+    const palette = h('div', { class: 'palette', role: 'group', 'aria-label': 'Fill Color' }, swatches);
+    rovingFocus(palette, swatches.map((s) => s.querySelector('input') || s), state.fill.selected ?? 1);
     return h('div', { class: 'fill' },
-      h('div', { class: 'palette', role: 'group', 'aria-label': 'Fill Color' }, swatches),
+      palette,
       h('div', { class: 'tools' },
         h('span', { class: 'current-fill' }, swatch(h('span', { class: 'swatch' }), state.fill.color), state.fill.color),
         button('Default', true, () => this.call('/api/adjust/fill', { color: null }), { 'aria-label': 'Default fill color' }),
@@ -187,6 +203,7 @@ export class SummaryScreen {
   }
 
   async start() {
+    await this.opening;
     try {
       this.app.state.run = await api('/api/run', {
         assets: this.items.map((i) => i.id), template: this.app.state.template.identifier, adjust: 'session',
