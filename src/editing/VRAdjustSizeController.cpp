@@ -261,5 +261,8 @@ VRAdjustMenuState VRAdjustSizeController::menuState() const {
     menu.resetCurrent = current;
     menu.setFillColorAsDefault = current && currentState()->fillColor().has_value();
     menu.resetDefaultFillColor = VRAdjustColors::storedDefaultColor(_layout.mediaType).has_value();
+    menu.rotateAndFlip = true;
+    const CGPoint shift = _views[_mainIndex].innerDisplacement();
+    menu.center = shift.x != 0 || shift.y != 0;
     return menu;
 }

@@ -27,6 +27,9 @@ struct VRAdjustMenuState {
     bool resetCurrent = false;
     bool setFillColorAsDefault = false;
     bool resetDefaultFillColor = false;
+    // Turning and mirroring need a current item; centring needs one moved off the centre.
+    bool rotateAndFlip = false;
+    bool center = false;
 };
 
 class VRAdjustSizeController {
@@ -127,7 +130,8 @@ class VRAdjustSizeController {
     // _updateMenuState:force: "Apply to All" needs two items or more and a state on the
     // current one; "Undo All" and "Reset All" need !menuAllDisabled; "Reset Current"
     // !menuCurrentDisabled; "Set Fill Color as Default" a fill colour on the current state;
-    // "Reset Default Fill Color" a stored default.
+    // "Reset Default Fill Color" a stored default. Rotate and the flips need a current item,
+    // centring a current item shifted on the screen.
     VRAdjustMenuState menuState() const;
 
     // ---- Previews ----

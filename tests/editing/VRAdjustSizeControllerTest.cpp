@@ -206,35 +206,41 @@ TEST(VRAdjustSizeController, MenuEntriesFollowTheStates) {
     auto text = [](const Menu& m) {
         return std::string() + (m.applyToAll ? "A" : "-") + (m.undoAll ? "U" : "-") +
                (m.resetAll ? "R" : "-") + (m.resetCurrent ? "C" : "-") +
-               (m.setFillColorAsDefault ? "S" : "-") + (m.resetDefaultFillColor ? "D" : "-");
+               (m.setFillColorAsDefault ? "S" : "-") + (m.resetDefaultFillColor ? "D" : "-") +
+               (m.rotateAndFlip ? "T" : "-") + (m.center ? "M" : "-");
     };
     VRAdjustSizeController session({item("a", {500, 1000}), item("b", {500, 1000})},
                                    *square(VRSizeOptionRatioFit), VRFormatMediaTypePhoto);
-    EXPECT_EQ(text(session.menuState()), "------");
+    EXPECT_EQ(text(session.menuState()), "------T-");
     session.rotateRight();
-    EXPECT_EQ(text(session.menuState()), "AURC--");
+    EXPECT_EQ(text(session.menuState()), "AURC--T-");
     session.selectColorAtIndex(3);
-    EXPECT_EQ(text(session.menuState()), "AURCS-");
+    EXPECT_EQ(text(session.menuState()), "AURCS-T-");
     session.setMainIndex(1);
-    EXPECT_EQ(text(session.menuState()), "-UR---");
+    EXPECT_EQ(text(session.menuState()), "-UR---T-");
     session.setMainIndex(0);
     session.setFillColorAsDefault();
     EXPECT_EQ(LegacyManager::defaultPhotoColor(), VRAdjustColors::colorWithHexString("94A09A"));
     EXPECT_EQ(LegacyManager::defaultVideoColor(), std::nullopt);
-    EXPECT_EQ(text(session.menuState()), "AURCSD");
+    EXPECT_EQ(text(session.menuState()), "AURCSDT-");
     session.undoAll();
     session.undoAll();
-    EXPECT_EQ(text(session.menuState()), "-----D");
+    EXPECT_EQ(text(session.menuState()), "-----DT-");
     session.resetDefaultFillColor();
     EXPECT_EQ(LegacyManager::defaultPhotoColor(), std::nullopt);
 
     VRAdjustSizeController single({item("a", {500, 1000})}, *square(VRSizeOptionRatioFit),
                                   VRFormatMediaTypePhoto);
     single.centerContent();
-    EXPECT_EQ(text(single.menuState()), "-URC--");
+    EXPECT_EQ(text(single.menuState()), "-URC--T-");
+    // A drag moves the item off the centre, and centring brings it back.
+    ASSERT_TRUE(drag(single, {100, 0}));
+    EXPECT_EQ(text(single.menuState()), "-URC--TM");
+    single.centerContent();
+    EXPECT_EQ(text(single.menuState()), "-URC--T-");
     VRAdjustSizeController empty({}, *square(VRSizeOptionRatioFit), VRFormatMediaTypeVideo);
     empty.rotateRight();
-    EXPECT_EQ(text(empty.menuState()), "------");
+    EXPECT_EQ(text(empty.menuState()), "--------");
     EXPECT_EQ(empty.mainIndex(), VRAdjustSizeController::NSNotFound);
 }
 

@@ -61,7 +61,7 @@ test('main flow: album, template, adjust, run, limit, share', async (t) => {
   await page.mouse.down();
   await page.mouse.move(box.x + box.width / 2 + 40, box.y + box.height / 2, { steps: 5 });
   await page.mouse.up();
-  await page.getByText(/^Shift /).waitFor();
+  await page.waitForFunction(() => document.querySelector('.frame img')?.complete);
   await screenshots(page, 'adjust');
   await page.getByRole('button', { name: 'Done' }).click();
   await page.locator('#start').click();

@@ -121,6 +121,7 @@ std::unique_ptr<WebApi> installWebApi(WebServer& server, const std::vector<std::
     installSettingsRoutes(server);
     installTutorialRoutes(server, state->session);
     installFlowRoutes(server, state->session);
+    installAdjustRoutes(server, state->session);
     return state;
 }
 

@@ -8,7 +8,9 @@
 #include <vector>
 
 #include "app/web/WebServer.h"
+#include "assets/VRAsset.h"
 #include "core/VRResultController.h"
+#include "model/VRAdjustState.h"
 #include "templates/VXTemplate.h"
 
 namespace app::web {
@@ -45,6 +47,16 @@ std::shared_ptr<VRResultController> startFlowRun(WebSession& session, const std:
                                                  std::shared_ptr<const VRAdjustState> adjustState,
                                                  VRResultControllerEvents events,
                                                  std::string* problem);
+void installAdjustRoutes(WebServer& server, WebSession& session);
+
+// The picked assets of a request body ("assets": identifiers) in order; none with the reason
+// for an identifier the page may not name.
+std::optional<std::vector<VRAssetRef>> pickedAssets(WebSession& session, const nlohmann::json& body,
+                                                    std::string* problem);
+// The template of a request body ("template": key) with its source options.
+VXTemplateRef chosenTemplate(WebSession& session, const nlohmann::json& body, std::string* problem);
+// The states of the summary's adjust session, empty when none is open.
+VRAdjustState adjustSessionStates(const WebSession& session);
 // The theme's colours as CSS for a colorThemeType setting (0 follows the browser).
 std::string themeStyleSheet(std::int64_t colorThemeType);
 

@@ -133,36 +133,6 @@ VRResultControllerEvents runEvents(WebSession& session) {
     return events;
 }
 
-// The picked assets in order; none with the reason for an identifier the page may not name.
-std::optional<std::vector<VRAssetRef>> pickedAssets(WebSession& session, const json& body,
-                                                    std::string* problem) {
-    auto ids = body.find("assets");
-    if (ids == body.end() || !ids->is_array() || ids->empty() || ids->size() > 100000) {
-        *problem = "Pick at least one photo or video.";
-        return std::nullopt;
-    }
-    std::vector<VRAssetRef> assets;
-    for (const auto& id : *ids) {
-        if (!id.is_string()) {
-            *problem = "An item is no identifier.";
-            return std::nullopt;
-        }
-        auto asset = session.assetForIdentifier(id.get<std::string>(), problem);
-        if (!asset) return std::nullopt;
-        assets.push_back(asset);
-    }
-    return assets;
-}
-
-VXTemplateRef chosenTemplate(WebSession& session, const json& body, std::string* problem) {
-    const std::string key = stringMember(body, "template");
-    auto tpl = VRPresetViewAbstract::templateWithSourceOptions(
-        isFlowTemplateKey(key) ? flowTemplate(session, key)
-                               : TemplateManager::shared().templateWithKey(key));
-    if (!tpl) *problem = "No template with the key \"" + key + "\".";
-    return tpl;
-}
-
 // The adjust steps of the summary run through the adjust session over the picked assets.
 std::optional<VRAdjustState> adjustStates(const std::vector<VRAssetRef>& assets,
                                           const VXTemplate& tpl, const json& body,
@@ -175,8 +145,7 @@ std::optional<VRAdjustState> adjustStates(const std::vector<VRAssetRef>& assets,
     return adjustStatesFromJSON(adjust->dump(), inputs, tpl, problem);
 }
 
-// What the summary sends for a run and for its preview alike: the picked assets, the template
-// and the adjust steps already run through the adjust session.
+// What the summary sends for a run: the picked assets, the template and the adjust states.
 struct RunRequest {
     std::vector<VRAssetRef> assets;
     VXTemplateRef tpl;
@@ -188,7 +157,11 @@ std::optional<RunRequest> runRequest(WebSession& session, const json& body, std:
     if (!assets) return std::nullopt;
     auto tpl = chosenTemplate(session, body, problem);
     if (!tpl) return std::nullopt;
-    auto states = adjustStates(*assets, *tpl, body, problem);
+    // The summary's adjust session holds the states; a document of steps is run here.
+    auto adjust = body.find("adjust");
+    auto states = adjust != body.end() && *adjust == "session"
+                      ? adjustSessionStates(session)
+                      : adjustStates(*assets, *tpl, body, problem);
     if (!states) return std::nullopt;
     return RunRequest{std::move(*assets), std::move(tpl), std::move(*states)};
 }
@@ -264,40 +237,42 @@ Reply selectItems(WebSession& session, const httplib::Request& request) {
     return Reply::json(runJSON(session));
 }
 
-// The summary's adjust steps checked and run through the adjust session, answering each
-// item's resulting shift, turns and mirrors, so the page shows what the run will do.
-Reply previewAdjust(WebSession& session, const httplib::Request& request) {
-    auto body = jsonBody(request);
-    if (!body) return Reply::error(400, "The request is no JSON object.");
-    std::string problem;
-    auto picked = runRequest(session, *body, &problem);
-    if (!picked) return Reply::error(400, problem);
-    json items = json::array();
-    for (const auto& asset : picked->assets) {
-        auto state = picked->states.stateWithKey(asset->objectIdentifier());
-        json item{{"id", WebSession::identifierForAsset(*asset)}};
-        if (state) {
-            item["shift"] = {{"x", state->displacement().x}, {"y", state->displacement().y}};
-            if (const auto& orientation = state->orientation())
-                item["orientation"] = {{"rotation", orientation->rotation()},
-                                       {"flippedX", orientation->flippedX()},
-                                       {"flippedY", orientation->flippedY()}};
-        }
-        items.push_back(std::move(item));
+}  // namespace
+
+std::optional<std::vector<VRAssetRef>> pickedAssets(WebSession& session, const json& body,
+                                                    std::string* problem) {
+    auto ids = body.find("assets");
+    if (ids == body.end() || !ids->is_array() || ids->empty() || ids->size() > 100000) {
+        *problem = "Pick at least one photo or video.";
+        return std::nullopt;
     }
-    return Reply::json({{"items", items}});
+    std::vector<VRAssetRef> assets;
+    for (const auto& id : *ids) {
+        if (!id.is_string()) {
+            *problem = "An item is no identifier.";
+            return std::nullopt;
+        }
+        auto asset = session.assetForIdentifier(id.get<std::string>(), problem);
+        if (!asset) return std::nullopt;
+        assets.push_back(asset);
+    }
+    return assets;
 }
 
-}  // namespace
+VXTemplateRef chosenTemplate(WebSession& session, const json& body, std::string* problem) {
+    const std::string key = stringMember(body, "template");
+    auto tpl = VRPresetViewAbstract::templateWithSourceOptions(
+        isFlowTemplateKey(key) ? flowTemplate(session, key)
+                               : TemplateManager::shared().templateWithKey(key));
+    if (!tpl) *problem = "No template with the key \"" + key + "\".";
+    return tpl;
+}
 
 void installRunRoutes(WebServer& server, WebSession& session) {
     getOnMain(server, "/api/run",
               [&session](const httplib::Request&) { return Reply::json(runJSON(session)); });
     postOnMain(server, "/api/run",
                [&session](const httplib::Request& request) { return startRun(session, request); });
-    postOnMain(server, "/api/adjust", [&session](const httplib::Request& request) {
-        return previewAdjust(session, request);
-    });
     postOnMain(server, "/api/run/button", [&session](const httplib::Request&) {
         if (!session.run) return Reply::error(409, "No run is open.");
         session.run->touchProcessingButton();

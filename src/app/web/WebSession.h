@@ -20,6 +20,7 @@ namespace app::web {
 
 class WebServer;
 class WebFlows;
+class WebAdjust;
 
 class WebSession {
   public:
@@ -43,6 +44,8 @@ class WebSession {
     std::optional<VRFocusViewState> focus;
     // The editing walks of the pages, one per browser tab (WebFlow.cpp).
     std::shared_ptr<WebFlows> flows;
+    // The summary's adjust session over the picked assets, while the summary is open.
+    std::shared_ptr<WebAdjust> adjust;
 
     // Opens the library (the `libraryPath` setting, else the pictures folder) when needed;
     // null with the reason when it can't be opened.

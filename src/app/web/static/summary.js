@@ -1,119 +1,213 @@
 // The summary: the picked items under the chosen template, and the adjust panel of one item.
-// Every adjustment is a step sent to the server's adjust session (drags in view points with
-// the view's size and the screen's scale); the server answers what the run will do.
+// The adjust session lives on the server: the page shows its current item as the server draws
+// it, reports taps, drags (in view points, with the view's size and the screen's scale) and
+// colours, and enables the buttons the session allows.
 import { api, h, thumbnailURL, fileURL } from './api.js';
+import { showAlert } from './dialogs.js';
+
+// The page's policy refuses style attributes; colours go in through the style object.
+function swatch(element, color) {
+  element.style.background = color;
+  return element;
+}
+
+// One tab stop for a grid of controls; the arrow keys move between them.
+function rovingFocus(group, controls, current) {
+  controls.forEach((control, index) => { control.tabIndex = index === current ? 0 : -1; });
+  group.addEventListener('keydown', (e) => {
+    const columns = Math.max(1, controls.filter((c) => c.getBoundingClientRect().top === controls[0].getBoundingClientRect().top).length);
+    const step = { ArrowRight: 1, ArrowLeft: -1, ArrowDown: columns, ArrowUp: -columns }[e.key];
+    const at = controls.indexOf(document.activeElement);
+    if (!step || at < 0) return;
+    e.preventDefault();
+    controls[Math.min(controls.length - 1, Math.max(0, at + step))].focus();
+  });
+}
+
+const MOVES = { ArrowLeft: [-10, 0], ArrowRight: [10, 0], ArrowUp: [0, -10], ArrowDown: [0, 10] };
 
 export class SummaryScreen {
   constructor(app) {
     this.app = app;
     this.title = 'Summary';
-    this.items = app.state.picked.map((item) => ({ ...item, steps: [], applyToAll: false }));
-    this.list = h('ul', { class: 'summary-list' });
+    this.items = app.state.picked;
+    this.state = null;
+    this.list = h('ul', { class: 'summary-list', 'aria-label': 'Items' });
     this.panel = h('div', { class: 'adjust', hidden: true });
-    this.note = h('p', { class: 'note', 'aria-live': 'polite' });
     const tpl = app.state.template;
     this.element = h('section', { class: 'screen summary' },
       h('header', {}, h('button', { class: 'back', onclick: () => app.show('templates') }, '‹ Templates'),
         h('h1', {}, tpl.title || tpl.identifier)),
-      h('p', { class: 'description' }, tpl.descriptionLine || ''),
-      this.list, this.panel, this.note,
+      h('div', { class: 'summary-body' },
+        h('p', { class: 'description' }, tpl.descriptionLine || ''),
+        this.list, this.panel),
       h('footer', {}, h('button', { class: 'primary', id: 'start', onclick: () => this.start() }, 'Start')));
   }
 
-  enter() { this.drawList(); }
+  enter() {
+    this.drawList();
+    this.opening = this.call('/api/adjust/open', { assets: this.items.map((i) => i.id), template: this.app.state.template.identifier });
+  }
 
   picture(item) {
-    return item.id.startsWith('file:') ? fileURL(item.id.slice(5)) : thumbnailURL(item.id, 512);
+    return item.id.startsWith('file:') ? fileURL(item.id.slice(5)) : thumbnailURL(item.id, 256);
   }
 
   drawList() {
-    this.list.replaceChildren(...this.items.map((item, index) => h('li', {},
-      h('button', { class: 'item', 'aria-label': `Adjust ${item.name || item.id}`, onclick: () => this.openAdjust(index) },
+    const open = !this.panel.hidden;
+    this.list.replaceChildren(...this.items.map((item, index) => {
+      const adjusted = this.state?.items[index]?.adjusted;
+      return h('li', {},
+        h('button', {
+          class: 'item', 'aria-label': `Adjust ${item.name || item.id}`,
+          'aria-current': open && this.state?.current === index ? 'true' : undefined,
+          onclick: () => this.openAdjust(index),
+        },
         h('img', { src: this.picture(item), alt: '' }),
-        h('span', {}, item.name || item.id),
-        item.steps.length ? h('span', { class: 'badge' }, 'adjusted') : null))));
+        h('span', { class: 'name' }, item.name || item.id),
+        adjusted ? h('span', { class: 'badge' }, 'adjusted') : null));
+    }));
   }
 
-  adjustDocument() {
-    const items = this.items.map((item, index) => ({ index: index + 1, steps: item.steps, applyToAll: item.applyToAll || undefined }))
-      .filter((item) => item.steps.length);
-    return items.length ? { items } : null;
+  // Every answer of the session is its whole state; the page draws it as it is.
+  async call(path, body) {
+    try {
+      this.state = await api(path, body);
+      if (!this.panel.hidden) this.drawPanel();
+      this.drawList();
+    } catch (error) {
+      this.app.fail(error);
+    }
   }
 
-  body() {
-    return { assets: this.items.map((i) => i.id), template: this.app.state.template.identifier, adjust: this.adjustDocument() };
+  async openAdjust(index) {
+    await this.opening;
+    this.panel.hidden = false;
+    await this.call('/api/adjust/item', { index });
+    this.panel.querySelector('.frame')?.focus();
   }
 
-  openAdjust(index) {
-    const item = this.items[index];
-    this.editing = index;
-    const frame = h('div', { class: 'frame', tabindex: '0', 'aria-label': 'Drag to shift the picture' });
-    const img = h('img', { src: this.picture(item), alt: '', draggable: 'false' });
-    frame.append(img);
-    if (item.width && item.height) frame.style.aspectRatio = `${item.width} / ${item.height}`;
+  act(action) { return this.call('/api/adjust/action', { action }); }
+
+  drag(drag, frame) {
+    const box = frame.getBoundingClientRect();
+    return this.call('/api/adjust/drag', { drag, view: { width: box.width, height: box.height, scale: devicePixelRatio } });
+  }
+
+  drawPanel() {
+    const state = this.state;
+    if (!state?.menu) return;
+    const focused = document.activeElement?.dataset?.control;
+    const frame = this.frame(state);
+    const menu = state.menu;
+    const button = (label, enabled, action, extra = {}) => h('button', {
+      type: 'button', disabled: !enabled, 'data-control': label, onclick: action, ...extra,
+    }, label);
+    this.panel.replaceChildren(
+      h('h2', {}, state.title), frame,
+      h('div', { class: 'tools', role: 'toolbar', 'aria-label': 'Item' },
+        button('Rotate', menu.rotate, () => this.act('rotateRight')),
+        button('Flip Horizontally', menu.flip, () => this.act('flipHorizontally')),
+        button('Flip Vertically', menu.flip, () => this.act('flipVertically')),
+        button('Center', menu.center, () => this.act('center')),
+        button('Undo', menu.resetCurrent, () => this.act('undo')),
+        button('Reset Current', menu.resetCurrent, () => this.act('resetCurrent'))),
+      h('div', { class: 'tools', role: 'toolbar', 'aria-label': 'All items' },
+        button('Apply to All', menu.applyToAll, () => this.act('applyToAll')),
+        button('Undo All', menu.undoAll, () => this.act('undoAll')),
+        button('Reset All', menu.resetAll, () => this.act('resetAll')),
+        button('Done', true, () => { this.panel.hidden = true; this.drawList(); })),
+      this.colors(state, button));
+    if (focused) this.panel.querySelector(`[data-control="${CSS.escape(focused)}"]:not(:disabled)`)?.focus();
+  }
+
+  // The output frame with the item drawn by the server; a drag moves the picture along the
+  // axis the session permits, and the session decides where it stops.
+  frame(state) {
+    const ratio = state.frame.width / Math.max(1, state.frame.height);
+    const side = Math.min(2048, Math.round(480 * Math.max(1, devicePixelRatio)));
+    const img = h('img', {
+      src: `/api/adjust/preview?index=${state.current}&size=${side}&v=${state.revision}`,
+      alt: `Preview of ${this.items[state.current]?.name || ''}`, draggable: 'false',
+      'data-revision': state.revision,
+    });
+    const frame = h('div', {
+      class: 'frame', tabindex: '0', 'data-control': 'frame', 'data-direction': state.direction,
+      'aria-label': 'Drag to shift the picture',
+    }, img);
+    frame.style.setProperty('--ratio', ratio);
     let origin = null;
+    const along = (dx, dy) => ({
+      horizontal: [dx, 0], vertical: [0, dy], both: [dx, dy],
+    }[state.direction] || [0, 0]);
     frame.addEventListener('pointerdown', (e) => {
+      e.preventDefault();
+      frame.focus();
       origin = { x: e.clientX, y: e.clientY };
       frame.setPointerCapture(e.pointerId);
     });
     frame.addEventListener('pointermove', (e) => {
       if (!origin) return;
-      img.style.transform = `translate(${e.clientX - origin.x}px, ${e.clientY - origin.y}px)`;
+      const [x, y] = along(e.clientX - origin.x, e.clientY - origin.y);
+      img.style.transform = `translate(${x}px, ${y}px)`;
     });
-    frame.addEventListener('pointerup', (e) => {
+    const end = (e) => {
       if (!origin) return;
-      const drag = [e.clientX - origin.x, e.clientY - origin.y];
+      const moved = [e.clientX - origin.x, e.clientY - origin.y];
       origin = null;
-      img.style.transform = '';
-      if (Math.abs(drag[0]) + Math.abs(drag[1]) < 1) return;
-      const box = frame.getBoundingClientRect();
-      this.addStep({ drag, view: { width: box.width, height: box.height, scale: devicePixelRatio } });
-    });
+      if (Math.abs(moved[0]) + Math.abs(moved[1]) < 1) return;
+      this.drag(moved, frame);
+    };
+    frame.addEventListener('pointerup', end);
+    frame.addEventListener('pointercancel', () => { origin = null; img.style.transform = ''; });
     frame.addEventListener('keydown', (e) => {
-      const moves = { ArrowLeft: [-10, 0], ArrowRight: [10, 0], ArrowUp: [0, -10], ArrowDown: [0, 10] };
-      if (!(e.key in moves)) return;
+      if (!(e.key in MOVES)) return;
       e.preventDefault();
-      const box = frame.getBoundingClientRect();
-      this.addStep({ drag: moves[e.key], view: { width: box.width, height: box.height, scale: devicePixelRatio } });
+      this.drag(MOVES[e.key], frame);
     });
-    const button = (label, action) => h('button', { type: 'button', onclick: action }, label);
-    this.panel.replaceChildren(
-      h('h2', {}, item.name || item.id), frame,
+    return frame;
+  }
+
+  // The palette: entry 0 opens the colour picker, the others are colours of their own.
+  colors(state, button) {
+    const swatches = state.palette.map((hex, index) => {
+      if (index === 0) {
+        const picker = h('input', {
+          type: 'color', value: state.fill.selected === 0 ? state.fill.color.toLowerCase() : `#${hex.toLowerCase()}`,
+          'aria-label': 'Fill Color', 'data-control': 'picker',
+        });
+        picker.addEventListener('change', () => this.call('/api/adjust/fill', { color: picker.value }));
+        return h('label', { class: 'swatch picker', 'aria-pressed': String(state.fill.selected === 0) }, picker);
+      }
+      return swatch(h('button', {
+        type: 'button', class: 'swatch', 'aria-label': `#${hex}`,
+        'aria-pressed': String(state.fill.selected === index), 'data-control': `#${hex}`,
+        onclick: () => this.call('/api/adjust/fill', { palette: index }),
+      }), `#${hex}`);
+    });
+    const palette = h('div', { class: 'palette', role: 'group', 'aria-label': 'Fill Color' }, swatches);
+    rovingFocus(palette, swatches.map((s) => s.querySelector('input') || s), state.fill.selected ?? 1);
+    return h('div', { class: 'fill' },
+      palette,
       h('div', { class: 'tools' },
-        button('Rotate', () => this.addStep('rotateRight')),
-        button('Flip Horizontally', () => this.addStep('flipHorizontally')),
-        button('Flip Vertically', () => this.addStep('flipVertically')),
-        button('Center', () => this.addStep('center')),
-        h('label', {}, h('input', { type: 'checkbox', checked: item.applyToAll, onchange: (e) => { item.applyToAll = e.target.checked; this.check(); } }), 'Apply to All'),
-        button('Undo', () => { item.steps.pop(); this.check(); }),
-        button('Reset', () => { item.steps = []; this.check(); }),
-        button('Done', () => { this.panel.hidden = true; this.drawList(); })));
-    this.panel.hidden = false;
-    frame.focus();
+        h('span', { class: 'current-fill' }, swatch(h('span', { class: 'swatch' }), state.fill.color), state.fill.color),
+        button('Default', true, () => this.call('/api/adjust/fill', { color: null }), { 'aria-label': 'Default fill color' }),
+        button('Set Fill Color as Default', state.menu.setFillColorAsDefault, () => this.confirmDefault()),
+        button('Reset Default Fill Color', state.menu.resetDefaultFillColor, () => this.act('resetDefaultFillColor'))));
   }
 
-  addStep(step) {
-    this.items[this.editing].steps.push(step);
-    this.check();
-  }
-
-  // The server runs the steps through the adjust session and tells the resulting shift.
-  async check() {
-    try {
-      const { items } = await api('/api/adjust', this.body());
-      const state = items[this.editing] || {};
-      const shift = state.shift || { x: 0, y: 0 };
-      const turns = state.orientation ? state.orientation.rotation : 0;
-      this.note.textContent = `Shift ${Math.round(shift.x)}, ${Math.round(shift.y)} · turns ${turns}`;
-    } catch (error) {
-      this.note.textContent = error.message;
-    }
-    this.drawList();
+  async confirmDefault() {
+    const { button, message } = this.state.defaultFill;
+    const answer = await showAlert({ title: 'Set Fill Color as Default', message, buttons: ['Cancel', button] });
+    if (answer === 1) await this.act('setFillColorAsDefault');
   }
 
   async start() {
+    await this.opening;
     try {
-      this.app.state.run = await api('/api/run', this.body());
+      this.app.state.run = await api('/api/run', {
+        assets: this.items.map((i) => i.id), template: this.app.state.template.identifier, adjust: 'session',
+      });
       this.app.show('results');
     } catch (error) {
       this.app.fail(error);
