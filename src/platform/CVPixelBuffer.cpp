@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 namespace {
 
@@ -18,7 +19,11 @@ struct PlaneShape {
     std::size_t width, height, bytesPerPixel;
 };
 
-std::vector<PlaneShape> shapesOf(OSType format, std::size_t w, std::size_t h) {
+std::vector<PlaneShape> shapesOf(OSType format, std::size_t w, std::size_t h,
+                                 bool separateChroma = false) {
+    if (separateChroma && CVPixelFormatAllowsSeparateChroma(format)) {
+        return {{w, h, 1}, {(w + 1) / 2, (h + 1) / 2, 1}, {(w + 1) / 2, (h + 1) / 2, 1}};
+    }
     switch (format) {
         case kCVPixelFormatType_32BGRA:
             return {{w, h, 4}};
@@ -36,6 +41,11 @@ std::vector<PlaneShape> shapesOf(OSType format, std::size_t w, std::size_t h) {
 }
 
 }  // namespace
+
+bool CVPixelFormatAllowsSeparateChroma(OSType pixelFormat) {
+    return pixelFormat == kCVPixelFormatType_420YpCbCr8BiPlanarVideoRange ||
+           pixelFormat == kCVPixelFormatType_420YpCbCr8BiPlanarFullRange;
+}
 
 std::optional<CVPixelFormatDescription> CVPixelFormatDescriptionCreateWithPixelFormatType(
     OSType pixelFormat) {
@@ -72,9 +82,9 @@ std::string NSStringFromFourCharCode(FourCharCode code) {
 }
 
 std::shared_ptr<CVPixelBuffer> CVPixelBuffer::create(OSType pixelFormat, std::size_t width,
-                                                     std::size_t height) {
+                                                     std::size_t height, bool separateChroma) {
     if (width == 0 || height == 0 || width > kMaxSide || height > kMaxSide) return nullptr;
-    std::vector<PlaneShape> shapes = shapesOf(pixelFormat, width, height);
+    std::vector<PlaneShape> shapes = shapesOf(pixelFormat, width, height, separateChroma);
     if (shapes.empty()) return nullptr;
     std::size_t total = 0;
     std::vector<Plane> planes;
@@ -102,7 +112,7 @@ std::shared_ptr<CVPixelBuffer> CVPixelBuffer::createWithPlanes(OSType pixelForma
                                                                std::size_t height,
                                                                std::vector<Plane> planes,
                                                                std::shared_ptr<void> owner) {
-    std::vector<PlaneShape> shapes = shapesOf(pixelFormat, width, height);
+    std::vector<PlaneShape> shapes = shapesOf(pixelFormat, width, height, planes.size() == 3);
     if (shapes.empty() || shapes.size() != planes.size()) return nullptr;
     for (std::size_t i = 0; i < planes.size(); ++i) {
         if (!planes[i].data || planes[i].width != shapes[i].width ||
@@ -165,12 +175,17 @@ CVReturn CVPixelBufferPool::createPixelBuffer(CVPixelBufferRef* out) {
     std::shared_ptr<CVPixelBuffer> buffer;
     {
         std::lock_guard<std::mutex> lock(_shared->mutex);
+        // Buffers of the other layout, from before a change of layout, are let go.
+        while (!_shared->free.empty() &&
+               _shared->free.back()->hasSeparateChroma() != separateChroma()) {
+            _shared->free.pop_back();
+        }
         if (!_shared->free.empty()) {
             buffer = std::move(_shared->free.back());
             _shared->free.pop_back();
         }
     }
-    if (!buffer) buffer = CVPixelBuffer::create(_format, _width, _height);
+    if (!buffer) buffer = CVPixelBuffer::create(_format, _width, _height, _separateChroma);
     if (!buffer) return kCVReturnAllocationFailed;
     buffer->setColorAttachments(_primaries, _transfer, _matrix);
     std::weak_ptr<Shared> home = _shared;
@@ -184,4 +199,45 @@ CVReturn CVPixelBufferPool::createPixelBuffer(CVPixelBufferRef* out) {
         }
     });
     return kCVReturnSuccess;
+}
+
+bool CVPixelBufferPool::separateChroma() const {
+    return _separateChroma && CVPixelFormatAllowsSeparateChroma(_format);
+}
+
+CVPixelBufferRef CVPixelBufferCopyWithChromaLayout(const CVPixelBufferRef& source,
+                                                   bool separateChroma) {
+    if (!source) return nullptr;
+    if (!CVPixelFormatAllowsSeparateChroma(source->pixelFormatType()) ||
+        source->hasSeparateChroma() == separateChroma) {
+        return source;
+    }
+    CVPixelBufferRef copy = CVPixelBuffer::create(source->pixelFormatType(), source->width(),
+                                                  source->height(), separateChroma);
+    if (!copy) return nullptr;
+    copy->setColorAttachments(source->colorPrimaries(), source->transferFunction(),
+                              source->yCbCrMatrix());
+    const CVPixelBuffer::Plane& y = source->plane(0);
+    for (std::size_t r = 0; r < y.height; ++r) {
+        std::memcpy(copy->plane(0).data + r * copy->plane(0).rowBytes, y.data + r * y.rowBytes,
+                    y.width);
+    }
+    const CVPixelBuffer& split = separateChroma ? *copy : *source;
+    const CVPixelBuffer& paired = separateChroma ? *source : *copy;
+    const CVPixelBuffer::Plane &cb = split.plane(1), &cr = split.plane(2), &c = paired.plane(1);
+    for (std::size_t r = 0; r < c.height; ++r) {
+        std::uint8_t* pairs = c.data + r * c.rowBytes;
+        std::uint8_t* b = cb.data + r * cb.rowBytes;
+        std::uint8_t* d = cr.data + r * cr.rowBytes;
+        for (std::size_t x = 0; x < c.width; ++x) {
+            if (separateChroma) {
+                b[x] = pairs[2 * x];
+                d[x] = pairs[2 * x + 1];
+            } else {
+                pairs[2 * x] = b[x];
+                pairs[2 * x + 1] = d[x];
+            }
+        }
+    }
+    return copy;
 }

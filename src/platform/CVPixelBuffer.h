@@ -29,6 +29,9 @@ inline constexpr CVReturn kCVReturnInvalidSize = -6681;
 //   bits (the low 6 bits zero when decoded).
 // - 'b64a': one plane, 4 16-bit samples per pixel in the order A, R, G, B, in the machine's
 //   byte order (little-endian here, where the platform's buffers are big-endian).
+// A '420v'/'420f' buffer may instead keep its chroma as two planes, Cb then Cr, one sample
+// per 2x2 luma pixels: the layout the decoders give and the encoders take, so that frames
+// pass from one to the other without being interleaved and split again on the way.
 inline constexpr OSType kCVPixelFormatType_32BGRA = FourCC("BGRA");
 inline constexpr OSType kCVPixelFormatType_420YpCbCr8BiPlanarFullRange = FourCC("420f");
 inline constexpr OSType kCVPixelFormatType_420YpCbCr8BiPlanarVideoRange = FourCC("420v");
@@ -63,10 +66,12 @@ class CVPixelBuffer {
     };
 
     // A new buffer with rows aligned to 64 bytes, contents undefined. Null for a format
-    // outside the six or a zero or oversized (above 16384 on a side) size.
+    // outside the six or a zero or oversized (above 16384 on a side) size. `separateChroma`
+    // asks for three planes where the format allows them ('420v', '420f'), else is ignored.
     static std::shared_ptr<CVPixelBuffer> create(OSType pixelFormat, std::size_t width,
-                                                 std::size_t height);
-    // Over memory that `owner` keeps alive; planes as the format's layout says.
+                                                 std::size_t height, bool separateChroma = false);
+    // Over memory that `owner` keeps alive; planes as the format's layout says (three for
+    // separate chroma).
     static std::shared_ptr<CVPixelBuffer> createWithPlanes(OSType pixelFormat, std::size_t width,
                                                            std::size_t height,
                                                            std::vector<Plane> planes,
@@ -76,6 +81,8 @@ class CVPixelBuffer {
     std::size_t width() const { return _width; }
     std::size_t height() const { return _height; }
     bool isPlanar() const { return _planes.size() > 1; }
+    // Cb and Cr in planes 1 and 2 rather than interleaved in plane 1.
+    bool hasSeparateChroma() const { return _planes.size() == 3; }
     // 0 for a non-planar buffer, as the platform counts.
     std::size_t planeCount() const { return isPlanar() ? _planes.size() : 0; }
     // Plane 0 for a non-planar buffer.
@@ -123,6 +130,10 @@ class CVPixelBufferPool : public std::enable_shared_from_this<CVPixelBufferPool>
                                                      std::optional<std::string> transfer = {},
                                                      std::optional<std::string> matrix = {});
     CVReturn createPixelBuffer(CVPixelBufferRef* out);
+    // Buffers made after this call keep Cb and Cr apart where the format allows it.
+    void setSeparateChroma(bool separate) { _separateChroma = separate; }
+    // Whether the buffers handed out have three planes.
+    bool separateChroma() const;
     OSType pixelFormatType() const { return _format; }
     std::size_t width() const { return _width; }
     std::size_t height() const { return _height; }
@@ -131,6 +142,7 @@ class CVPixelBufferPool : public std::enable_shared_from_this<CVPixelBufferPool>
     struct Shared;
     OSType _format = 0;
     std::size_t _width = 0, _height = 0;
+    bool _separateChroma = false;
     std::optional<std::string> _primaries, _transfer, _matrix;
     std::shared_ptr<Shared> _shared;
 };
@@ -169,6 +181,13 @@ inline std::size_t CVPixelBufferGetBytesPerRowOfPlane(const CVPixelBufferRef& b,
 inline OSType CVPixelBufferGetPixelFormatType(const CVPixelBufferRef& b) {
     return b->pixelFormatType();
 }
+// Whether the format may keep its chroma in two planes ('420v', '420f').
+bool CVPixelFormatAllowsSeparateChroma(OSType pixelFormat);
+// A copy of `source` with its chroma laid out as asked (the same buffer when it already is);
+// null when out of memory.
+CVPixelBufferRef CVPixelBufferCopyWithChromaLayout(const CVPixelBufferRef& source,
+                                                   bool separateChroma);
+
 inline CVReturn CVPixelBufferPoolCreatePixelBuffer(const std::shared_ptr<CVPixelBufferPool>& pool,
                                                    CVPixelBufferRef* out) {
     if (!pool) return kCVReturnInvalidArgument;

@@ -162,6 +162,12 @@ class FrameLoop {
                            CVPixelBufferGetPixelFormatType(destination)) {
             return false;
         }
+        // Chroma in pairs on one side and in two planes on the other (a decoder that gives
+        // pairs): brought to the destination's layout first.
+        if (source->hasSeparateChroma() != destination->hasSeparateChroma()) {
+            source = CVPixelBufferCopyWithChromaLayout(source, destination->hasSeparateChroma());
+            if (!source) return false;
+        }
         source->lockBaseAddress(1);
         destination->lockBaseAddress(0);
         bool drawn = true;
@@ -207,22 +213,27 @@ class FrameLoop {
                 F::form);
         }
         const std::size_t planes = CVPixelBufferGetPlaneCount(source);
+        // Two planes of chroma (Cb, Cr) are drawn each as a plane of single samples.
+        const bool separate = source->hasSeparateChroma();
         for (std::size_t p = 0; p < planes; ++p) {
             vImage_Buffer s = planeView(source, p);
             vImage_Buffer d = planeView(destination, p);
             const auto [dx, dy] = planeShift(_a, d.width);
-            if (p > 1) continue;
+            if (p > (separate ? 2 : 1)) continue;
             const bool luma = p == 0;
+            const bool pairs = !luma && !separate;
             if (_a.arrangement == VRImageArrangement::fit) {
                 if (luma) {
                     F::fillLuma(&d, _ycbcr->y);
-                } else {
+                } else if (pairs) {
                     F::fillChroma(&d, _ycbcr->cb, _ycbcr->cr);
+                } else {
+                    F::fillLuma(&d, p == 1 ? _ycbcr->cb : _ycbcr->cr);
                 }
             }
             VRFrameScaler::placeViews(s, d, _a.arrangement, luma, dx, dy,
-                                      (luma ? 1 : 2) * sizeof(typename F::Sample));
-            auto scale = luma ? F::scaleLuma : F::scaleChroma;
+                                      (pairs ? 2 : 1) * sizeof(typename F::Sample));
+            auto scale = pairs ? F::scaleChroma : F::scaleLuma;
             if (_sizedPlanes <= p) {
                 _temp.reserveFor(scale, s, d);
                 _sizedPlanes = p + 1;
@@ -270,14 +281,15 @@ bool VRFrameScaler::drawsUnchanged(const CVPixelBuffer& source, const CVPixelBuf
         return false;
     }
     const std::size_t planes =
-        source.isPlanar() ? std::min<std::size_t>(source.planeCount(), 2) : 1;
+        source.isPlanar() ? std::min<std::size_t>(source.planeCount(), 3) : 1;
     for (std::size_t p = 0; p < planes; ++p) {
         const CVPixelBuffer::Plane& plane = source.plane(p);
         // The destination's planes have the source's sizes; only the views' extents matter.
         const vImage_Buffer whole{plane.data, plane.height, plane.width, plane.rowBytes};
         vImage_Buffer s = whole, d = whole;
         const auto [dx, dy] = planeShift(arguments, plane.width);
-        const std::size_t bytesPerPixel = source.isPlanar() ? (p == 0 ? 1 : 2) : 4;
+        const std::size_t bytesPerPixel =
+            !source.isPlanar() ? 4 : (p == 0 || source.hasSeparateChroma() ? 1 : 2);
         placeViews(s, d, arguments.arrangement, source.isPlanar() && p == 0, dx, dy, bytesPerPixel);
         auto same = [](const vImage_Buffer& a, const vImage_Buffer& b) {
             return a.data == b.data && a.width == b.width && a.height == b.height;

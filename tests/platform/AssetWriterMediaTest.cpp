@@ -182,12 +182,16 @@ TEST(AssetWriterMediaTest, TranscodeKeepsTracksMatrixAndTags) {
             CVPixelBufferRef src = sample->imageBuffer();
             CVPixelBufferRef dst;
             EXPECT_EQ(CVPixelBufferPoolCreatePixelBuffer(adaptor->pixelBufferPool(), &dst), 0);
-            for (std::size_t p = 0; p < 2; ++p) {
+            // The decoder's and the pool's chroma both come as two planes (Cb, Cr).
+            EXPECT_EQ(src->planeCount(), dst->planeCount());
+            if (src->planeCount() != dst->planeCount()) return true;
+            for (std::size_t p = 0; p < src->planeCount(); ++p) {
                 vImage_Buffer s{src->baseAddressOfPlane(p), src->heightOfPlane(p),
                                 src->widthOfPlane(p), src->bytesPerRowOfPlane(p)};
                 vImage_Buffer d{dst->baseAddressOfPlane(p), dst->heightOfPlane(p),
                                 dst->widthOfPlane(p), dst->bytesPerRowOfPlane(p)};
-                auto scale = p == 0 ? vImageScale_Planar8 : vImageScale_CbCr8;
+                auto scale =
+                    p == 0 || src->hasSeparateChroma() ? vImageScale_Planar8 : vImageScale_CbCr8;
                 EXPECT_EQ(scale(&s, &d, nullptr, kvImageHighQualityResampling), kvImageNoError);
             }
             if (!adaptor->appendPixelBuffer(dst, sample->presentationTimeStamp())) return true;

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <map>
 #include <sstream>
+#include <vector>
 
 #include "model/VRSizeResolver.h"
 #include "model/VXHelperDevice.h"
@@ -193,3 +194,48 @@ TEST(VRVideoResizerOutputMedia, TracksAreInterleavedInTimeOrder) {
 }
 
 }  // namespace
+
+namespace {
+
+// Red on 8-bit video range with the 709 matrix: Y 63, Cb 102, Cr 240.
+struct Bars {
+    int y, cb, cr;
+};
+
+Bars barsOf(const std::vector<std::uint8_t>& frame, int w, int h) {
+    const int cw = w / 2, ch = h / 2;
+    return {frame[1 * w + 1], frame[w * h + cw / 2], frame[w * h + cw * ch + cw / 2]};
+}
+
+}  // namespace
+
+// The decoder's chroma comes as two planes (yuv420p) or in pairs (nv12): both are drawn to the
+// same picture, bars of the fill colour included, Cb and Cr each in its place.
+TEST(VRVideoResizerOutputMedia, EitherChromaLayoutGivesTheSamePicture) {
+    testing_support::TestHome home;
+    std::vector<std::vector<std::uint8_t>> frames;
+    for (const char* layout : {"yuv420p", "nv12"}) {
+        SCOPED_TRACE(layout);
+        const std::string source = makeMovie(
+            home, std::string(layout) + ".mkv",
+            std::string("-f lavfi -i testsrc2=size=160x90:rate=25 -t 0.2 -c:v rawvideo ") +
+                "-color_range tv -colorspace bt709 -pix_fmt " + layout);
+        ASSERT_FALSE(source.empty());
+        VRVideoResizeOptions options;
+        options.fileFormat = VRFormat::formatWithType(VRFormatTypeMP4);
+        options.imageFrame = {{6, 0}, {96, 96}};
+        options.imageArrangement = VRImageArrangement::fit;
+        options.fillColor = VRColor{1, 0, 0, 1};
+        options.bitrate = 20'000'000;
+        JobResult r = runJob(source, layout, options);
+        ASSERT_EQ(r.status, VRVideoResizeStatus::finished) << describe(r);
+        frames.push_back(video_test::rawFrame(*r.url, "yuv420p", 2));
+        ASSERT_EQ(frames.back().size(), 96u * 96 * 3 / 2);
+        const Bars bars = barsOf(frames.back(), 96, 96);
+        EXPECT_NEAR(bars.y, 63, 2);
+        EXPECT_NEAR(bars.cb, 102, 2);
+        EXPECT_NEAR(bars.cr, 240, 2);
+    }
+    ASSERT_EQ(frames.size(), 2u);
+    EXPECT_TRUE(frames[0] == frames[1]) << "the two layouts drew different pictures";
+}

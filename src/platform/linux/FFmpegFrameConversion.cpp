@@ -1,4 +1,9 @@
+#include <array>
 #include <cstring>
+
+extern "C" {
+#include <libavutil/imgutils.h>
+}
 
 #include "platform/linux/FFmpegFrameConversion.h"
 #include "platform/linux/PlaneInterleave.h"
@@ -50,6 +55,20 @@ void argbToRGBA64(const CVPixelBuffer& src, AVFrame* dst) {
     }
 }
 
+struct PlanePointers {
+    std::array<const uint8_t*, 4> data{};
+    std::array<int, 4> strides{};
+};
+
+PlanePointers planesOf(const CVPixelBuffer& buffer) {
+    PlanePointers p;
+    for (std::size_t i = 0; i < buffer.planeCount() && i < 4; ++i) {
+        p.data[i] = static_cast<const uint8_t*>(buffer.baseAddressOfPlane(i));
+        p.strides[i] = static_cast<int>(buffer.bytesPerRowOfPlane(i));
+    }
+    return p;
+}
+
 void releaseBuffer(void* opaque, uint8_t*) {
     delete static_cast<CVPixelBufferRef*>(opaque);
 }
@@ -72,12 +91,17 @@ int fillEncoderFrame(Encoder& e, AVFrame* frame, const CVPixelBufferRef& buffer)
     AVCodecContext* ctx = e.context;
     const OSType code = buffer->pixelFormatType();
     int ret = 0;
-    if (ctx->pix_fmt == AV_PIX_FMT_NV12 && isBiplanar(code) && !isTenBit(code)) {
+    const bool threePlanes = ctx->pix_fmt == AV_PIX_FMT_YUV420P ||
+                             (ctx->pix_fmt == AV_PIX_FMT_YUVJ420P && isFullRange(code));
+    const bool handOver = isBiplanar(code) && !isTenBit(code) &&
+                          ((ctx->pix_fmt == AV_PIX_FMT_NV12 && !buffer->hasSeparateChroma()) ||
+                           (threePlanes && buffer->hasSeparateChroma()));
+    if (handOver) {
         // The pixel buffer itself, kept alive by the frame.
         frame->buf[0] = av_buffer_create(static_cast<uint8_t*>(buffer->baseAddressOfPlane(0)), 1,
                                          releaseBuffer, new CVPixelBufferRef(buffer), 0);
         if (!frame->buf[0]) ret = AVERROR(ENOMEM);
-        for (int p = 0; p < 2; ++p) {
+        for (std::size_t p = 0; p < buffer->planeCount(); ++p) {
             frame->data[p] = static_cast<uint8_t*>(buffer->baseAddressOfPlane(p));
             frame->linesize[p] = static_cast<int>(buffer->bytesPerRowOfPlane(p));
         }
@@ -86,7 +110,11 @@ int fillEncoderFrame(Encoder& e, AVFrame* frame, const CVPixelBufferRef& buffer)
                       (ctx->pix_fmt == AV_PIX_FMT_YUV420P || ctx->pix_fmt == AV_PIX_FMT_YUVJ420P ||
                        ctx->pix_fmt == AV_PIX_FMT_YUV420P10LE) &&
                       isTenBit(code) == (ctx->pix_fmt == AV_PIX_FMT_YUV420P10LE);
-        if (direct) {
+        if (direct && buffer->hasSeparateChroma()) {
+            PlanePointers source = planesOf(*buffer);
+            av_image_copy(frame->data, frame->linesize, source.data.data(), source.strides.data(),
+                          AV_PIX_FMT_YUV420P, ctx->width, ctx->height);
+        } else if (direct) {
             deinterleave(*buffer, frame, isTenBit(code));
         } else {
             // Colour conversion (RGB sources, ProRes 4:4:4, JPEG from 10-bit) through swscale.
@@ -110,8 +138,10 @@ int fillEncoderFrame(Encoder& e, AVFrame* frame, const CVPixelBufferRef& buffer)
                 srcData[0] = static_cast<const uint8_t*>(buffer->baseAddress());
                 srcStride[0] = static_cast<int>(buffer->bytesPerRow());
             } else {
-                srcFormat = isTenBit(code) ? AV_PIX_FMT_P010LE : AV_PIX_FMT_NV12;
-                for (int p = 0; p < 2; ++p) {
+                srcFormat = isTenBit(code)                ? AV_PIX_FMT_P010LE
+                            : buffer->hasSeparateChroma() ? AV_PIX_FMT_YUV420P
+                                                          : AV_PIX_FMT_NV12;
+                for (std::size_t p = 0; p < buffer->planeCount(); ++p) {
                     srcData[p] = static_cast<const uint8_t*>(buffer->baseAddressOfPlane(p));
                     srcStride[p] = static_cast<int>(buffer->bytesPerRowOfPlane(p));
                 }

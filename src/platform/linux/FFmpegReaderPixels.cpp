@@ -109,7 +109,7 @@ AVPixelFormat swsTargetOf(OSType code) {
         case kCVPixelFormatType_420YpCbCr10BiPlanarVideoRange:
             return AV_PIX_FMT_P010LE;
         default:
-            return AV_PIX_FMT_NV12;
+            return AV_PIX_FMT_YUV420P;
     }
 }
 
@@ -117,19 +117,6 @@ bool isFullRangeCode(OSType code) {
     return code == kCVPixelFormatType_420YpCbCr8BiPlanarFullRange ||
            code == kCVPixelFormatType_420YpCbCr10BiPlanarFullRange ||
            code == kCVPixelFormatType_32BGRA || code == kCVPixelFormatType_64ARGB;
-}
-
-void interleave8(const AVFrame* f, const CVPixelBuffer& dst) {
-    const auto& y = dst.plane(0);
-    for (std::size_t r = 0; r < y.height; ++r) {
-        std::memcpy(y.data + r * y.rowBytes, f->data[0] + r * f->linesize[0], y.width);
-    }
-    const auto& c = dst.plane(1);
-    for (std::size_t r = 0; r < c.height; ++r) {
-        platform::interleaveChroma8(f->data[1] + r * f->linesize[1],
-                                    f->data[2] + r * f->linesize[2], c.data + r * c.rowBytes,
-                                    c.width);
-    }
 }
 
 void interleave10(const AVFrame* f, const CVPixelBuffer& dst) {
@@ -189,23 +176,26 @@ CVPixelBufferRef FrameConverter::convert(AVFrame* f, ErrorRef* error) {
     // The first frame says what the decoder gives; the header alone often does not.
     if (_code == 0) _code = chooseCode(_requested, f->format, fullRange);
     const auto w = static_cast<std::size_t>(f->width), h = static_cast<std::size_t>(f->height);
+    const bool threePlanes = f->format == AV_PIX_FMT_YUV420P || f->format == AV_PIX_FMT_YUVJ420P;
     if (native == _code && (f->format == AV_PIX_FMT_NV12 || f->format == AV_PIX_FMT_P010LE ||
-                            f->format == AV_PIX_FMT_BGRA)) {
-        // The decoder's own memory, kept alive by a reference to its frame.
+                            f->format == AV_PIX_FMT_BGRA || threePlanes)) {
+        // The decoder's own memory, kept alive by a reference to its frame: no copy between
+        // the decoder and the scaler.
         std::shared_ptr<AVFrame> owner(av_frame_clone(f), [](AVFrame* p) { av_frame_free(&p); });
         if (!owner) return nullptr;
         std::vector<CVPixelBuffer::Plane> planes;
-        if (f->format == AV_PIX_FMT_BGRA) {
-            planes.push_back({f->data[0], w, h, static_cast<std::size_t>(f->linesize[0])});
-        } else {
-            planes.push_back({f->data[0], w, h, static_cast<std::size_t>(f->linesize[0])});
+        planes.push_back({f->data[0], w, h, static_cast<std::size_t>(f->linesize[0])});
+        const int chromaPlanes = f->format == AV_PIX_FMT_BGRA ? 0 : threePlanes ? 2 : 1;
+        for (int p = 1; p <= chromaPlanes; ++p) {
             planes.push_back(
-                {f->data[1], (w + 1) / 2, (h + 1) / 2, static_cast<std::size_t>(f->linesize[1])});
+                {f->data[p], (w + 1) / 2, (h + 1) / 2, static_cast<std::size_t>(f->linesize[p])});
         }
         return CVPixelBuffer::createWithPlanes(_code, w, h, std::move(planes), owner);
     }
     if (!_pool || _pool->width() != w || _pool->height() != h) {
         _pool = CVPixelBufferPool::create(_code, w, h);
+        // Conversions write 8-bit 4:2:0 as three planes, the layout the encoders take.
+        if (_pool) _pool->setSeparateChroma(true);
         if (!_pool) {
             *error = platform::avError(AVErrorDecodeFailed,
                                        "Frames of " + std::to_string(w) + "x" + std::to_string(h) +
@@ -215,10 +205,6 @@ CVPixelBufferRef FrameConverter::convert(AVFrame* f, ErrorRef* error) {
     }
     CVPixelBufferRef out;
     if (_pool->createPixelBuffer(&out) != kCVReturnSuccess) return nullptr;
-    if (native == _code && (f->format == AV_PIX_FMT_YUV420P || f->format == AV_PIX_FMT_YUVJ420P)) {
-        interleave8(f, *out);
-        return out;
-    }
     if (native == _code && f->format == AV_PIX_FMT_YUV420P10LE) {
         interleave10(f, *out);
         return out;
@@ -251,10 +237,12 @@ CVPixelBufferRef FrameConverter::convert(AVFrame* f, ErrorRef* error) {
         reorderRGBA64(_scratch->data[0], _scratch->linesize[0], false, *out);
         return out;
     }
-    uint8_t* dst[4] = {static_cast<uint8_t*>(out->baseAddressOfPlane(0)),
-                       static_cast<uint8_t*>(out->baseAddressOfPlane(1)), nullptr, nullptr};
-    int strides[4] = {static_cast<int>(out->bytesPerRowOfPlane(0)),
-                      static_cast<int>(out->bytesPerRowOfPlane(1)), 0, 0};
+    uint8_t* dst[4] = {nullptr};
+    int strides[4] = {0};
+    for (std::size_t p = 0; p < out->planeCount(); ++p) {
+        dst[p] = static_cast<uint8_t*>(out->baseAddressOfPlane(p));
+        strides[p] = static_cast<int>(out->bytesPerRowOfPlane(p));
+    }
     if (!out->isPlanar()) {
         dst[0] = static_cast<uint8_t*>(out->baseAddress());
         strides[0] = static_cast<int>(out->bytesPerRow());

@@ -377,6 +377,8 @@ bool AVAssetWriter::startWriting() {
             in.adaptorHeight ? in.adaptorHeight : static_cast<std::size_t>(in.video->height);
         in.pool = CVPixelBufferPool::create(in.adaptorFormat, w, h, in.video->primaries,
                                             in.video->transfer, in.video->matrix);
+        // Drawn as the encoders take 8-bit 4:2:0 (and the decoders give it): three planes.
+        if (in.pool) in.pool->setSeparateChroma(true);
     }
     return true;
 }

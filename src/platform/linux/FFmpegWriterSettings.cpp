@@ -22,11 +22,12 @@ constexpr Container kContainers[] = {
     {AVMovieContainer::threeGPP2, "3g2"},
 };
 
-// H.264 is fed NV12 as it comes from a biplanar buffer; 4:4:4 for odd sides, which the
+// 8-bit 4:2:0 goes in as three planes, the layout the pipeline's buffers keep from the
+// decoder on, so that the encoder takes the drawn frame itself; 4:4:4 for odd sides, which the
 // encoder pads to whole blocks and crops back to the exact size in the header. ProRes 4444
 // and JPEG take one format whatever the input.
 constexpr Encoding kEncodings[] = {
-    {AVVideoCodec::h264, "libx264", AV_PIX_FMT_YUV420P, AV_PIX_FMT_NV12, AV_PIX_FMT_YUV420P,
+    {AVVideoCodec::h264, "libx264", AV_PIX_FMT_YUV420P, AV_PIX_FMT_YUV420P, AV_PIX_FMT_YUV420P,
      AV_PIX_FMT_YUV444P, AV_PIX_FMT_YUV444P, false},
     {AVVideoCodec::hevc, "libx265", AV_PIX_FMT_YUV420P, AV_PIX_FMT_YUV420P, AV_PIX_FMT_YUV420P10LE,
      AV_PIX_FMT_YUV444P, AV_PIX_FMT_YUV444P10LE, false},
