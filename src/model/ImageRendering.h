@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <utility>
 
 #include "model/VRColor.h"
 #include "model/VRImageArrangement.h"
@@ -40,10 +41,44 @@ std::optional<platform::Bitmap> VRRenderCGImage(
 // the context takes the source's depth, colour space and byte order, with the alpha part of
 // VRSourceAlphaInfo; when that layout is refused, or without `useSource`, 8-bit device RGB
 // with the alpha part of VRDeviceAlphaInfo. Null when neither can be made.
-std::unique_ptr<platform::BitmapContext> VRCreateBitmapContext(const platform::Bitmap& source,
-                                                               bool useSource, bool translucent,
-                                                               std::size_t width,
-                                                               std::size_t height);
+// A `rowCount` above 0 makes a context of those rows only (BitmapContext::createStrip).
+std::unique_ptr<platform::BitmapContext> VRCreateBitmapContext(
+    const platform::Bitmap& source, bool useSource, bool translucent, std::size_t width,
+    std::size_t height, std::size_t firstRow = 0, std::size_t rowCount = 0);
+
+// VRRenderCGImage strip by strip: the same pixels, drawn a band of output rows at a time from
+// a band of source rows, so that neither picture is ever whole in memory. Only drawings whose
+// source rows run with the output's (no quarter turn, not upside down, no extra angle) go this
+// way; make() gives null for the others and wherever VRRenderCGImage would draw nothing.
+// `shape` is the source's size, layout and colour space; a strip of it without rows will do.
+class VRStripRendering {
+  public:
+    static std::unique_ptr<VRStripRendering> make(const platform::Bitmap& shape,
+                                                  std::int64_t orientation,
+                                                  platform::CGInterpolationQuality quality,
+                                                  const std::optional<VRColor>& fillColor,
+                                                  VRImageArrangementBits arrangement, double k,
+                                                  CGRect crop, CGSize target, CGPoint displacement);
+    ~VRStripRendering();
+    // The output's size.
+    std::size_t width() const;
+    std::size_t height() const;
+    // Starts output rows [y0, y1), top first, and returns the source rows [first, end) that
+    // drawRows needs for them ({0, 0}: none).
+    std::pair<std::size_t, std::size_t> beginRows(std::size_t y0, std::size_t y1);
+    // Draws the rows begun from `source`, the whole picture or a strip holding at least the
+    // rows that beginRows named; the result is a strip of the output. Null, with the reason in
+    // `error`, when the resampler fails.
+    std::optional<platform::Bitmap> drawRows(const platform::Bitmap& source,
+                                             platform::ErrorRef* error = nullptr);
+
+  private:
+    struct Plan;
+    VRStripRendering();
+    std::unique_ptr<Plan> _plan;
+    platform::Bitmap _shape;
+    std::unique_ptr<platform::BitmapContext> _context;
+};
 
 // The alpha tables of VRCreateBitmapContext. Straight alpha becomes premultiplied because a
 // drawing context can't hold it; a translucent fill needs an alpha sample.

@@ -12,10 +12,9 @@ std::int64_t VRExifOrientationForImageOrientation(std::int64_t imageOrientation)
     return imageOrientation >= 0 && imageOrientation <= 7 ? kTable[imageOrientation] : 1;
 }
 
-bool VRWriteImageFile(const Bitmap& image, std::int64_t imageOrientation, const VRFormat& format,
-                      const std::string& path, const std::optional<PlistDictionary>& properties,
-                      ErrorRef* error) {
-    const std::string type = format.UTI();
+PlistDictionary VRImageFileProperties(const Bitmap& image, std::int64_t imageOrientation,
+                                      const VRFormat& format,
+                                      const std::optional<PlistDictionary>& properties) {
     const CGImageAlphaInfo alpha = image.alphaInfo();
     const bool hasAlpha = alpha == kCGImageAlphaPremultipliedLast ||
                           alpha == kCGImageAlphaPremultipliedFirst || alpha == kCGImageAlphaLast ||
@@ -24,6 +23,15 @@ bool VRWriteImageFile(const Bitmap& image, std::int64_t imageOrientation, const 
     merged[kCGImagePropertyOrientation] = VRExifOrientationForImageOrientation(imageOrientation);
     merged[kCGImagePropertyHasAlpha] = hasAlpha;
     merged[kCGImageDestinationLossyCompressionQuality] = static_cast<double>(format.compression());
+    return merged;
+}
+
+bool VRWriteImageFile(const Bitmap& image, std::int64_t imageOrientation, const VRFormat& format,
+                      const std::string& path, const std::optional<PlistDictionary>& properties,
+                      ErrorRef* error) {
+    const std::string type = format.UTI();
+    const PlistDictionary merged =
+        VRImageFileProperties(image, imageOrientation, format, properties);
 
     if (FileManager::fileExistsAtPath(path)) FileManager::removeItemAtPath(path);
     auto destination = ImageDestination::createWithURL(path, type, 1, error);

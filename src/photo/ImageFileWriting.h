@@ -15,6 +15,11 @@
 // 1 -> 3, 2 -> 8, 3 -> 6, 4 -> 2, 5 -> 4, 6 -> 5, 7 -> 7.
 std::int64_t VRExifOrientationForImageOrientation(std::int64_t imageOrientation);
 
+// The properties VRWriteImageFile gives the destination for `image`.
+platform::PlistDictionary VRImageFileProperties(
+    const platform::Bitmap& image, std::int64_t imageOrientation, const VRFormat& format,
+    const std::optional<platform::PlistDictionary>& properties);
+
 // VRWriteImageFile. The properties are the metadata (when given) with "Orientation",
 // "HasAlpha" (the bitmap's alpha part is 1, 2, 3, 4 or 7) and the lossy compression quality
 // (the format's compression, whatever the type) written over them. Any file at `path` is

@@ -2,6 +2,7 @@
 
 #include "model/VROrientation.h"
 #include "photo/VRImageProcessor.h"
+#include "platform/ImageRowReader.h"
 #include "platform/ImageSource.h"
 #include "platform/Log.h"
 
@@ -63,6 +64,25 @@ std::uint32_t VRImage::decodeReduced(std::uint32_t denominator) const {
         return d;
     }
     return 1;
+}
+
+std::unique_ptr<platform::ImageRowReader> VRImage::rowReader(std::uint32_t denominator,
+                                                             std::uint32_t* taken) const {
+    if (_bitmap || !_source) return nullptr;
+    std::uint32_t d = denominator;
+    while (d >= 2 && !_source->canDecodeReduced(d)) d /= 2;
+    if (d < 2) d = 1;
+    platform::ErrorRef error;
+    auto reader = platform::ImageRowReader::create(_source, d, &error);
+    if (!reader) {
+        if (error)
+            platform::logf("~~ IMAGE: no row reader: %s", error->localizedDescription().c_str());
+        return nullptr;
+    }
+    if (d > 1) platform::logf("~~ IMAGE: decoding at 1/%u of its size", d);
+    if (taken) *taken = d;
+    _source.reset();
+    return reader;
 }
 
 CGSize VRImage::size() const {

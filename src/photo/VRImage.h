@@ -13,6 +13,7 @@
 
 namespace platform {
 class ImageSource;
+class ImageRowReader;
 }
 
 class VRImage {
@@ -31,6 +32,13 @@ class VRImage {
     // canDecodeReduced), and returns the reduction taken; 1 (and nothing decoded) where there
     // is none or the pixels are already there. size() and pixelSize() keep the whole picture's.
     std::uint32_t decodeReduced(std::uint32_t denominator) const;
+    // Before the first cgImage(): a reader of the pixels a band of rows at a time, at
+    // 1/`denominator` of each side or the next smaller reduction the source decodes exactly,
+    // with the reduction taken. The image then gives its encoded bytes over to the reader.
+    // Null (and the image left as it was) where the pixels are there or the format has no
+    // row reader.
+    std::unique_ptr<platform::ImageRowReader> rowReader(std::uint32_t denominator,
+                                                        std::uint32_t* taken = nullptr) const;
     double scale() const { return _scale; }
     std::int64_t imageOrientation() const { return _orientation; }
     // The displayed size in points: the stored size, sides exchanged for the quarter-turn

@@ -5,8 +5,10 @@
 #include "model/VRSizeResolver.h"
 #include "photo/ImageFileWriting.h"
 #include "photo/ShrinkOnLoad.h"
+#include "photo/StreamedPhotoWriting.h"
 #include "photo/VRImage.h"
 #include "photo/VRImageProcessor.h"
+#include "platform/FileManager.h"
 #include "platform/ImageSource.h"
 #include "platform/Log.h"
 #include "storage/VXHelperFiles.h"
@@ -43,16 +45,15 @@ VRResolveRequest requestFor(const VRPhotoJob& job, const VRImage* image,
     return request;
 }
 
-// Decodes a large reduction at a fraction of its size where the source allows; the drawing
-// then scales the smaller bitmap to the same frame, with the same filter.
-void decodeForOutput(const VRImage& image, const VRResolvedOutput& output) {
+// How far a large reduction is decoded at a fraction of its size where the source allows; the
+// drawing then scales the smaller bitmap to the same frame, with the same filter.
+std::uint32_t shrinkDenominator(const VRImage& image, const VRResolvedOutput& output) {
     const auto turned = [](CGSize s, bool odd) { return odd ? CGSize{s.height, s.width} : s; };
     const CGSize stored = turned(
         image.pixelSize(),
         VROrientation::orientationWithImageOrientation(image.imageOrientation()).isRotated());
     const CGSize drawn = turned(output.pictureSize, output.drawingOrientation.isRotated());
-    const std::uint32_t denominator = VRShrinkOnLoadDenominator(stored, drawn);
-    if (denominator > 1) image.decodeReduced(denominator);
+    return VRShrinkOnLoadDenominator(stored, drawn);
 }
 
 }  // namespace
@@ -77,13 +78,23 @@ void VRPhotoJob::processImageData(std::optional<std::vector<std::uint8_t>> data,
     if (host->_isProcessingStartTimeInvalid(startTime))
         return completion(std::nullopt, mediaType, std::nullopt, nullptr);
 
+    if (image) {
+        // Where the drawing and the formats allow, the picture is drawn and written in strips.
+        auto streamed = VRStreamedPhoto::make(*image, output.drawingOrientation.imageOrientation(),
+                                              output.fillColor, output.drawingArrangement,
+                                              output.imageFrame.size, output.imageFrame.origin,
+                                              shrinkDenominator(*image, output), output.format);
+        if (streamed) return writeStreamed(*streamed, std::move(metadata), filename, output);
+    }
+
     VRImageRef drawn;
     {
         // The decoded source lives only in this scope.
         std::optional<platform::Bitmap> bitmap;
         platform::ErrorRef drawError;
         if (image) {
-            decodeForOutput(*image, output);
+            const std::uint32_t denominator = shrinkDenominator(*image, output);
+            if (denominator > 1) image->decodeReduced(denominator);
             const std::int64_t orientation = output.drawingOrientation.imageOrientation();
             bitmap = VRRenderCGImage(image->cgImage(), orientation, platform::kCGInterpolationHigh,
                                      output.fillColor, output.drawingArrangement, image->scale(), 0,
@@ -114,6 +125,35 @@ void VRPhotoJob::processImageData(std::optional<std::vector<std::uint8_t>> data,
         platform::logf("~~ PHOTO: writing %s failed: %s", path.c_str(),
                        error ? error->description().c_str() : "no image");
         // The writer's own error goes along, so that the words can name the cause.
+        return completion(
+            std::nullopt, mediaType, std::nullopt,
+            error ? VRError::errorWithCodeUnderlyingErrors(VRErrorCode::saveFailed, {error})
+                  : VRError::errorWithCode(VRErrorCode::saveFailed));
+    }
+    VXHelper::excludeURLFromBackup(path);
+    completion(path, mediaType, output.outputSize, nullptr);
+}
+
+void VRPhotoJob::writeStreamed(VRStreamedPhoto& streamed,
+                               std::optional<platform::PlistDictionary> metadata,
+                               const std::string& filename, const VRResolvedOutput& output) const {
+    const auto mediaType = VRFormatMediaTypePhoto;
+    VRUpdatePhotoMetadata(metadata, output.format.type(), creationDate, streamed.pixelSize(),
+                          settings.metadata, platform::PlistDate::now());
+    const std::string path = VXHelper::pathWithFilename(filename, output.format.extension());
+    platform::ErrorRef error;
+    const auto stale = [this] { return host->_isProcessingStartTimeInvalid(startTime); };
+    const auto outcome = streamed.write(path, metadata, stale, &error);
+    if (outcome == VRStreamedPhoto::Outcome::written && stale()) {
+        // Cancelled while the last rows were written: the new file goes again.
+        platform::FileManager::removeItemAtPath(path);
+        return completion(std::nullopt, mediaType, std::nullopt, nullptr);
+    }
+    if (outcome == VRStreamedPhoto::Outcome::cancelled)
+        return completion(std::nullopt, mediaType, std::nullopt, nullptr);
+    if (outcome == VRStreamedPhoto::Outcome::failed) {
+        platform::logf("~~ PHOTO: writing %s failed: %s", path.c_str(),
+                       error ? error->description().c_str() : "no image");
         return completion(
             std::nullopt, mediaType, std::nullopt,
             error ? VRError::errorWithCodeUnderlyingErrors(VRErrorCode::saveFailed, {error})

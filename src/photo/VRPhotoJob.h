@@ -20,6 +20,9 @@
 #include "platform/PlistValue.h"
 #include "templates/VXTemplate.h"
 
+class VRStreamedPhoto;
+struct VRResolvedOutput;
+
 // The end of one stage, on the thread of the stage: the written file, the media type (1
 // photo, 2 video), the output size, the error. All empty for a stale run.
 using VRStageCompletion =
@@ -71,4 +74,8 @@ struct VRPhotoJob {
     // at all when the run became stale at either checkpoint (before drawing, before writing).
     void processImageData(std::optional<std::vector<std::uint8_t>> data,
                           const std::string& typeIdentifier) const;
+
+  private:
+    void writeStreamed(VRStreamedPhoto& streamed, std::optional<platform::PlistDictionary> metadata,
+                       const std::string& filename, const VRResolvedOutput& output) const;
 };

@@ -53,11 +53,31 @@ Bitmap::Bitmap(std::size_t width, std::size_t height, PixelLayout layout, ColorS
     : _width(width),
       _height(height),
       _layout(layout),
+      _rowCount(height),
       _colorSpace(std::make_shared<const ColorSpace>(std::move(colorSpace))) {
     std::size_t minimum = width * static_cast<std::size_t>(layout.bytesPerPixel());
     _bytesPerRow = bytesPerRow >= minimum ? bytesPerRow : minimum;
     if (pixels.size() < _bytesPerRow * height) pixels.resize(_bytesPerRow * height, 0);
     _pixels = std::make_shared<std::vector<std::uint8_t>>(std::move(pixels));
+}
+
+Bitmap Bitmap::strip(std::size_t width, std::size_t height, PixelLayout layout,
+                     std::shared_ptr<const ColorSpace> colorSpace, std::size_t firstRow,
+                     std::size_t rowCount, std::shared_ptr<std::vector<std::uint8_t>> pixels,
+                     std::size_t bytesPerRow) {
+    Bitmap b;
+    b._width = width;
+    b._height = height;
+    b._layout = layout;
+    b._bytesPerRow =
+        std::max(bytesPerRow, width * static_cast<std::size_t>(layout.bytesPerPixel()));
+    b._firstRow = std::min(firstRow, height);
+    b._rowCount = std::min(rowCount, height - b._firstRow);
+    if (colorSpace) b._colorSpace = std::move(colorSpace);
+    b._pixels = pixels ? std::move(pixels) : std::make_shared<std::vector<std::uint8_t>>();
+    if (b._pixels->size() < b._bytesPerRow * b._rowCount)
+        b._pixels->resize(b._bytesPerRow * b._rowCount, 0);
+    return b;
 }
 
 std::uint32_t Bitmap::bitmapInfoForLayout(const PixelLayout& layout) {

@@ -61,6 +61,14 @@ class Bitmap {
     Bitmap(std::size_t width, std::size_t height, PixelLayout layout, ColorSpace colorSpace,
            std::vector<std::uint8_t> pixels = {}, std::size_t bytesPerRow = 0);
 
+    // A strip of a taller picture, for pixels that stream through in bands of rows: the
+    // picture is width x height, and only rows [firstRow, firstRow + rowCount) are held, in
+    // `pixels` (shared, rows of `bytesPerRow`). row(y) counts rows of the whole picture.
+    static Bitmap strip(std::size_t width, std::size_t height, PixelLayout layout,
+                        std::shared_ptr<const ColorSpace> colorSpace, std::size_t firstRow,
+                        std::size_t rowCount, std::shared_ptr<std::vector<std::uint8_t>> pixels,
+                        std::size_t bytesPerRow);
+
     bool isNull() const { return _width == 0 || _height == 0; }
     std::size_t width() const { return _width; }
     std::size_t height() const { return _height; }
@@ -72,7 +80,12 @@ class Bitmap {
     std::uint32_t bitmapInfo() const;
     const ColorSpace& colorSpace() const { return *_colorSpace; }
     const std::uint8_t* data() const { return _pixels ? _pixels->data() : nullptr; }
-    const std::uint8_t* row(std::size_t y) const { return data() + y * _bytesPerRow; }
+    // Row y of the picture; of a strip, only its own rows may be asked for.
+    const std::uint8_t* row(std::size_t y) const { return data() + (y - _firstRow) * _bytesPerRow; }
+    // The rows held: all of them, except in a strip.
+    std::size_t firstRow() const { return _firstRow; }
+    std::size_t rowCount() const { return _rowCount; }
+    std::shared_ptr<const ColorSpace> sharedColorSpace() const { return _colorSpace; }
 
     // Helpers for tests and encoders: one pixel as 16-bit samples scaled to 0..65535, in the
     // order R, G, B, A (grey repeated; A = 65535 when the layout has no alpha). Premultiplied
@@ -91,6 +104,8 @@ class Bitmap {
     std::size_t _height = 0;
     PixelLayout _layout;
     std::size_t _bytesPerRow = 0;
+    std::size_t _firstRow = 0;
+    std::size_t _rowCount = 0;
     std::shared_ptr<const ColorSpace> _colorSpace = std::make_shared<ColorSpace>();
     std::shared_ptr<std::vector<std::uint8_t>> _pixels;
 };

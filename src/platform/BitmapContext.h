@@ -18,6 +18,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "platform/Bitmap.h"
@@ -53,6 +54,28 @@ class BitmapContext {
                                                  const ColorSpace& colorSpace,
                                                  std::uint32_t bitmapInfo,
                                                  ErrorRef* error = nullptr);
+
+    // A context over rows [firstRow, firstRow + rowCount) of a width x height picture: the
+    // drawing model is the whole picture's, and the pixels of its own rows come out exactly as
+    // a context of the whole picture would draw them. Streamed drawing uses it, strip by strip.
+    static std::unique_ptr<BitmapContext> createStrip(std::size_t width, std::size_t height,
+                                                      std::size_t bitsPerComponent,
+                                                      const ColorSpace& colorSpace,
+                                                      std::uint32_t bitmapInfo,
+                                                      std::size_t firstRow, std::size_t rowCount,
+                                                      ErrorRef* error = nullptr);
+    // Moves a context to other rows of its picture (clamped to it), all cleared as a new
+    // context's are; the drawing state stays. An earlier snapshot keeps its own pixels.
+    void moveToRows(std::size_t firstRow, std::size_t rowCount);
+    // The rows held: [firstRow, firstRow + rowCount) of the picture's height().
+    std::size_t firstRow() const { return _bitmap.firstRow(); }
+    std::size_t rowCount() const { return _bitmap.rowCount(); }
+
+    // The source rows [first, end) that drawImage(rect, image) reads to draw this context's
+    // rows under the current state: {0, 0} when it would draw none of them, and all rows of
+    // the image for a draw that doesn't run with the rows (a turn or an upside-down draw).
+    // The image may then be a strip holding those rows only (Bitmap::strip).
+    std::pair<std::size_t, std::size_t> sourceRowsForDraw(CGRect rect, const Bitmap& image) const;
 
     // The bands of output rows that every scaled draw of the process runs as, each on a thread
     // of its own: 0 (the default) for one per core on large draws, 1 for one pass over the
@@ -110,6 +133,7 @@ class BitmapContext {
     };
     BitmapContext() = default;
     std::uint8_t* mutablePixels();
+    std::size_t rowsEnd() const { return _bitmap.firstRow() + _bitmap.rowCount(); }
     void fillDeviceRect(const CGRect& userRect, const std::vector<std::uint16_t>& premultiplied,
                         bool replace);
 

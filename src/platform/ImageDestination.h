@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -45,6 +46,16 @@ class ImageDestination {
     // bits is not written). The image's ICC profile is embedded where the format allows.
     void addImage(const Bitmap& image, const PlistDictionary& properties);
 
+    // Whether addImageRows can write files of this type: JPEG and PNG.
+    static bool canWriteRows(const std::string& type);
+    // As addImage, for a picture whose rows arrive while finalize() encodes them: `shape` gives
+    // its size, layout and colour space (a strip without rows will do), and `rows` the bitmap
+    // that holds row y, asked for top to bottom on finalize's thread; null there stops the
+    // encode, which then fails and leaves no file. Types without canWriteRows fail at
+    // finalize.
+    void addImageRows(const Bitmap& shape, std::function<const Bitmap*(std::size_t)> rows,
+                      const PlistDictionary& properties);
+
     // CGImageDestinationFinalize: encodes and renames into place. On failure (no image added,
     // encoder failure, full disk) returns false with an error and leaves no file behind; an
     // existing file at the path is then left untouched.
@@ -57,6 +68,7 @@ class ImageDestination {
     std::string _path;
     std::string _type;
     std::optional<Bitmap> _image;
+    std::function<const Bitmap*(std::size_t)> _rows;
     PlistDictionary _properties;
     bool _finalized = false;
 };

@@ -245,7 +245,7 @@ struct Band {
         const DestAccess& dest = draw.dest;
         std::size_t y = Y0 + i;
         double wy = coverage(static_cast<double>(y), draw.cover.y0, draw.cover.y1);
-        std::uint8_t* row = dest.base + y * dest.stride;
+        std::uint8_t* row = dest.row(y);
         const auto* r = static_cast<const Sample*>(outRow(0, i));
         const auto* g = draw.planes == 3 ? static_cast<const Sample*>(outRow(1, i)) : r;
         const auto* b = draw.planes == 3 ? static_cast<const Sample*>(outRow(2, i)) : r;

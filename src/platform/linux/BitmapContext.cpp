@@ -73,7 +73,8 @@ DestAccess destAccess(std::uint8_t* base, const Bitmap& b) {
             l.colorOffset(),
             l.alphaOffset(),
             l.bitsPerComponent == 16,
-            skip};
+            skip,
+            b.firstRow()};
 }
 
 struct TransformDeleter {
@@ -110,6 +111,15 @@ std::unique_ptr<BitmapContext> BitmapContext::create(std::size_t width, std::siz
                                                      std::size_t bitsPerComponent,
                                                      const ColorSpace& colorSpace,
                                                      std::uint32_t bitmapInfo, ErrorRef* error) {
+    return createStrip(width, height, bitsPerComponent, colorSpace, bitmapInfo, 0, height, error);
+}
+
+std::unique_ptr<BitmapContext> BitmapContext::createStrip(std::size_t width, std::size_t height,
+                                                          std::size_t bitsPerComponent,
+                                                          const ColorSpace& colorSpace,
+                                                          std::uint32_t bitmapInfo,
+                                                          std::size_t firstRow,
+                                                          std::size_t rowCount, ErrorRef* error) {
     auto refuse = [&](const std::string& why) -> std::unique_ptr<BitmapContext> {
         if (error) *error = contextError("Bitmap context refused: " + why);
         return nullptr;
@@ -140,19 +150,30 @@ std::unique_ptr<BitmapContext> BitmapContext::create(std::size_t width, std::siz
     if (order != kCGBitmapByteOrderDefault &&
         order != (Bitmap::bitmapInfoForLayout(layout) & kCGBitmapByteOrderMask))
         return refuse("byte order " + std::to_string(order));
+    if (firstRow >= height || rowCount == 0) return refuse("no rows of the picture in the strip");
     std::unique_ptr<BitmapContext> context(new BitmapContext());
-    context->_bitmap = Bitmap(width, height, layout, colorSpace,
-                              pixelMemory(width * height * layout.bytesPerPixel()));
+    context->_bitmap = Bitmap(width, height, layout, colorSpace, {}, 0);
+    context->_bitmap._pixels.reset();
     context->_state.clip = {{0, 0}, {static_cast<double>(width), static_cast<double>(height)}};
+    context->moveToRows(firstRow, rowCount);
+    return context;
+}
+
+void BitmapContext::moveToRows(std::size_t firstRow, std::size_t rowCount) {
+    const std::size_t first = std::min(firstRow, _bitmap._height - 1);
+    const std::size_t rows = std::clamp<std::size_t>(rowCount, 1, _bitmap._height - first);
+    const PixelLayout layout = _bitmap.layout();
+    const std::size_t stride = _bitmap._width * layout.bytesPerPixel();
+    _bitmap = Bitmap::strip(
+        _bitmap._width, _bitmap._height, layout, _bitmap._colorSpace, first, rows,
+        std::make_shared<std::vector<std::uint8_t>>(pixelMemory(stride * rows)), stride);
     if (!layout.hasAlpha() && layout.hasExtraSample()) {
         // Skip samples read as full, so that an untouched opaque context is opaque black.
-        DestAccess dest = destAccess(context->mutablePixels(), context->_bitmap);
+        DestAccess dest = destAccess(mutablePixels(), _bitmap);
         std::uint8_t black[8] = {};
         dest.clear(black);
-        for (std::size_t y = 0; y < height; ++y)
-            fillPixels(dest.base + y * dest.stride, black, dest.bpp, width);
+        fillPixels(dest.base, black, dest.bpp, _bitmap._width * rows);
     }
-    return context;
 }
 
 BitmapContext::~BitmapContext() = default;
@@ -222,8 +243,9 @@ void BitmapContext::fillDeviceRect(const CGRect& userRect,
     Box cover{area.x0, H - area.y1, area.x1, H - area.y0};
     std::size_t X0 = static_cast<std::size_t>(std::floor(cover.x0));
     std::size_t X1 = std::min(width(), static_cast<std::size_t>(std::ceil(cover.x1)));
-    std::size_t Y0 = static_cast<std::size_t>(std::floor(cover.y0));
-    std::size_t Y1 = std::min(height(), static_cast<std::size_t>(std::ceil(cover.y1)));
+    std::size_t Y0 = std::max(_bitmap.firstRow(), static_cast<std::size_t>(std::floor(cover.y0)));
+    std::size_t Y1 = std::min(rowsEnd(), static_cast<std::size_t>(std::ceil(cover.y1)));
+    if (Y1 <= Y0) return;
     CGAffineTransform inverse{};
     if (!aligned) {
         const auto& t = _state.ctm;
@@ -249,7 +271,7 @@ void BitmapContext::fillDeviceRect(const CGRect& userRect,
     const std::size_t inner1 =
         std::max(inner0, std::min(X1, static_cast<std::size_t>(std::floor(cover.x1))));
     for (std::size_t y = Y0; y < Y1; ++y) {
-        std::uint8_t* row = dest.base + y * dest.stride;
+        std::uint8_t* row = dest.row(y);
         double wy = coverage(static_cast<double>(y), cover.y0, cover.y1);
         bool solidRow = solidKnown && wy >= 1;
         if (solidRow) fillPixels(row + inner0 * dest.bpp, solid, dest.bpp, inner1 - inner0);
@@ -346,8 +368,8 @@ bool BitmapContext::drawImage(CGRect userRect, const Bitmap& image, ErrorRef* er
         DestAccess dest = destAccess(mutablePixels(), _bitmap);
         std::size_t X0 = static_cast<std::size_t>(std::floor(box.x0));
         std::size_t X1 = std::min(width(), static_cast<std::size_t>(std::ceil(box.x1)));
-        std::size_t Y0 = static_cast<std::size_t>(std::floor(box.y0));
-        std::size_t Y1 = std::min(height(), static_cast<std::size_t>(std::ceil(box.y1)));
+        std::size_t Y0 = std::max(_bitmap.firstRow(), static_cast<std::size_t>(std::floor(box.y0)));
+        std::size_t Y1 = std::min(rowsEnd(), static_cast<std::size_t>(std::ceil(box.y1)));
         std::uint16_t s[4][4];
         for (std::size_t y = Y0; y < Y1; ++y)
             for (std::size_t x = X0; x < X1; ++x) {
@@ -374,8 +396,7 @@ bool BitmapContext::drawImage(CGRect userRect, const Bitmap& image, ErrorRef* er
                 auto q = [](double v) {
                     return static_cast<std::uint32_t>(std::lround(std::clamp(v, 0.0, 65535.0)));
                 };
-                dest.blend(dest.base + y * dest.stride + x * dest.bpp, q(acc[0]), q(acc[1]),
-                           q(acc[2]), q(acc[3]));
+                dest.blend(dest.row(y) + x * dest.bpp, q(acc[0]), q(acc[1]), q(acc[2]), q(acc[3]));
             }
         return true;
     }
@@ -400,6 +421,9 @@ bool BitmapContext::drawImage(CGRect userRect, const Bitmap& image, ErrorRef* er
     d.Y0 = static_cast<std::size_t>(std::max(0.0, std::floor(d.cover.y0)));
     d.X1 = std::min(width(), static_cast<std::size_t>(std::ceil(d.cover.x1)));
     d.Y1 = std::min(height(), static_cast<std::size_t>(std::ceil(d.cover.y1)));
+    // A strip draws its own rows only; every row is drawn as the whole picture draws it.
+    d.Y0 = std::max(d.Y0, _bitmap.firstRow());
+    d.Y1 = std::min(d.Y1, rowsEnd());
     if (d.X1 <= d.X0 || d.Y1 <= d.Y0) return true;
     const PixelLayout& src = image.layout();
     const PixelLayout& dst = _bitmap.layout();
@@ -417,6 +441,35 @@ bool BitmapContext::drawImage(CGRect userRect, const Bitmap& image, ErrorRef* er
     logf("~~ IMAGE: drawing failed: %s", why.c_str());
     if (error) *error = contextError("The picture could not be drawn: " + why);
     return false;
+}
+
+std::pair<std::size_t, std::size_t> BitmapContext::sourceRowsForDraw(CGRect userRect,
+                                                                     const Bitmap& image) const {
+    const std::pair<std::size_t, std::size_t> all{0, image.height()};
+    const CGRect rect = standardized(userRect);
+    if (image.isNull() || !(rect.size.width > 0) || !(rect.size.height > 0)) return {0, 0};
+    const double Hs = static_cast<double>(image.height()), Hc = static_cast<double>(height());
+    const auto& t = _state.ctm;
+    const double sx = rect.size.width / static_cast<double>(image.width());
+    const double sy = rect.size.height / Hs;
+    const double top = rect.origin.y + rect.size.height;
+    const double m00 = t.a * sx, m01 = -t.c * sy, m10 = -t.b * sx, m11 = t.d * sy;
+    const double m12 = Hc - (t.b * rect.origin.x + t.d * top + t.ty);
+    // Only an upright draw reads its source rows in the order of its own rows.
+    if (!isAxisAligned(CGAffineTransform{m00, m10, m01, m11, 0, 0}) ||
+        std::fabs(m00) <= kEpsilon * std::max(std::fabs(m01), std::fabs(m10)) || m11 <= 0)
+        return all;
+    const double clipTop = std::max(0.0, Hc - (_state.clip.origin.y + _state.clip.size.height));
+    const double clipBottom = std::min(Hc, Hc - _state.clip.origin.y);
+    const double y0 = std::max({m12, clipTop, static_cast<double>(_bitmap.firstRow())});
+    const double y1 = std::min({m12 + m11 * Hs, clipBottom, static_cast<double>(rowsEnd())});
+    if (!(y1 > y0)) return {0, 0};
+    // The filter's reach (three lobes at most) widened by the reduction, and a margin beyond
+    // what each band of the draw cuts for itself.
+    const double margin = std::ceil(3 * std::max(1.0, 1.0 / m11)) + 4;
+    const double lo = std::clamp(std::floor((std::floor(y0) - m12) / m11 - margin), 0.0, Hs - 1);
+    const double hi = std::clamp(std::ceil((std::ceil(y1) - m12) / m11 + margin), lo + 1, Hs);
+    return {static_cast<std::size_t>(lo), static_cast<std::size_t>(hi)};
 }
 
 void BitmapContext::setDrawingBands(std::size_t bands) {

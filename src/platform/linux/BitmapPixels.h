@@ -36,7 +36,10 @@ struct DestAccess {
     PixelLayout layout;
     int bpp, c0, a;
     bool deep;
-    int skip;  // index of the skip sample of an opaque layout, or -1
+    int skip;                  // index of the skip sample of an opaque layout, or -1
+    std::size_t firstRow = 0;  // the picture's row that `base` holds (a strip's first)
+
+    std::uint8_t* row(std::size_t y) const { return base + (y - firstRow) * stride; }
 
     std::uint32_t get(const std::uint8_t* px, int index) const {
         if (deep) {

@@ -20,9 +20,9 @@ const std::vector<ImageCodec>& table() {
     // format {type, name, extensions, sniff, {depth, alpha, lossy, frames, metadata}}, readers,
     // writers, frame counter, encoder check, metadata route, listed writer
     {{"public.jpeg", "JPEG", {"jpg", "jpeg", "jpe", "jfif"}, jpegSniff, {8, false, true, false, kAllFamilies}},
-     jpegReadInfo, jpegDecode, jpegEncode, nullptr, nullptr, nullptr, MetadataRoute::Exiv2File, true},
+     jpegReadInfo, jpegDecode, jpegEncode, nullptr, nullptr, nullptr, MetadataRoute::Exiv2File, true, true},
     {{"public.png", "PNG", {"png"}, pngSniff, {16, true, false, false, kAllFamilies}},
-     pngReadInfo, pngDecode, pngEncode, nullptr, nullptr, nullptr, MetadataRoute::Exiv2File, true},
+     pngReadInfo, pngDecode, pngEncode, nullptr, nullptr, nullptr, MetadataRoute::Exiv2File, true, true},
     {{"public.tiff", "TIFF", {"tif", "tiff"}, tiffSniff, {16, true, false, true, kAllFamilies}},
      tiffReadInfo, tiffDecode, nullptr, tiffEncode, nullptr, nullptr, MetadataRoute::Exiv2File, true},
     {{"com.compuserve.gif", "GIF", {"gif"}, gifSniff, {8, true, false, true, kImageMetadataNone}},

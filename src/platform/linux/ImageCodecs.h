@@ -7,6 +7,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -36,6 +38,10 @@ struct ImageInfo {
     bool orientationApplied = false;
 };
 
+// Rows that arrive while an encoder runs: the bitmap that holds row `y` (the whole picture or
+// a strip of it), asked for top to bottom; null when no more rows come (the encode then fails).
+using RowSupply = std::function<const Bitmap*(std::size_t y)>;
+
 // What the writers need beyond the pixels.
 struct EncodeOptions {
     double quality = 1.0;  // 0..1
@@ -44,9 +50,23 @@ struct EncodeOptions {
     const PlistDictionary* properties = nullptr;  // the whole dictionary given to the destination
     std::vector<std::uint8_t> exif;               // for encoders that embed EXIF themselves
     std::string xmp;
+    // When set, the writer reads its rows from here, and the image it is given holds only the
+    // picture's size, layout and colour space. Only codecs with `writesRows` take it.
+    const RowSupply* rows = nullptr;
 };
 
 using Bytes = const std::uint8_t*;
+
+// A decoder that gives its rows one at a time, top first, in the layout the format's whole
+// decode gives. Made by the codecs whose library reads row by row.
+class RowDecoder {
+  public:
+    virtual ~RowDecoder() = default;
+    // Size, layout and colour space: a strip without rows.
+    virtual const Bitmap& shape() const = 0;
+    // The next row into `out` (shape().bytesPerRow() bytes); false with the reason on damage.
+    virtual bool readRow(std::uint8_t* out, std::string& why) = 0;
+};
 
 // How a format's metadata families travel.
 enum class MetadataRoute {
@@ -74,6 +94,8 @@ struct ImageCodec {
     MetadataRoute metadata;
     // Named among the writable types; false for an alias that another row already names.
     bool listedWriter;
+    // The writer takes EncodeOptions::rows.
+    bool writesRows = false;
 };
 
 // Every row, in sniffing order; the row of a type identifier, or null.
@@ -95,6 +117,9 @@ std::optional<Bitmap> jpegDecode(Bytes data, std::size_t size, std::string& why)
 // inverse DCT: far less work than the whole picture.
 std::optional<Bitmap> jpegDecodeReduced(Bytes data, std::size_t size, unsigned denominator,
                                         std::string& why);
+// Null without a reason for a CMYK file, whose whole picture is converted at once.
+std::unique_ptr<RowDecoder> jpegRowDecoder(Bytes data, std::size_t size, unsigned denominator,
+                                           std::string& why);
 bool jpegEncode(const Bitmap& image, const EncodeOptions& options, std::FILE* file,
                 std::string& why);
 
@@ -109,6 +134,8 @@ PlistDictionary pngTextChunks(Bytes data, std::size_t size);
 
 bool pngReadInfo(Bytes data, std::size_t size, ImageInfo& info, std::string& why);
 std::optional<Bitmap> pngDecode(Bytes data, std::size_t size, std::string& why);
+// Null without a reason for an interlaced file, whose rows come in seven passes.
+std::unique_ptr<RowDecoder> pngRowDecoder(Bytes data, std::size_t size, std::string& why);
 bool pngEncode(const Bitmap& image, const EncodeOptions& options, std::FILE* file,
                std::string& why);
 

@@ -122,6 +122,19 @@ void ImageDestination::addImage(const Bitmap& image, const PlistDictionary& prop
     _properties = properties;
 }
 
+bool ImageDestination::canWriteRows(const std::string& type) {
+    const ImageCodec* codec = codecs::imageCodecForType(type);
+    return codec && codec->writesRows && codecs::canWrite(*codec);
+}
+
+void ImageDestination::addImageRows(const Bitmap& shape,
+                                    std::function<const Bitmap*(std::size_t)> rows,
+                                    const PlistDictionary& properties) {
+    _image = shape;
+    _rows = std::move(rows);
+    _properties = properties;
+}
+
 bool ImageDestination::finalize(ErrorRef* error) {
     auto fail = [&](ErrorRef e) {
         if (error) *error = std::move(e);
@@ -135,8 +148,13 @@ bool ImageDestination::finalize(ErrorRef* error) {
     const ImageCodec& codec = *codecs::imageCodecForType(_type);
     const Bitmap& image = *_image;
 
+    if (_rows && !codec.writesRows)
+        return fail(writeError(NSFileWriteUnknownError,
+                               "Images of type \"" + _type + "\" cannot be written row by row.",
+                               _path));
     codecs::EncodeOptions options;
     options.properties = &_properties;
+    if (_rows) options.rows = &_rows;
     options.quality = std::clamp(
         number(_properties, kCGImageDestinationLossyCompressionQuality).value_or(1.0), 0.0, 1.0);
     auto it = _properties.find(kCGImagePropertyHasAlpha);

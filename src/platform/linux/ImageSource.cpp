@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "platform/ImagePropertyKeys.h"
+#include "platform/ImageRowReader.h"
 #include "platform/linux/ImageCodecs.h"
 
 namespace platform {
@@ -260,6 +261,75 @@ std::optional<Bitmap> ImageSource::createReducedImage(std::uint32_t denominator,
     auto bitmap =
         codecs::jpegDecodeReduced(self.bytes().data(), self.bytes().size(), denominator, why);
     return decodedOrError(std::move(bitmap), _type, why, error);
+}
+
+std::unique_ptr<ImageRowReader> ImageRowReader::create(std::shared_ptr<const ImageSource> source,
+                                                       std::uint32_t denominator, ErrorRef* error) {
+    if (!source) return nullptr;
+    if (denominator != 1 && !source->canDecodeReduced(denominator)) return nullptr;
+    const auto& self = static_cast<const LinuxImageSource&>(*source);
+    std::string why;
+    std::unique_ptr<codecs::RowDecoder> decoder;
+    if (self.type() == "public.jpeg")
+        decoder =
+            codecs::jpegRowDecoder(self.bytes().data(), self.bytes().size(), denominator, why);
+    else if (self.type() == "public.png" && denominator == 1)
+        decoder = codecs::pngRowDecoder(self.bytes().data(), self.bytes().size(), why);
+    if (!decoder) {
+        if (!why.empty())
+            setError(error,
+                     readError(NSFileReadCorruptFileError,
+                               "The " + self.type() + " image could not be decoded: " + why));
+        return nullptr;
+    }
+    std::unique_ptr<ImageRowReader> reader(new ImageRowReader());
+    reader->_shape = decoder->shape();
+    reader->_stride = reader->_shape.bytesPerRow();
+    reader->_decoder = std::move(decoder);
+    reader->_source = std::move(source);
+    reader->_buffer = std::make_shared<std::vector<std::uint8_t>>();
+    return reader;
+}
+
+ImageRowReader::~ImageRowReader() = default;
+
+const Bitmap* ImageRowReader::rows(std::size_t first, std::size_t end, ErrorRef* error) {
+    const std::size_t height = _shape.height();
+    end = std::min(end, height);
+    first = std::min(first, end);
+    if (first < _base) {
+        setError(error,
+                 readError(NSFileReadUnknownError, "Rows of the image were asked for again."));
+        return nullptr;
+    }
+    if (end > _decoded) {
+        // Rows above `first` are dropped to make room, the others move to the front.
+        const std::size_t keep = _decoded > first ? _decoded - first : 0;
+        const std::size_t from = _decoded > first ? first : _decoded;
+        const std::size_t needed = end - from;
+        if (_buffer->size() < needed * _stride) {
+            auto grown = std::make_shared<std::vector<std::uint8_t>>(needed * _stride);
+            std::memcpy(grown->data(), _buffer->data() + (from - _base) * _stride, keep * _stride);
+            _buffer = std::move(grown);
+        } else if (from > _base) {
+            std::memmove(_buffer->data(), _buffer->data() + (from - _base) * _stride,
+                         keep * _stride);
+        }
+        _base = from;
+        std::string why;
+        while (_decoded < end) {
+            if (!_decoder->readRow(_buffer->data() + (_decoded - _base) * _stride, why)) {
+                setError(error, readError(NSFileReadCorruptFileError,
+                                          "The " + _source->type() +
+                                              " image could not be decoded: " + why));
+                return nullptr;
+            }
+            ++_decoded;
+        }
+    }
+    _strip = Bitmap::strip(_shape.width(), height, _shape.layout(), _shape.sharedColorSpace(),
+                           _base, _decoded - _base, _buffer, _stride);
+    return &_strip;
 }
 
 }  // namespace platform

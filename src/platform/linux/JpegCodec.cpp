@@ -242,6 +242,72 @@ std::optional<Bitmap> jpegDecodeReduced(Bytes data, std::size_t size, unsigned d
     return finishDecode(c, std::move(*icc), std::move(*pixels), stride, why);
 }
 
+namespace {
+
+class JpegRowDecoder final : public RowDecoder {
+  public:
+    const Bitmap& shape() const override { return _shape; }
+
+    bool readRow(std::uint8_t* out, std::string& why) override {
+        auto& c = _d->cinfo;
+        if (c.output_scanline >= c.output_height) return why = "no more rows", false;
+        if (setjmp(_d->err.jump)) {
+            why = _d->err.message;
+            return false;
+        }
+        JSAMPROW row = out;
+        jpeg_read_scanlines(&c, &row, 1);
+        // The end is checked as the whole decode checks it.
+        if (c.output_scanline == c.output_height) jpeg_finish_decompress(&c);
+        return true;
+    }
+
+    // Opens the decoder; false with `why` empty for a file that has no row decoder.
+    bool open(Bytes data, std::size_t size, unsigned denominator, std::string& why) {
+        _d = std::make_unique<Decoder>();
+        if (!openHeader(*_d, data, size, why)) return false;
+        auto& c = _d->cinfo;
+        if (isCmyk(c)) return false;
+        auto icc = std::make_unique<std::vector<std::uint8_t>>();
+        if (setjmp(_d->err.jump)) {
+            why = _d->err.message;
+            return false;
+        }
+        *icc = readIcc(*_d);
+        const bool gray = c.num_components == 1;
+        c.out_color_space = gray ? JCS_GRAYSCALE : JCS_EXT_RGBX;
+        c.scale_num = 1;
+        c.scale_denom = denominator;
+        jpeg_start_decompress(&c);
+        const auto model = gray ? ColorSpace::Model::Gray : ColorSpace::Model::RGB;
+        dropUnusableProfile(*icc, model);
+        const PixelLayout layout{8, gray ? 1 : 3,
+                                 gray ? kCGImageAlphaNone : kCGImageAlphaNoneSkipLast};
+        const std::size_t stride = std::size_t(c.output_width) * std::size_t(c.output_components);
+        _shape = Bitmap::strip(c.output_width, c.output_height, layout,
+                               std::make_shared<const ColorSpace>(model, std::move(*icc)), 0, 0,
+                               nullptr, stride);
+        return true;
+    }
+
+  private:
+    std::unique_ptr<Decoder> _d;
+    Bitmap _shape;
+};
+
+}  // namespace
+
+std::unique_ptr<RowDecoder> jpegRowDecoder(Bytes data, std::size_t size, unsigned denominator,
+                                           std::string& why) {
+    if (denominator != 1 && denominator != 2 && denominator != 4 && denominator != 8) {
+        why = "a JPEG decodes reduced by 2, 4 or 8 only";
+        return nullptr;
+    }
+    auto decoder = std::make_unique<JpegRowDecoder>();
+    if (!decoder->open(data, size, denominator, why)) return nullptr;
+    return decoder;
+}
+
 bool jpegEncode(const Bitmap& image, const EncodeOptions& options, std::FILE* file,
                 std::string& why) {
     auto e = std::make_unique<Encoder>();
@@ -291,11 +357,13 @@ bool jpegEncode(const Bitmap& image, const EncodeOptions& options, std::FILE* fi
     const auto& icc = image.colorSpace().iccProfile();
     if (!icc.empty()) jpeg_write_icc_profile(&c, icc.data(), static_cast<unsigned>(icc.size()));
     while (c.next_scanline < c.image_height) {
+        const Bitmap* rows = options.rows ? (*options.rows)(c.next_scanline) : &image;
+        if (!rows) return why = "the picture's rows stopped coming", false;
         JSAMPROW r = row.data();
         if (direct != JCS_UNKNOWN)
-            r = const_cast<JSAMPROW>(image.row(c.next_scanline));  // libjpeg only reads it
+            r = const_cast<JSAMPROW>(rows->row(c.next_scanline));  // libjpeg only reads it
         else
-            unpackRow8(image, c.next_scanline, gray, false, row.data());
+            unpackRow8(*rows, c.next_scanline, gray, false, row.data());
         jpeg_write_scanlines(&c, &r, 1);
     }
     jpeg_finish_compress(&c);

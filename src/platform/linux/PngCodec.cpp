@@ -263,60 +263,126 @@ PlistDictionary pngTextChunks(Bytes data, std::size_t size) {
     return std::move(*texts);
 }
 
+namespace {
+
+// What the whole decode and the row decoder share: libpng's transformations to the layout of
+// createImageAtIndex, and the picture's shape. Runs under the caller's setjmp.
+struct PngShape {
+    png_uint_32 width = 0, height = 0;
+    int interlace = 0;
+    PixelLayout layout;
+    std::size_t stride = 0;
+    ColorSpace::Model model = ColorSpace::Model::RGB;
+};
+
+bool setUpDecoding(Reader& r, PngShape& shape, std::vector<std::uint8_t>& icc, std::string& why) {
+    png_read_info(r.png, r.info);
+    int depth = 0, colorType = 0;
+    png_get_IHDR(r.png, r.info, &shape.width, &shape.height, &depth, &colorType, &shape.interlace,
+                 nullptr, nullptr);
+    bool trns = png_get_valid(r.png, r.info, PNG_INFO_tRNS);
+    bool alpha = (colorType & PNG_COLOR_MASK_ALPHA) || trns;
+    bool gray = !(colorType & PNG_COLOR_MASK_COLOR) && colorType != PNG_COLOR_TYPE_PALETTE;
+    int bits = depth == 16 ? 16 : 8;
+    if (colorType == PNG_COLOR_TYPE_PALETTE) png_set_palette_to_rgb(r.png);
+    if (gray && depth < 8) png_set_expand_gray_1_2_4_to_8(r.png);
+    if (trns) png_set_tRNS_to_alpha(r.png);
+    if (gray && alpha) {
+        png_set_gray_to_rgb(r.png);
+        gray = false;
+    }
+    if (!gray && !alpha) png_set_filler(r.png, bits == 16 ? 0xFFFF : 0xFF, PNG_FILLER_AFTER);
+    if (bits == 16) png_set_swap(r.png);
+    png_set_interlace_handling(r.png);
+    png_read_update_info(r.png, r.info);
+    shape.layout = PixelLayout{bits, gray ? 1 : 3,
+                               gray    ? kCGImageAlphaNone
+                               : alpha ? kCGImageAlphaLast
+                                       : kCGImageAlphaNoneSkipLast};
+    shape.stride = static_cast<std::size_t>(shape.width) * shape.layout.bytesPerPixel();
+    if (png_get_rowbytes(r.png, r.info) != shape.stride) {
+        why = "unexpected row layout";
+        return false;
+    }
+    png_charp name = nullptr;
+    png_bytep profile = nullptr;
+    png_uint_32 profileLength = 0;
+    int compression = 0;
+    if (png_get_iCCP(r.png, r.info, &name, &compression, &profile, &profileLength) && profile)
+        icc.assign(profile, profile + profileLength);
+    shape.model = gray ? ColorSpace::Model::Gray : ColorSpace::Model::RGB;
+    dropUnusableProfile(icc, shape.model);
+    return true;
+}
+
+class PngRowDecoder final : public RowDecoder {
+  public:
+    const Bitmap& shape() const override { return _shape; }
+
+    bool readRow(std::uint8_t* out, std::string& why) override {
+        if (_next >= _shape.height()) return why = "no more rows", false;
+        if (setjmp(png_jmpbuf(_r->png))) {
+            why = _r->message;
+            return false;
+        }
+        png_read_row(_r->png, out, nullptr);
+        ++_next;
+        return true;
+    }
+
+    // Opens the decoder; false with `why` empty for a file that has no row decoder.
+    bool open(Bytes data, std::size_t size, std::string& why) {
+        _r = std::make_unique<Reader>();
+        if (!openReader(*_r, data, size, why)) return false;
+        auto icc = std::make_unique<std::vector<std::uint8_t>>();
+        auto shape = std::make_unique<PngShape>();
+        if (setjmp(png_jmpbuf(_r->png))) {
+            why = _r->message;
+            return false;
+        }
+        if (!setUpDecoding(*_r, *shape, *icc, why)) return false;
+        if (shape->interlace != PNG_INTERLACE_NONE) return false;
+        _shape = Bitmap::strip(shape->width, shape->height, shape->layout,
+                               std::make_shared<const ColorSpace>(shape->model, std::move(*icc)), 0,
+                               0, nullptr, shape->stride);
+        return true;
+    }
+
+  private:
+    std::unique_ptr<Reader> _r;
+    Bitmap _shape;
+    std::size_t _next = 0;
+};
+
+}  // namespace
+
+std::unique_ptr<RowDecoder> pngRowDecoder(Bytes data, std::size_t size, std::string& why) {
+    auto decoder = std::make_unique<PngRowDecoder>();
+    if (!decoder->open(data, size, why)) return nullptr;
+    return decoder;
+}
+
 std::optional<Bitmap> pngDecode(Bytes data, std::size_t size, std::string& why) {
     auto r = std::make_unique<Reader>();
     if (!openReader(*r, data, size, why)) return std::nullopt;
     auto pixels = std::make_unique<std::vector<std::uint8_t>>();
     auto rows = std::make_unique<std::vector<png_bytep>>();
     auto icc = std::make_unique<std::vector<std::uint8_t>>();
+    auto shape = std::make_unique<PngShape>();
     if (setjmp(png_jmpbuf(r->png))) {
         why = r->message;
         return std::nullopt;
     }
-    png_read_info(r->png, r->info);
-    png_uint_32 w = 0, h = 0;
-    int depth = 0, colorType = 0;
-    png_get_IHDR(r->png, r->info, &w, &h, &depth, &colorType, nullptr, nullptr, nullptr);
-    bool trns = png_get_valid(r->png, r->info, PNG_INFO_tRNS);
-    bool alpha = (colorType & PNG_COLOR_MASK_ALPHA) || trns;
-    bool gray = !(colorType & PNG_COLOR_MASK_COLOR) && colorType != PNG_COLOR_TYPE_PALETTE;
-    int bits = depth == 16 ? 16 : 8;
-    if (colorType == PNG_COLOR_TYPE_PALETTE) png_set_palette_to_rgb(r->png);
-    if (gray && depth < 8) png_set_expand_gray_1_2_4_to_8(r->png);
-    if (trns) png_set_tRNS_to_alpha(r->png);
-    if (gray && alpha) {
-        png_set_gray_to_rgb(r->png);
-        gray = false;
-    }
-    if (!gray && !alpha) png_set_filler(r->png, bits == 16 ? 0xFFFF : 0xFF, PNG_FILLER_AFTER);
-    if (bits == 16) png_set_swap(r->png);
-    png_set_interlace_handling(r->png);
-    png_read_update_info(r->png, r->info);
-    PixelLayout layout{bits, gray ? 1 : 3,
-                       gray    ? kCGImageAlphaNone
-                       : alpha ? kCGImageAlphaLast
-                               : kCGImageAlphaNoneSkipLast};
-    std::size_t stride = static_cast<std::size_t>(w) * layout.bytesPerPixel();
-    if (png_get_rowbytes(r->png, r->info) != stride) {
-        why = "unexpected row layout";
-        return std::nullopt;
-    }
-    png_charp name = nullptr;
-    png_bytep profile = nullptr;
-    png_uint_32 profileLength = 0;
-    int compression = 0;
-    if (png_get_iCCP(r->png, r->info, &name, &compression, &profile, &profileLength) && profile)
-        icc->assign(profile, profile + profileLength);
-    dropUnusableProfile(*icc, gray ? ColorSpace::Model::Gray : ColorSpace::Model::RGB);
+    if (!setUpDecoding(*r, *shape, *icc, why)) return std::nullopt;
+    const std::size_t stride = shape->stride;
+    const png_uint_32 h = shape->height;
     pixels->resize(stride * h);
     rows->resize(h);
     for (png_uint_32 y = 0; y < h; ++y) (*rows)[y] = pixels->data() + stride * y;
     png_read_image(r->png, rows->data());
     // Chunks after the pixels are not needed, and a missing end is no damage to the image.
-    return Bitmap(
-        w, h, layout,
-        ColorSpace(gray ? ColorSpace::Model::Gray : ColorSpace::Model::RGB, std::move(*icc)),
-        std::move(*pixels), stride);
+    return Bitmap(shape->width, h, shape->layout, ColorSpace(shape->model, std::move(*icc)),
+                  std::move(*pixels), stride);
 }
 
 namespace {
@@ -447,15 +513,17 @@ bool pngEncode(const Bitmap& image, const EncodeOptions& options, std::FILE* fil
             return writeChunk(file, "IDAT", data, size);
         });
     for (std::size_t y = 0; y < image.height(); ++y) {
+        const Bitmap* rows = options.rows ? (*options.rows)(y) : &image;
+        if (!rows) return why = "the picture's rows stopped coming", false;
         std::uint8_t* row = idat->nextRow();
         if (sixteen) {
-            unpackRow16(image, y, gray, alpha, row16->data());
+            unpackRow16(*rows, y, gray, alpha, row16->data());
             for (std::size_t i = 0; i < samples; ++i) {
                 row[2 * i] = static_cast<std::uint8_t>((*row16)[i] >> 8);
                 row[2 * i + 1] = static_cast<std::uint8_t>((*row16)[i]);
             }
         } else {
-            unpackRow8(image, y, gray, alpha, row);
+            unpackRow8(*rows, y, gray, alpha, row);
         }
         if (!idat->commitRow()) break;
     }

@@ -1,0 +1,52 @@
+// Reads the pixels of an image source a band of rows at a time, top first, so that the whole
+// picture is never in memory: the photo stage's streamed drawing takes its source rows from it.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "platform/Bitmap.h"
+#include "platform/Error.h"
+#include "platform/ImageSource.h"
+
+namespace platform {
+
+namespace codecs {
+class RowDecoder;
+}
+
+class ImageRowReader {
+  public:
+    // A reader of image 0 at 1/`denominator` of each side (1, or what
+    // ImageSource::canDecodeReduced accepts). Null without an error where the format has no
+    // row decoder (only JPEG other than CMYK and PNG without interlacing have one); null with
+    // an error where the header can't be read.
+    static std::unique_ptr<ImageRowReader> create(std::shared_ptr<const ImageSource> source,
+                                                  std::uint32_t denominator = 1,
+                                                  ErrorRef* error = nullptr);
+    ~ImageRowReader();
+
+    // The picture's size, layout and colour space, as createImageAtIndex would give them: a
+    // strip without rows.
+    const Bitmap& shape() const { return _shape; }
+    // A strip holding at least rows [first, end) (clamped to the picture), decoding on as far
+    // as `end`. Rows above `first` may be forgotten, so `first` never goes back. The strip is
+    // valid until the next call. Null with the decoder's reason when decoding fails or an
+    // earlier row is asked for.
+    const Bitmap* rows(std::size_t first, std::size_t end, ErrorRef* error = nullptr);
+
+  private:
+    ImageRowReader() = default;
+    std::shared_ptr<const ImageSource> _source;
+    std::unique_ptr<codecs::RowDecoder> _decoder;
+    Bitmap _shape;
+    Bitmap _strip;
+    std::shared_ptr<std::vector<std::uint8_t>> _buffer;
+    std::size_t _stride = 0;
+    std::size_t _base = 0;     // the row at the start of the buffer
+    std::size_t _decoded = 0;  // rows decoded so far
+};
+
+}  // namespace platform

@@ -1,0 +1,181 @@
+// Drawing and writing a photo in strips gives the very file that drawing the whole bitmap and
+// writing it gives, for every method, the orientations that stream and each source depth; the
+// orientations that can't stream are left to the whole-bitmap path.
+#include "photo/StreamedPhotoWriting.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "photo/ImageFileWriting.h"
+#include "photo/PhotoSupport.h"
+#include "platform/FileManager.h"
+
+using namespace photo_test;
+using testing_support::TestHome;
+
+namespace {
+
+constexpr VRImageArrangementBits kBase =
+    VRImageArrangementOriented | VRImageArrangementSourceColorSpace;
+
+std::vector<std::uint8_t> bytesOf(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+struct Method {
+    const char* name;
+    VRImageArrangementBits bits;
+    CGSize target;
+    std::optional<VRColor> fill;
+    CGPoint displacement;
+};
+
+const VRColor kWhite{1, 1, 1, 1}, kVeil{0.2, 0.4, 0.6, 0.5};
+const Method kMethods[] = {
+    {"stretch up", kBase, {419.5, 241}, std::nullopt, {0, 0}},
+    {"stretch down", kBase, {150, 97}, std::nullopt, {0, 0}},
+    {"fit with fill", kBase | VRImageArrangementFit, {257, 300}, kWhite, {3, -7}},
+    {"fit with translucent fill", kBase | VRImageArrangementFit, {180, 260}, kVeil, {0, 0}},
+    {"clip", kBase | VRImageArrangementFill, {233, 233}, std::nullopt, {-5, 4}},
+};
+
+void makeSources(const TestHome& home) {
+    const std::string texture = " plasma:fractal -blur 0x1 ";
+    run("convert -seed 7 -size 301x203" + texture + "-quality 92 '" + home.path("s.jpg") + "'");
+    run("convert -seed 8 -size 301x203" + texture + "PNG24:'" + home.path("s8.png") + "'");
+    run("convert -seed 9 -size 301x203" + texture +
+        "'(' -size 203x301 gradient:white-gray20 -rotate 90 ')' -alpha off -compose CopyOpacity "
+        "-composite -depth 16 PNG64:'" +
+        home.path("s16.png") + "'");
+}
+
+}  // namespace
+
+TEST(StreamedPhotoWritingMedia, StripsWriteTheFileTheWholeBitmapWrites) {
+    TestHome home;
+    makeSources(home);
+    const VRFormat formats[] = {VRFormat(VRFormatTypeJPEG, VRFormatMediaTypePhoto, 0.85f),
+                                VRFormat(VRFormatTypePNG, VRFormatMediaTypePhoto, 1.0f)};
+    const platform::PlistDictionary properties{{"DPIWidth", 144.0}, {"DPIHeight", 144.0}};
+    for (const char* name : {"s.jpg", "s8.png", "s16.png"}) {
+        const auto source = decode(home.path(name));
+        ASSERT_TRUE(source) << name;
+        for (const auto& m : kMethods)
+            for (std::int64_t orientation : {0, 4})  // up, and mirrored side to side
+                for (const auto& format : formats) {
+                    SCOPED_TRACE(std::string(name) + " " + m.name + " orientation " +
+                                 std::to_string(orientation) + " to " + format.extension());
+                    const std::string whole = home.path("whole." + format.extension());
+                    const std::string strips = home.path("strips." + format.extension());
+                    auto drawn =
+                        VRRenderCGImage(*source, orientation, platform::kCGInterpolationHigh,
+                                        m.fill, m.bits, 1, 0, CGRect{}, m.target, m.displacement);
+                    ASSERT_TRUE(drawn);
+                    ASSERT_TRUE(VRWriteImageFile(*drawn, 0, format, whole, properties));
+
+                    auto image = VRImage::imageWithData(bytesOf(home.path(name)));
+                    ASSERT_TRUE(image);
+                    auto streamed = VRStreamedPhoto::make(*image, orientation, m.fill, m.bits,
+                                                          m.target, m.displacement, 1, format);
+                    ASSERT_TRUE(streamed);
+                    EXPECT_EQ(streamed->pixelSize().width, double(drawn->width()));
+                    EXPECT_EQ(streamed->pixelSize().height, double(drawn->height()));
+                    platform::ErrorRef error;
+                    ASSERT_EQ(streamed->write(strips, properties, nullptr, &error),
+                              VRStreamedPhoto::Outcome::written)
+                        << (error ? error->description() : "");
+                    EXPECT_TRUE(bytesOf(whole) == bytesOf(strips)) << "the files differ";
+                }
+    }
+}
+
+TEST(StreamedPhotoWritingMedia, ReducedDecodeInStripsMatchesTheReducedBitmap) {
+    TestHome home;
+    run("convert -seed 5 -size 640x480 plasma:fractal -quality 90 '" + home.path("big.jpg") + "'");
+    const VRFormat jpeg(VRFormatTypeJPEG, VRFormatMediaTypePhoto, 0.85f);
+    auto whole = VRImage::imageWithData(bytesOf(home.path("big.jpg")));
+    ASSERT_TRUE(whole);
+    ASSERT_EQ(whole->decodeReduced(2), 2u);
+    auto drawn = VRRenderCGImage(whole->cgImage(), 0, platform::kCGInterpolationHigh, std::nullopt,
+                                 kBase, 1, 0, CGRect{}, {150, 110}, {0, 0});
+    ASSERT_TRUE(drawn);
+    ASSERT_TRUE(VRWriteImageFile(*drawn, 0, jpeg, home.path("whole.jpg"), std::nullopt));
+
+    auto image = VRImage::imageWithData(bytesOf(home.path("big.jpg")));
+    auto streamed =
+        VRStreamedPhoto::make(*image, 0, std::nullopt, kBase, {150, 110}, {0, 0}, 2, jpeg);
+    ASSERT_TRUE(streamed);
+    ASSERT_EQ(streamed->write(home.path("strips.jpg"), std::nullopt, nullptr, nullptr),
+              VRStreamedPhoto::Outcome::written);
+    EXPECT_TRUE(bytesOf(home.path("whole.jpg")) == bytesOf(home.path("strips.jpg")));
+}
+
+TEST(StreamedPhotoWritingMedia, WhatCannotStreamIsLeftToTheWholeBitmap) {
+    TestHome home;
+    makeSources(home);
+    run("convert -size 64x48 gradient:red-blue -interlace PNG PNG24:'" + home.path("i.png") + "'");
+    const VRFormat jpeg(VRFormatTypeJPEG, VRFormatMediaTypePhoto, 0.85f);
+    const VRFormat tiff(VRFormatTypeTIFF, VRFormatMediaTypePhoto, 1.0f);
+    struct Case {
+        const char* source;
+        std::int64_t orientation;
+        const VRFormat* format;
+        const char* why;
+    } cases[] = {
+        {"s.jpg", 1, &jpeg, "upside down"},       {"s.jpg", 2, &jpeg, "a quarter turn"},
+        {"s.jpg", 3, &jpeg, "a quarter turn"},    {"s.jpg", 5, &jpeg, "mirrored upside down"},
+        {"s.jpg", 6, &jpeg, "mirrored, turned"},  {"s8.png", 0, &tiff, "a writer without rows"},
+        {"i.png", 0, &jpeg, "an interlaced PNG"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::string(c.source) + ": " + c.why);
+        auto image = VRImage::imageWithData(bytesOf(home.path(c.source)));
+        ASSERT_TRUE(image);
+        EXPECT_FALSE(VRStreamedPhoto::make(*image, c.orientation, std::nullopt, kBase, {100, 80},
+                                           {0, 0}, 1, *c.format));
+        // The image keeps its bytes for the whole-bitmap path.
+        EXPECT_FALSE(image->cgImage().isNull());
+    }
+}
+
+TEST(StreamedPhotoWritingMedia, DamagedOrCancelledWritesLeaveNoFile) {
+    TestHome home;
+    run("convert -seed 3 -size 300x400 plasma:fractal -quality 90 '" + home.path("s.jpg") + "'");
+    auto bytes = bytesOf(home.path("s.jpg"));
+    const VRFormat jpeg(VRFormatTypeJPEG, VRFormatMediaTypePhoto, 0.85f);
+    const std::vector<std::uint8_t> cut(bytes.begin(), bytes.begin() + bytes.size() / 2);
+    struct Case {
+        const char* name;
+        std::vector<std::uint8_t> bytes;
+        bool cancel;
+        VRStreamedPhoto::Outcome outcome;
+    } cases[] = {
+        {"cut in half", cut, false, VRStreamedPhoto::Outcome::failed},
+        {"cancelled", bytes, true, VRStreamedPhoto::Outcome::cancelled},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        auto image = VRImage::imageWithData(c.bytes);
+        ASSERT_TRUE(image);
+        auto streamed =
+            VRStreamedPhoto::make(*image, 0, std::nullopt, kBase, {300, 400}, {0, 0}, 1, jpeg);
+        ASSERT_TRUE(streamed);
+        const std::string out = home.path(std::string(c.name) + ".jpg");
+        platform::ErrorRef error;
+        EXPECT_EQ(streamed->write(
+                      out, std::nullopt, [&] { return c.cancel; }, &error),
+                  c.outcome);
+        EXPECT_FALSE(platform::FileManager::fileExistsAtPath(out));
+        std::size_t left = 0;
+        for (const auto& entry : std::filesystem::directory_iterator(home.root()))
+            left += entry.path().filename().string().find(".part") != std::string::npos;
+        EXPECT_EQ(left, 0u) << "a temporary file was left behind";
+        if (c.outcome == VRStreamedPhoto::Outcome::failed) {
+            EXPECT_TRUE(error);
+        }
+    }
+}
