@@ -117,6 +117,7 @@ std::unique_ptr<WebApi> installWebApi(WebServer& server, const std::vector<std::
     installResultRoutes(server, state->session);
     installThemeRoute(server);
     installLaunchRoutes(server, state->session);
+    installExternalRoutes(server, state->session);
     return state;
 }
 

@@ -31,6 +31,7 @@ void installTemplateRoutes(WebServer& server, WebSession& session);
 void installResultRoutes(WebServer& server, WebSession& session);
 void installThemeRoute(WebServer& server);
 void installLaunchRoutes(WebServer& server, WebSession& session);
+void installExternalRoutes(WebServer& server, WebSession& session);
 // The theme's colours as CSS for a colorThemeType setting (0 follows the browser).
 std::string themeStyleSheet(std::int64_t colorThemeType);
 

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "assets/VRAsset.h"
+#include "core/VRLaunchChannel.h"
 #include "core/VRLaunchController.h"
 #include "core/VRLifecycleSignals.h"
 #include "core/VRResultController.h"
@@ -38,6 +39,8 @@ class WebSession {
     std::unique_ptr<VRLaunchController> launch;
     std::shared_ptr<VRLaunchControllerDelegate> launchDelegate;
     bool launchFinished = false;
+    // Where `unwarp open` hands its files while the server runs.
+    std::unique_ptr<VRLaunchChannel> launchChannel;
 
     // Opens the library (the `libraryPath` setting, else the pictures folder) when needed;
     // null with the reason when it can't be opened.

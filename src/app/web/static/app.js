@@ -8,6 +8,7 @@ import { TemplateScreen } from './templates.js';
 import { SummaryScreen } from './summary.js';
 import { ResultsScreen } from './results.js';
 import { LaunchScreen } from './launch.js';
+import { showExternal } from './external.js';
 
 class UwApp extends HTMLElement {
   connectedCallback() {
@@ -16,6 +17,7 @@ class UwApp extends HTMLElement {
     this.append(this.main);
     this.events = new EventSource('/api/events');
     this.events.addEventListener('alert', (e) => this.answerAlert(JSON.parse(e.data)));
+    this.events.addEventListener('external', (e) => { if (!(this.current instanceof LaunchScreen)) showExternal(this, JSON.parse(e.data)); });
     this.show('launch');
   }
 
