@@ -139,9 +139,10 @@ TEST_F(ServeResultsMedia, SavesResultsIntoTheAlbumsUnderTheSaveActionsTitle) {
     EXPECT_EQ(saved["status"], 1) << saved.dump();
     EXPECT_EQ(saved["message"], "Success");
     int photos = -1;
-    for (const auto& album : get(server, "/api/library/albums")["albums"])
+    const json albums = get(server, "/api/library/albums");
+    for (const auto& album : albums["albums"])
         if (album["title"] == "Uwrp photos") photos = album["count"];
-    EXPECT_EQ(photos, 2);
+    EXPECT_EQ(photos, 2) << albums.dump();
     // Nothing selected to save: the empty-selection words.
     auto empty = post(server, "/api/albums", {{"from", "run"}, {"indexes", json::array()}});
     EXPECT_EQ(empty["message"],
