@@ -36,6 +36,13 @@ function runState(page) {
   return page.evaluate(async () => (await fetch('/api/run', { headers: { 'X-Unwarp-Token': sessionStorage.getItem('unwarp-token') } })).json());
 }
 
+// A bound on a wait for the page, so a run that never says so fails instead of hanging.
+function within(promise, ms, what) {
+  let timer;
+  const limit = new Promise((_, reject) => { timer = setTimeout(() => reject(new Error(what)), ms); });
+  return Promise.race([promise, limit]).finally(() => clearTimeout(timer));
+}
+
 // Clicks the main button ("Processing") as soon as the run goes on again by itself.
 function pauseWhenResumed(page) {
   return page.evaluate(() => new Promise((resolve) => {
@@ -163,9 +170,9 @@ test('a run paused by a stopped process and by the user resumes to the end, and 
   const home = makeHome();
   t.after(home.cleanup);
   // Photos: a paused item starts again on the same serial queue, so a quick resume is safe.
-  const photos = ['p1', 'p2', 'p3', 'p4', 'p5', 'p6'].map((name) => path.join(home.root, 'media', `${name}.jpg`));
+  const photos = Array.from({ length: 10 }, (_, i) => path.join(home.root, 'media', `p${i}.jpg`));
   mkdirSync(path.join(home.root, 'media'), { recursive: true });
-  for (const photo of photos) run('convert', ['-size', '2000x1500', 'gradient:green-white', photo]);
+  for (const photo of photos) run('convert', ['-size', '3000x2250', 'gradient:green-white', photo]);
   const exportFolder = path.join(home.root, 'exports');
   mkdirSync(path.join(exportFolder, 'trip'), { recursive: true });
   unwarp(home.root, ['settings', 'set', 'exportFilenameType', '1']);
@@ -177,7 +184,7 @@ test('a run paused by a stopped process and by the user resumes to the end, and 
     document.querySelector('uw-app').events.addEventListener('committed', resolve, { once: true });
   }));
   await page.locator('#start').click();
-  await firstResult;
+  await within(firstResult, 60000, 'no result came');
   await screenshotsWithPhone(page, 'results-running');
 
   // The process stopped (Ctrl-Z, the machine's sleep) pauses the run; on its return the
@@ -190,7 +197,7 @@ test('a run paused by a stopped process and by the user resumes to the end, and 
   await restrictions.waitFor();
   assert.equal(await restrictions.locator('p').textContent(),
     'Unwarp could not process media while inactive due to system restrictions. All tasks were temporarily paused and have now resumed automatically.');
-  await pressed;
+  await within(pressed, 60000, 'the run did not go on by itself');
   await screenshots(page, 'processing-restrictions');
   await restrictions.getByRole('button', { name: 'Ok' }).click();
 
@@ -210,10 +217,10 @@ test('a run paused by a stopped process and by the user resumes to the end, and 
   // Every photo has its result; one finished just as a pause came may have two (stored
   // before the pause, then made again on resume).
   assert.deepEqual([...new Set(done.items.map((i) => i.name))].sort(), photos.map((p) => path.basename(p)));
-  for (const item of done.items) assert.deepEqual(vipsSize(item.file), [2660, 1500]);
+  for (const item of done.items) assert.deepEqual(vipsSize(item.file), [3990, 2250]);
 
   // Export two results into a folder chosen in the server's folders, under a name.
-  for (const stem of ['p1', 'p2']) await page.locator('.result', { hasText: stem }).locator('input').check();
+  for (const stem of ['p1.jpg', 'p2.jpg']) await page.locator('.result', { hasText: stem }).locator('input').check();
   await page.getByText(/2 photos selected/).waitFor();
   await page.locator('#export').click();
   const chooser = page.getByRole('dialog').filter({ hasText: 'Export to Folder' });
