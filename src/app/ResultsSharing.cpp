@@ -133,25 +133,34 @@ FolderExport exportIntoFolder(const std::vector<VRAssetRef>& assets, const std::
     return share(assets, folder, baseName);
 }
 
+AlbumSave saveIntoAlbums(const std::vector<VRAssetRef>& assets) {
+    ExportManager::Options options;
+    options.filenameType = 0;
+    AlbumSave saved;
+    auto outcome =
+        runShare(assets, std::nullopt, options, VRImageSaveActivity::kActivityType,
+                 [&](VRShareActivity& activity) { saved.title = activity.activityTitle(); });
+    saved.status = outcome.status.value_or(VRExportShareStatusFailed);
+    return saved;
+}
+
 int saveToAlbums(const std::vector<VRAssetRef>& assets, bool json) {
     if (!VRSettings::areAlbumsForResultsEnabled()) {
         std::cerr << "unwarp: saving to the albums is turned off "
                      "(unwarp settings set areAlbumsForResultsEnabled true)\n";
         return 1;
     }
-    ExportManager::Options options;
-    options.filenameType = 0;
-    std::string title;
-    auto outcome = runShare(assets, std::nullopt, options, VRImageSaveActivity::kActivityType,
-                            [&](VRShareActivity& activity) { title = activity.activityTitle(); });
-    const int code = reportStatus(outcome);
-    if (code == 0) {
-        if (json)
-            std::cout << nlohmann::json{{"saved", assets.size()}, {"action", title}}.dump() << "\n";
-        else
-            std::cout << title << ": done\n";
+    const AlbumSave saved = saveIntoAlbums(assets);
+    if (saved.status != VRExportShareStatusDone) {
+        std::cerr << "unwarp: " << VRExportShareStatusMessage(saved.status, "Unwarp") << "\n";
+        return 1;
     }
-    return code;
+    if (json)
+        std::cout << nlohmann::json{{"saved", assets.size()}, {"action", saved.title}}.dump()
+                  << "\n";
+    else
+        std::cout << saved.title << ": done\n";
+    return 0;
 }
 
 std::optional<VRImageSaveActivity::SaveError> saveItemsToLibrary(

@@ -9,6 +9,7 @@
 
 #include "assets/VRAsset.h"
 #include "platform/Error.h"
+#include "results/VRExportShareStatus.h"
 #include "results/VRImageSaveActivity.h"
 #include "results/VRMailActivity.h"
 
@@ -30,6 +31,13 @@ struct FolderExport {
 };
 FolderExport exportIntoFolder(const std::vector<VRAssetRef>& assets, const std::string& folder,
                               const std::optional<std::string>& baseName);
+// The same without printing (albums must be turned on): the share's status and the title of
+// the save action ("Save 2 images").
+struct AlbumSave {
+    VRExportShareStatus status = VRExportShareStatusFailed;
+    std::string title;
+};
+AlbumSave saveIntoAlbums(const std::vector<VRAssetRef>& assets);
 // Saves the assets' files into the albums "Uwrp photos" and "Uwrp videos".
 int saveToAlbums(const std::vector<VRAssetRef>& assets, bool json);
 

@@ -71,6 +71,8 @@ test('main flow: album, template, adjust, run, limit, share', async (t) => {
   await page.locator('.result').first().waitFor();
   await screenshots(page, 'results-running');
   await page.getByRole('dialog').filter({ hasText: 'exceeds maximum supported size' }).waitFor({ timeout: 60000 });
+  // The item stopped by the limit shows no bar of its own or of the item before it.
+  await page.locator('.result progress').waitFor({ state: 'detached' });
   await screenshots(page, 'limit-dialog');
   await page.getByRole('button', { name: 'Proceed' }).click();
   await assert.doesNotReject(button.filter({ hasText: /Processing|Results/ }).waitFor());

@@ -139,3 +139,18 @@ export async function phoneScreenshot(page, name) {
   await page.screenshot({ path: path.join(screenshotDir, `${name}-phone.png`) });
   await page.setViewportSize(size);
 }
+
+// Light, dark and phone width (390x844) of what shows now; the viewport comes back after.
+export async function screenshotsWithPhone(page, name) {
+  await screenshots(page, name);
+  await phoneScreenshot(page, name);
+}
+
+// Resolves once the process `pid` is stopped (state T in /proc), as after SIGTSTP.
+export async function waitUntilStopped(pid) {
+  const { readFileSync } = await import('node:fs');
+  const { setTimeout: pause } = await import('node:timers/promises');
+  const state = () => readFileSync(`/proc/${pid}/stat`, 'utf8').replace(/^.*\) /s, '')[0];
+  // The state is looked at, not guessed: a short wait between looks spares the processor.
+  while (state() !== 'T') await pause(5);
+}

@@ -16,6 +16,7 @@
 #include "app/web/WebApi.h"
 #include "app/web/WebServer.h"
 #include "platform/Dispatch.h"
+#include "storage/VRFileStorage.h"
 
 extern char** environ;
 
@@ -106,6 +107,8 @@ class ServeCommand : public app::Command {
         waiter.join();
         api.reset();
         platform::MainRunLoop::drain();
+        // Files handed over by `unwarp open` were moved into this process's own folder.
+        VRFileStorage::removeOwnTemporaries();
         return app::kExitSuccess;
     }
 

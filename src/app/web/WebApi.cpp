@@ -122,6 +122,7 @@ std::unique_ptr<WebApi> installWebApi(WebServer& server, const std::vector<std::
     installTutorialRoutes(server, state->session);
     installFlowRoutes(server, state->session);
     installAdjustRoutes(server, state->session);
+    installExternalRoutes(server, state->session);
     return state;
 }
 

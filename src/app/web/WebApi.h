@@ -57,6 +57,7 @@ std::optional<std::vector<VRAssetRef>> pickedAssets(WebSession& session, const n
 VXTemplateRef chosenTemplate(WebSession& session, const nlohmann::json& body, std::string* problem);
 // The states of the summary's adjust session, empty when none is open.
 VRAdjustState adjustSessionStates(const WebSession& session);
+void installExternalRoutes(WebServer& server, WebSession& session);
 // The theme's colours as CSS for a colorThemeType setting (0 follows the browser).
 std::string themeStyleSheet(std::int64_t colorThemeType);
 

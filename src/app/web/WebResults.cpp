@@ -12,7 +12,9 @@
 #include "platform/Environment.h"
 #include "platform/FileManager.h"
 #include "results/ResultManager.h"
+#include "results/VRImageSaveActivity.h"
 #include "results/VRSharingNamePrompt.h"
+#include "storage/VRSettings.h"
 
 namespace app::web {
 namespace {
@@ -78,10 +80,24 @@ Reply namePrompt(WebSession& session, const httplib::Request& request) {
         {{"ask", true}, {"name", prompt->name}, {"preview", prompt->previewForName(name)}});
 }
 
-// A new folder for each share under documents/"shared", unless the page names an allowed one.
+// Whether `path` is the result store's folder or lies inside it.
+bool insideResultStore(const std::string& path) {
+    const std::string store =
+        std::filesystem::weakly_canonical(ResultManager::shared().resultsURL()).string();
+    return path == store || path.rfind(store + "/", 0) == 0;
+}
+
+// A new folder for each share under documents/"shared", unless the page names an allowed one
+// to export into; the result store keeps only its own files.
 std::optional<std::string> shareFolder(WebSession& session, const json& body) {
     const std::string given = stringMember(body, "folder");
-    if (!given.empty()) return session.server.paths().resolve(given);
+    if (!given.empty()) {
+        auto folder = session.server.paths().resolve(given);
+        std::error_code code;
+        if (!folder || !std::filesystem::is_directory(*folder, code) || insideResultStore(*folder))
+            return std::nullopt;
+        return folder;
+    }
     const std::string shared = FileManager::stringByAppendingPathComponent(
         platform::Environment::documentsDirectory(), "shared");
     FileManager::createDirectoryAtPath(shared, true);
@@ -98,7 +114,9 @@ Reply share(WebSession& session, const httplib::Request& request) {
     if (assets.empty()) return Reply::error(400, "Select the results to share.");
     auto folder = shareFolder(session, *body);
     if (!folder)
-        return Reply::error(403, "That folder lies outside the folders this server may use.");
+        return Reply::error(403,
+                            "That folder can't take the files: it lies outside the folders "
+                            "this server may use, or in the result store.");
     std::optional<std::string> name;
     if (body->contains("name") && (*body)["name"].is_string())
         name = (*body)["name"].get<std::string>();
@@ -108,6 +126,39 @@ Reply share(WebSession& session, const httplib::Request& request) {
         return Reply::error(500, exported.error ? exported.error->localizedDescription()
                                                 : "The files were not all written.");
     return Reply::json({{"folder", *folder}, {"files", exported.written}});
+}
+
+// The save action as the share sheet would offer it: its title for the named results, or
+// none when saving to the albums is turned off.
+Reply albumsPrompt(WebSession& session, const httplib::Request& request) {
+    auto body = jsonBody(request);
+    if (!body) return Reply::error(400, "The request is no JSON object.");
+    if (!VRSettings::areAlbumsForResultsEnabled()) return Reply::json({{"enabled", false}});
+    auto assets = namedAssets(session, *body);
+    std::vector<std::string> files;
+    for (const auto& asset : assets)
+        if (auto* local = dynamic_cast<const VRLocalAsset*>(asset->object().get()))
+            files.push_back(local->url());
+    VRImageSaveActivity activity({}, nullptr);
+    activity.prepareWithActivityItems(files);
+    return Reply::json({{"enabled", true}, {"title", activity.activityTitle()}});
+}
+
+// Saves the named results into the library's albums; answers the share's status with the
+// words the results screen shows for it.
+Reply saveToAlbums(WebSession& session, const httplib::Request& request) {
+    auto body = jsonBody(request);
+    if (!body) return Reply::error(400, "The request is no JSON object.");
+    if (!VRSettings::areAlbumsForResultsEnabled())
+        return Reply::error(409, "Saving to the albums is turned off in the settings.");
+    std::string problem;
+    if (!session.openLibrary(&problem)) return Reply::error(503, problem);
+    auto assets = namedAssets(session, *body);
+    const auto saved = assets.empty() ? results::AlbumSave{VRExportShareStatusEmptySelection, {}}
+                                      : results::saveIntoAlbums(assets);
+    return Reply::json({{"status", static_cast<int>(saved.status)},
+                        {"title", saved.title},
+                        {"message", VRExportShareStatusMessage(saved.status, "Unwarp")}});
 }
 
 Reply clearStored(const httplib::Request& request) {
@@ -157,6 +208,12 @@ void installResultRoutes(WebServer& server, WebSession& session) {
                [](const httplib::Request& request) { return clearStored(request); });
     postOnMain(server, "/api/share/prompt", [&session](const httplib::Request& request) {
         return namePrompt(session, request);
+    });
+    postOnMain(server, "/api/albums/prompt", [&session](const httplib::Request& request) {
+        return albumsPrompt(session, request);
+    });
+    postOnMain(server, "/api/albums", [&session](const httplib::Request& request) {
+        return saveToAlbums(session, request);
     });
     postOnMain(server, "/api/share",
                [&session](const httplib::Request& request) { return share(session, request); });

@@ -51,7 +51,9 @@ json itemJSON(const VRResultController& run, std::size_t index) {
               {"height", asset.pixelSize().height},
               {"pending", index >= cursor},
               {"processing", index == cursor && run.pickerView().processing()},
-              {"selected", run.pickerView().isSelected(asset)}};
+              {"selected", run.pickerView().isSelected(asset)},
+              // Kept in the app's own storage after the library refused it.
+              {"storedLocally", asset.flag() == 2}};
     if (auto* local = dynamic_cast<const VRLocalAsset*>(asset.object().get())) {
         item["file"] = local->url();
         item["thumbnail"] = local->thumbnailURL();
@@ -191,13 +193,10 @@ Reply startRun(WebSession& session, const httplib::Request& request) {
     handlers.didEnterBackground = [&session] {
         if (session.run) session.run->_didEnterBackground();
     };
+    // The "Processing Restrictions" alert went out when the run paused; the page reads it on
+    // the return, so it is not sent a second time.
     handlers.willEnterForeground = [&session] {
-        if (!session.run) return;
-        if (auto alert = session.run->backgroundAlert()) {
-            session.run->dismissBackgroundAlert();
-            showAlert(session, *alert);
-        }
-        session.run->_willEnterForeground();
+        if (session.run) session.run->_willEnterForeground();
     };
     session.lifecycle = VRLifecycleSignals::install(std::move(handlers));
     session.run->loadView();

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "assets/VRAsset.h"
+#include "core/VRLaunchChannel.h"
 #include "core/VRLaunchController.h"
 #include "core/VRLifecycleSignals.h"
 #include "core/VRResultController.h"
@@ -46,6 +47,8 @@ class WebSession {
     std::shared_ptr<WebFlows> flows;
     // The summary's adjust session over the picked assets, while the summary is open.
     std::shared_ptr<WebAdjust> adjust;
+    // Where `unwarp open` hands its files while the server runs.
+    std::unique_ptr<VRLaunchChannel> launchChannel;
 
     // Opens the library (the `libraryPath` setting, else the pictures folder) when needed;
     // null with the reason when it can't be opened.

@@ -11,6 +11,7 @@ import { LaunchScreen } from './launch.js';
 import { SettingsScreen } from './settings.js';
 import { TutorialGuide } from './tutorial.js';
 import { SizeEditorScreen } from './sizeeditor.js';
+import { showExternal } from './external.js';
 
 class UwApp extends HTMLElement {
   connectedCallback() {
@@ -21,6 +22,7 @@ class UwApp extends HTMLElement {
     this.events.addEventListener('alert', (e) => this.answerAlert(JSON.parse(e.data)));
     this.tutorial = new TutorialGuide(this);
     this.events.addEventListener('reported', (e) => this.reported(JSON.parse(e.data)));
+    this.events.addEventListener('external', (e) => { if (!(this.current instanceof LaunchScreen)) showExternal(this, JSON.parse(e.data)); });
     this.show('launch');
   }
 

@@ -4,6 +4,7 @@ import { api, h, upload } from './api.js';
 import { showAlert } from './dialogs.js';
 import { FileBrowser } from './files.js';
 import { openCamera } from './camera.js';
+import { checkExternal } from './external.js';
 
 export class HomeScreen {
   constructor(app) {
@@ -46,6 +47,7 @@ export class HomeScreen {
       this.albums.firstChild.setAttribute('aria-pressed', 'true');
       this.recents = true;
       await this.reload();
+      await checkExternal(this.app);
     } catch (error) {
       this.app.fail(error);
     }

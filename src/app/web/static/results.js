@@ -1,29 +1,33 @@
 // The results: the run live (the item in work with its progress, results taking the place of
 // pending items), the main button ("Processing", "Resume", "Results"), selection, clear,
-// share under a name with its preview, and downloads of one file or a zip of several.
+// share under a name with its preview, export into a folder, saving to the albums, and
+// downloads of one file or a zip of several.
 import { api, h, fileURL, zipURL, thumbnailURL } from './api.js';
 import { showPrompt, showAlert } from './dialogs.js';
+import { FolderChooser } from './files.js';
 
 export class ResultsScreen {
   constructor(app) {
     this.app = app;
     this.title = 'Results';
     this.run = app.state.run || { items: [] };
-    this.selection = new Set();
     this.list = h('ul', { class: 'results-list', 'aria-live': 'polite' });
     this.button = h('button', { class: 'primary', id: 'processing', onclick: () => this.touch() });
     this.selectionTitle = h('span', { class: 'selection-title' });
     this.share = h('button', { id: 'share', onclick: () => this.shareSelected() }, 'Share');
+    this.exporter = h('button', { id: 'export', onclick: () => this.exportSelected() }, 'Export');
+    this.albums = h('button', { id: 'albums', hidden: true, onclick: () => this.saveSelected() }, 'Save');
     this.download = h('button', { id: 'download', onclick: () => this.downloadSelected() }, 'Download');
     this.clear = h('button', { id: 'clear', onclick: () => this.clearSelected() }, 'Clear');
     this.element = h('section', { class: 'screen results' },
       h('header', {}, h('button', { class: 'back', onclick: () => this.close() }, '‹ Home'), h('h1', {}, 'Results'), this.button),
       this.list,
-      h('footer', {}, this.selectionTitle, this.clear, this.download, this.share));
+      h('footer', {}, this.selectionTitle, h('div', { class: 'actions' }, this.clear, this.download, this.albums, this.exporter, this.share)));
     this.listeners = {
       progress: (e) => this.progress(JSON.parse(e.data)),
       committed: () => this.refresh(),
-      button: (e) => this.setButton(JSON.parse(e.data)),
+      // A pause, an error or the limit takes the item out of work: its bar goes with it.
+      button: (e) => { this.setButton(JSON.parse(e.data)); this.refresh(); },
       list: () => this.refresh(),
     };
   }
@@ -53,7 +57,11 @@ export class ResultsScreen {
     this.button.dataset.state = String(state);
   }
 
+  // Progress counts only for the item in work; a late event of the item before it is dropped.
   progress({ index, progress }) {
+    const item = this.run.items?.[index];
+    if (!item?.processing) return;
+    this.run.progress = progress;
     const bar = this.list.querySelector(`[data-index="${index}"] progress`);
     if (bar) bar.value = progress;
   }
@@ -61,18 +69,40 @@ export class ResultsScreen {
   draw() {
     this.setButton({ state: this.run.state, title: this.run.title || '' });
     this.selectionTitle.textContent = this.run.selectionTitle || '';
-    this.share.hidden = this.download.hidden = this.clear.hidden = !this.run.items?.some((i) => !i.pending);
+    const anyDone = this.run.items?.some((i) => !i.pending);
+    this.download.hidden = this.exporter.hidden = !anyDone;
+    this.share.hidden = !anyDone || this.run.shareHidden && this.run.items.some((i) => i.selected);
+    this.clear.hidden = !this.run.items?.some((i) => i.selected);
     this.list.replaceChildren(...(this.run.items || []).map((item) => {
       const picture = item.thumbnail ? fileURL(item.thumbnail) : item.id.startsWith('library:') ? thumbnailURL(item.id) : null;
       return h('li', { class: `result ${item.pending ? 'pending' : 'done'} ${item.selected ? 'selected' : ''}`, dataset: { index: String(item.index) } },
         h('label', {},
-          h('input', { type: 'checkbox', checked: item.selected, disabled: item.pending, onchange: () => this.toggle(item.index) }),
+          h('input', { type: 'checkbox', checked: item.selected, onchange: () => this.toggle(item.index) }),
           picture ? h('img', { src: picture, alt: '' }) : null,
           h('span', { class: 'name' }, item.name)),
+        item.storedLocally ? h('button', { class: 'warning', 'aria-label': 'Stored locally', onclick: () => this.storedLocally() }, '!') : null,
         item.processing ? h('progress', { max: '1', value: String(this.run.progress || 0) }) : null,
         item.pending && !item.processing ? h('span', { class: 'waiting' }, 'Waiting') : null,
         item.file ? h('a', { href: fileURL(item.file, true), download: '' }, 'Download') : null);
     }));
+    this.updateAlbums();
+  }
+
+  // The albums' button carries the save action's own title, asked of the server.
+  async updateAlbums() {
+    const indexes = this.selectedDone().map((i) => i.index);
+    if (!indexes.length) { this.albums.hidden = true; return; }
+    const key = indexes.join(',');
+    if (this.albumsKey === key) return;
+    this.albumsKey = key;
+    const prompt = await api('/api/albums/prompt', { from: 'run', indexes }).catch(() => ({ enabled: false }));
+    if (this.albumsKey !== key) return;
+    this.albums.hidden = !prompt.enabled;
+    if (prompt.enabled) this.albums.textContent = prompt.title;
+  }
+
+  storedLocally() {
+    showAlert({ title: 'Stored locally', message: 'Media has been saved to local app storage after unsuccessful attempt to be saved to Photo Library for some reason(unsupported format, size, etc)', buttons: ['Ok'] });
   }
 
   async touch() {
@@ -88,28 +118,57 @@ export class ResultsScreen {
   }
 
   selectedDone() {
-    const done = this.run.items.filter((i) => !i.pending);
+    const done = (this.run.items || []).filter((i) => !i.pending);
     const chosen = done.filter((i) => i.selected);
     return chosen.length ? chosen : done;
   }
 
+  // The name prompt when the settings ask for a name: the name, undefined without a prompt,
+  // null when the user cancelled.
+  async askName(indexes, okLabel) {
+    const prompt = await api('/api/share/prompt', { from: 'run', indexes });
+    if (!prompt.ask) return undefined;
+    return showPrompt({
+      title: 'Name', value: prompt.name, okLabel,
+      preview: async (text) => (await api('/api/share/prompt', { from: 'run', indexes, name: text })).preview,
+    });
+  }
+
   async shareSelected() {
-    const items = this.selectedDone();
-    const indexes = items.map((i) => i.index);
+    const indexes = this.selectedDone().map((i) => i.index);
     try {
-      const prompt = await api('/api/share/prompt', { from: 'run', indexes });
-      let name;
-      if (prompt.ask) {
-        name = await showPrompt({
-          title: 'Name', value: prompt.name,
-          preview: async (text) => (await api('/api/share/prompt', { from: 'run', indexes, name: text })).preview,
-        });
-        if (name === null) return;
-      }
+      const name = await this.askName(indexes, 'Share');
+      if (name === null) return;
       const shared = await api('/api/share', { from: 'run', indexes, name });
       this.lastShared = shared.files;
       await showAlert({ title: 'Shared', message: shared.files.map((f) => f.split('/').pop()).join('\n'), buttons: ['Download', 'Ok'] })
         .then((button) => { if (button === 0) this.fetchFiles(shared.files); });
+    } catch (error) {
+      this.app.fail(error);
+    }
+  }
+
+  // Into a folder the user picks among the server's folders, under the sharing names.
+  async exportSelected() {
+    const indexes = this.selectedDone().map((i) => i.index);
+    try {
+      const folder = await new FolderChooser().choose();
+      if (!folder) return;
+      const name = await this.askName(indexes, 'Export');
+      if (name === null) return;
+      const exported = await api('/api/share', { from: 'run', indexes, name, folder });
+      await showAlert({ title: 'Success', message: exported.files.join('\n'), buttons: ['Ok'] });
+    } catch (error) {
+      this.app.fail(error);
+    }
+  }
+
+  async saveSelected() {
+    const indexes = this.selectedDone().map((i) => i.index);
+    try {
+      const saved = await api('/api/albums', { from: 'run', indexes });
+      // Outcomes other than done and cancelled are errors, answered with "Cancel".
+      await showAlert({ title: saved.title, message: saved.message, buttons: [saved.status === 1 || saved.status === 0 ? 'Ok' : 'Cancel'], kind: saved.status > 1 ? 'error' : '' });
     } catch (error) {
       this.app.fail(error);
     }
@@ -128,6 +187,11 @@ export class ResultsScreen {
   }
 
   async clearSelected() {
+    const answer = await showAlert({
+      message: 'This action only removes results from the app and does not affect photos and videos stored outside, in Files or the Photo Library.',
+      buttons: ['Clear selected results', 'Cancel'],
+    });
+    if (answer !== 0) return;
     this.run = await api('/api/run/clear', {});
     this.draw();
   }
