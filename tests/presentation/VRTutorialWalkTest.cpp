@@ -26,8 +26,7 @@ TEST(VRTutorialWalk, MovesOnOnlyOnTheDoingItsStepWaitsFor) {
         {0, "selected", 0},
     };
     for (const auto& c : cases)
-        EXPECT_EQ(VRTutorial::stepAfterEvent(c.step, c.event), c.after)
-            << c.step << " " << c.event;
+        EXPECT_EQ(VRTutorial::stepAfterEvent(c.step, c.event), c.after) << c.step << " " << c.event;
 }
 
 // Every stop of the walk is reached from the first one, and the last hands over to the results.
