@@ -309,9 +309,12 @@ const Bitmap* ImageRowReader::rows(std::size_t first, std::size_t end, ErrorRef*
         const std::size_t needed = end - from;
         if (_buffer->size() < needed * _stride) {
             auto grown = std::make_shared<std::vector<std::uint8_t>>(needed * _stride);
-            std::memcpy(grown->data(), _buffer->data() + (from - _base) * _stride, keep * _stride);
+            // The first window has nothing to keep, and its empty buffer no data pointer.
+            if (keep)
+                std::memcpy(grown->data(), _buffer->data() + (from - _base) * _stride,
+                            keep * _stride);
             _buffer = std::move(grown);
-        } else if (from > _base) {
+        } else if (from > _base && keep) {
             std::memmove(_buffer->data(), _buffer->data() + (from - _base) * _stride,
                          keep * _stride);
         }
