@@ -56,6 +56,15 @@ std::uint32_t shrinkDenominator(const VRImage& image, const VRResolvedOutput& ou
     return VRShrinkOnLoadDenominator(stored, drawn);
 }
 
+// A photo that could not be written: logged, and the writer's own error goes along, so that the
+// words can name the cause.
+VRErrorRef writeFailure(const std::string& path, const platform::ErrorRef& error) {
+    platform::logf("~~ PHOTO: writing %s failed: %s", path.c_str(),
+                   error ? error->description().c_str() : "no image");
+    return error ? VRError::errorWithCodeUnderlyingErrors(VRErrorCode::saveFailed, {error})
+                 : VRError::errorWithCode(VRErrorCode::saveFailed);
+}
+
 }  // namespace
 
 void VRPhotoJob::processImageData(std::optional<std::vector<std::uint8_t>> data,
@@ -122,13 +131,7 @@ void VRPhotoJob::processImageData(std::optional<std::vector<std::uint8_t>> data,
     const platform::Bitmap none;
     if (!VRWriteImageFile(drawn ? drawn->cgImage() : none, VROrientation::up, output.format, path,
                           metadata, &error)) {
-        platform::logf("~~ PHOTO: writing %s failed: %s", path.c_str(),
-                       error ? error->description().c_str() : "no image");
-        // The writer's own error goes along, so that the words can name the cause.
-        return completion(
-            std::nullopt, mediaType, std::nullopt,
-            error ? VRError::errorWithCodeUnderlyingErrors(VRErrorCode::saveFailed, {error})
-                  : VRError::errorWithCode(VRErrorCode::saveFailed));
+        return completion(std::nullopt, mediaType, std::nullopt, writeFailure(path, error));
     }
     VXHelper::excludeURLFromBackup(path);
     completion(path, mediaType, output.outputSize, nullptr);
@@ -152,12 +155,7 @@ void VRPhotoJob::writeStreamed(VRStreamedPhoto& streamed,
     if (outcome == VRStreamedPhoto::Outcome::cancelled)
         return completion(std::nullopt, mediaType, std::nullopt, nullptr);
     if (outcome == VRStreamedPhoto::Outcome::failed) {
-        platform::logf("~~ PHOTO: writing %s failed: %s", path.c_str(),
-                       error ? error->description().c_str() : "no image");
-        return completion(
-            std::nullopt, mediaType, std::nullopt,
-            error ? VRError::errorWithCodeUnderlyingErrors(VRErrorCode::saveFailed, {error})
-                  : VRError::errorWithCode(VRErrorCode::saveFailed));
+        return completion(std::nullopt, mediaType, std::nullopt, writeFailure(path, error));
     }
     VXHelper::excludeURLFromBackup(path);
     completion(path, mediaType, output.outputSize, nullptr);
