@@ -49,6 +49,79 @@ std::vector<Item> processingItems() {
     };
 }
 
+// A setting of two states: its key and accessor, what each state means ("" for none), and
+// where it is shown.
+struct Toggle {
+    const char* key;
+    const char* accessor;
+    bool (*get)();
+    void (*set)(bool);
+    const char* whenOn;
+    const char* whenOff;
+    Screen screen;
+    const char* section;
+    const char* label;
+    const char* footer = "";
+};
+
+Item toggle(const Toggle& row) {
+    return shown(boolSetting(row.key, row.accessor, row.get, row.set, row.whenOn, row.whenOff),
+                 {row.screen, row.section, row.label, row.footer});
+}
+
+// The switches of the appearance, saving, size limit, metadata, filename and Live Photo
+// settings, in the order of the settings file's table.
+std::vector<Toggle> toggles() {
+    using S = VRSettings;
+    return {
+        {"homeScreenRequiredDisabled", "homeScreenChoiceRequired", S::homeScreenChoiceRequired,
+         S::setHomeScreenChoiceRequired, "the home screen choice is asked for",
+         "the home screen choice is not asked for", Screen::appearance, "Home Screen",
+         "Ask for the home screen choice"},
+        {"pixelSizeDisabled", "isPixelSizeEnabled", S::isPixelSizeEnabled, S::setPixelSizeEnabled,
+         "sizes are shown in pixels", "sizes are not shown in pixels", Screen::appearance, "Sizes",
+         "Show sizes in pixels"},
+        {"autoSaveDisabled", "isAutoSaveEnabled", S::isAutoSaveEnabled, S::setAutoSaveEnabled,
+         "results are saved to the library", "results are not saved to the library", Screen::saving,
+         "Auto-Save", "Auto-Save", "Save each result to the photo library as soon as it is made"},
+        {"albumsResultsDisabled", "areAlbumsForResultsEnabled", S::areAlbumsForResultsEnabled,
+         S::setAlbumsForResultsEnabled, "results go into albums", "results do not go into albums",
+         Screen::saving, "Auto-Save", "Albums for results"},
+        {"albumOriginalsDisabled", "isAlbumForOriginalsEnabled", S::isAlbumForOriginalsEnabled,
+         S::setAlbumForOriginalsEnabled, "originals go into an album",
+         "originals do not go into an album", Screen::saving, "Auto-Save", "Album for originals"},
+        {"notifyExceedingMaxSizeDisabled", "isNotifyExceedingMaxSizeEnabled",
+         S::isNotifyExceedingMaxSizeEnabled, S::setNotifyExceedingMaxSizeEnabled,
+         "sizes over the limit are reported", "sizes over the limit are made smaller",
+         Screen::processing, "Max Size Behaviour", "Notify when exceeding max size",
+         "Show alert when exceeding maximum permitted size. Turn off to automatically apply "
+         "smaller sizes."},
+        {"copyExifMetadataDisabled", "shouldCopyExifMetadata", S::shouldCopyExifMetadata,
+         S::setCopyExifMetadata, "EXIF is copied", "EXIF is not copied", Screen::metadata, "Photos",
+         "Copy EXIF", "Without EXIF a result keeps only its dates"},
+        {"copyIptcMetadataDisabled", "shouldCopyIptcMetadata", S::shouldCopyIptcMetadata,
+         S::setCopyIptcMetadata, "IPTC is copied", "IPTC is not copied", Screen::metadata, "Photos",
+         "Copy IPTC"},
+        {"copyGpsMetadataDisabled", "shouldCopyGpsMetadata", S::shouldCopyGpsMetadata,
+         S::setCopyGpsMetadata, "GPS is copied", "GPS is not copied", Screen::metadata, "Photos",
+         "Copy GPS"},
+        {"copyVideoGpsMetadataDisabled", "shouldCopyVideoGpsMetadata",
+         S::shouldCopyVideoGpsMetadata, S::setCopyVideoGpsMetadata, "GPS of videos is copied",
+         "GPS of videos is not copied", Screen::metadata, "Videos", "Copy GPS"},
+        {"originalFilenameSuffixActive", "isOriginalFilenameSuffixEnabled",
+         S::isOriginalFilenameSuffixEnabled, S::setOriginalFilenameSuffixEnabled,
+         "original names get a suffix", "original names get no suffix", Screen::filenames,
+         "Original filename", "Add '-uwrp' suffix"},
+        {"livePhotoIndicatorEnabled", "isLivePhotoIndicatorEnabled", S::isLivePhotoIndicatorEnabled,
+         S::setLivePhotoIndicatorEnabled, "the Live Photo mark is shown",
+         "the Live Photo mark is not shown", Screen::saving, "Live Photos", "Mark Live Photos"},
+        {"livePhotoEnabled", "isLivePhotoEnabled", S::isLivePhotoEnabled, S::setLivePhotoEnabled,
+         "Live Photos are made", "Live Photos are not made", Screen::saving, "Live Photos",
+         "Make Live Photos",
+         "A Live Photo's movie is resized with its photo while Auto-Save is on"},
+    };
+}
+
 // The rows in the order of the settings file's tables; each says where it is shown.
 std::vector<Item> makeItems() {
     using S = VRSettings;
@@ -75,66 +148,8 @@ std::vector<Item> makeItems() {
             editing("Videos", "Format")),
         shown(optionsSetting("videoOptions", S::videoOptions, S::setVideoOptions),
               editing("Videos", "Size options")),
-        shown(boolSetting("homeScreenRequiredDisabled", "homeScreenChoiceRequired",
-                          S::homeScreenChoiceRequired, S::setHomeScreenChoiceRequired,
-                          "the home screen choice is asked for",
-                          "the home screen choice is not asked for"),
-              {Screen::appearance, "Home Screen", "Ask for the home screen choice"}),
-        shown(boolSetting("pixelSizeDisabled", "isPixelSizeEnabled", S::isPixelSizeEnabled,
-                          S::setPixelSizeEnabled, "sizes are shown in pixels",
-                          "sizes are not shown in pixels"),
-              {Screen::appearance, "Sizes", "Show sizes in pixels"}),
-        shown(boolSetting("autoSaveDisabled", "isAutoSaveEnabled", S::isAutoSaveEnabled,
-                          S::setAutoSaveEnabled, "results are saved to the library",
-                          "results are not saved to the library"),
-              {Screen::saving, "Auto-Save", "Auto-Save",
-               "Save each result to the photo library as soon as it is made"}),
-        shown(boolSetting("albumsResultsDisabled", "areAlbumsForResultsEnabled",
-                          S::areAlbumsForResultsEnabled, S::setAlbumsForResultsEnabled,
-                          "results go into albums", "results do not go into albums"),
-              {Screen::saving, "Auto-Save", "Albums for results"}),
-        shown(boolSetting("albumOriginalsDisabled", "isAlbumForOriginalsEnabled",
-                          S::isAlbumForOriginalsEnabled, S::setAlbumForOriginalsEnabled,
-                          "originals go into an album", "originals do not go into an album"),
-              {Screen::saving, "Auto-Save", "Album for originals"}),
-        shown(boolSetting("notifyExceedingMaxSizeDisabled", "isNotifyExceedingMaxSizeEnabled",
-                          S::isNotifyExceedingMaxSizeEnabled, S::setNotifyExceedingMaxSizeEnabled,
-                          "sizes over the limit are reported",
-                          "sizes over the limit are made smaller"),
-              {Screen::processing, "Max Size Behaviour", "Notify when exceeding max size",
-               "Show alert when exceeding maximum permitted size. Turn off to automatically "
-               "apply smaller sizes."}),
-        shown(boolSetting("copyExifMetadataDisabled", "shouldCopyExifMetadata",
-                          S::shouldCopyExifMetadata, S::setCopyExifMetadata, "EXIF is copied",
-                          "EXIF is not copied"),
-              {Screen::metadata, "Photos", "Copy EXIF",
-               "Without EXIF a result keeps only its dates"}),
-        shown(boolSetting("copyIptcMetadataDisabled", "shouldCopyIptcMetadata",
-                          S::shouldCopyIptcMetadata, S::setCopyIptcMetadata, "IPTC is copied",
-                          "IPTC is not copied"),
-              {Screen::metadata, "Photos", "Copy IPTC"}),
-        shown(boolSetting("copyGpsMetadataDisabled", "shouldCopyGpsMetadata",
-                          S::shouldCopyGpsMetadata, S::setCopyGpsMetadata, "GPS is copied",
-                          "GPS is not copied"),
-              {Screen::metadata, "Photos", "Copy GPS"}),
-        shown(boolSetting("copyVideoGpsMetadataDisabled", "shouldCopyVideoGpsMetadata",
-                          S::shouldCopyVideoGpsMetadata, S::setCopyVideoGpsMetadata,
-                          "GPS of videos is copied", "GPS of videos is not copied"),
-              {Screen::metadata, "Videos", "Copy GPS"}),
-        shown(boolSetting("originalFilenameSuffixActive", "isOriginalFilenameSuffixEnabled",
-                          S::isOriginalFilenameSuffixEnabled, S::setOriginalFilenameSuffixEnabled,
-                          "original names get a suffix", "original names get no suffix"),
-              {Screen::filenames, "Original filename", "Add '-uwrp' suffix"}),
-        shown(boolSetting("livePhotoIndicatorEnabled", "isLivePhotoIndicatorEnabled",
-                          S::isLivePhotoIndicatorEnabled, S::setLivePhotoIndicatorEnabled,
-                          "the Live Photo mark is shown", "the Live Photo mark is not shown"),
-              {Screen::saving, "Live Photos", "Mark Live Photos"}),
-        shown(
-            boolSetting("livePhotoEnabled", "isLivePhotoEnabled", S::isLivePhotoEnabled,
-                        S::setLivePhotoEnabled, "Live Photos are made", "Live Photos are not made"),
-            {Screen::saving, "Live Photos", "Make Live Photos",
-             "A Live Photo's movie is resized with its photo while Auto-Save is on"}),
     };
+    for (const Toggle& row : toggles()) items.push_back(toggle(row));
     for (auto& item : processingItems()) items.push_back(std::move(item));
     std::vector<Item> rest{
         shown(withChoices(integerSetting("exportFilenameType", "exportFilenameType",
@@ -213,24 +228,24 @@ std::vector<Item> makeItems() {
                                        : std::string("absent");
                        }),
               {Screen::state, "Stored state", "Legacy template list"}),
-        shown(boolSetting(VRSettings2SummaryNoteHiddenKey, "isSummaryNoteHidden",
-                          S2::isSummaryNoteHidden, S2::setSummaryNoteHidden),
-              editing("Notes", "Hide the summary note")),
-        shown(boolSetting(VRSettings2AdvancedNoteHiddenKey, "isAdvancedNoteHidden",
-                          S2::isAdvancedNoteHidden, S2::setAdvancedNoteHidden),
-              editing("Notes", "Hide the advanced note")),
+        toggle({VRSettings2SummaryNoteHiddenKey, "isSummaryNoteHidden", S2::isSummaryNoteHidden,
+                S2::setSummaryNoteHidden, "", "", Screen::editing, "Notes",
+                "Hide the summary note"}),
+        toggle({VRSettings2AdvancedNoteHiddenKey, "isAdvancedNoteHidden", S2::isAdvancedNoteHidden,
+                S2::setAdvancedNoteHidden, "", "", Screen::editing, "Notes",
+                "Hide the advanced note"}),
         shown(colorSetting(VRSettings2VideoColorKey, "defaultVideoColor", S2::defaultVideoColor,
                            S2::setDefaultVideoColor),
               {Screen::editing, "Fill colours", "Videos", "", "", "none or r,g,b,a"}),
         shown(colorSetting(VRSettings2PhotoColorKey, "defaultPhotoColor", S2::defaultPhotoColor,
                            S2::setDefaultPhotoColor),
               {Screen::editing, "Fill colours", "Photos", "", "", "none or r,g,b,a"}),
-        shown(boolSetting(VRSettings2PrivateAccessWarnedKey, "isPrivateAccessWarned",
-                          S2::isPrivateAccessWarned, S2::setPrivateAccessWarned),
-              {Screen::state, "Stored state", "Limited library access was told"}),
-        shown(boolSetting(VRSettings2RecentsSelectedKey, "isRecentsSelected", S2::isRecentsSelected,
-                          S2::setRecentsSelected),
-              {Screen::state, "Stored state", "Recents chosen on the home screen"}),
+        toggle({VRSettings2PrivateAccessWarnedKey, "isPrivateAccessWarned",
+                S2::isPrivateAccessWarned, S2::setPrivateAccessWarned, "", "", Screen::state,
+                "Stored state", "Limited library access was told"}),
+        toggle({VRSettings2RecentsSelectedKey, "isRecentsSelected", S2::isRecentsSelected,
+                S2::setRecentsSelected, "", "", Screen::state, "Stored state",
+                "Recents chosen on the home screen"}),
         shown(withChoices(checkedString(
                               VRSettings2TemplateSortingKey, "templateSorting", S2::templateSorting,
                               [](const std::string& text, bool, std::string* problem) {
@@ -245,12 +260,12 @@ std::vector<Item> makeItems() {
                           {{VRTemplateSortingStandardName, "Standard", ""},
                            {VRTemplateSortingSelectionName, "Selection", ""}}),
               editing("Templates", "Sorting")),
-        shown(boolSetting(VRSettings2TemplateCustomPersonalKey, "isTemplateCustomPersonal",
-                          S2::isTemplateCustomPersonal, S2::setTemplateCustomPersonal),
-              editing("Templates", "Own templates first")),
-        shown(boolSetting(VRSettings2TemplateCustomOnKey, "isTemplateCustomOn",
-                          S2::isTemplateCustomOn, S2::setTemplateCustomOn),
-              editing("Templates", "Own templates shown")),
+        toggle({VRSettings2TemplateCustomPersonalKey, "isTemplateCustomPersonal",
+                S2::isTemplateCustomPersonal, S2::setTemplateCustomPersonal, "", "",
+                Screen::editing, "Templates", "Own templates first"}),
+        toggle({VRSettings2TemplateCustomOnKey, "isTemplateCustomOn", S2::isTemplateCustomOn,
+                S2::setTemplateCustomOn, "", "", Screen::editing, "Templates",
+                "Own templates shown"}),
         shown(checkedString(VRCrashReportURLKey, VRCrashReportURLKey, CrashReporting::reportURLText,
                             [](const std::string& text, bool, std::string* problem) {
                                 return CrashReporting::setReportURL(text, problem);
@@ -282,53 +297,47 @@ const VRSettingsItem* VRSettingsViewModel::itemNamed(const std::string& name) {
     return nullptr;
 }
 
+namespace {
+
+// The screens in the order they are shown, with their identifiers and titles.
+struct ScreenName {
+    Screen screen;
+    const char* identifier;
+    const char* title;
+};
+constexpr ScreenName kScreenNames[] = {
+    {Screen::processing, "processing", "Processing"},
+    {Screen::saving, "saving", "Saving"},
+    {Screen::metadata, "metadata", "Metadata"},
+    {Screen::filenames, "filenames", "Filenames"},
+    {Screen::appearance, "appearance", "Appearance"},
+    {Screen::editing, "editing", "Editing"},
+    {Screen::system, "system", "System"},
+    {Screen::state, "state", "Stored state"},
+};
+
+const ScreenName* nameOf(Screen screen) {
+    for (const auto& name : kScreenNames)
+        if (name.screen == screen) return &name;
+    return nullptr;
+}
+
+}  // namespace
+
 std::vector<VRSettingsScreen> VRSettingsViewModel::screens() {
-    return {Screen::processing, Screen::saving,  Screen::metadata, Screen::filenames,
-            Screen::appearance, Screen::editing, Screen::system,   Screen::state};
+    std::vector<VRSettingsScreen> order;
+    for (const auto& name : kScreenNames) order.push_back(name.screen);
+    return order;
 }
 
 std::string VRSettingsViewModel::titleOfScreen(VRSettingsScreen screen) {
-    switch (screen) {
-        case Screen::processing:
-            return "Processing";
-        case Screen::saving:
-            return "Saving";
-        case Screen::metadata:
-            return "Metadata";
-        case Screen::filenames:
-            return "Filenames";
-        case Screen::appearance:
-            return "Appearance";
-        case Screen::system:
-            return "System";
-        case Screen::editing:
-            return "Editing";
-        case Screen::state:
-            return "Stored state";
-    }
-    return "";
+    const ScreenName* name = nameOf(screen);
+    return name ? name->title : "";
 }
 
 std::string VRSettingsViewModel::identifierOfScreen(VRSettingsScreen screen) {
-    switch (screen) {
-        case Screen::processing:
-            return "processing";
-        case Screen::saving:
-            return "saving";
-        case Screen::metadata:
-            return "metadata";
-        case Screen::filenames:
-            return "filenames";
-        case Screen::appearance:
-            return "appearance";
-        case Screen::system:
-            return "system";
-        case Screen::editing:
-            return "editing";
-        case Screen::state:
-            return "state";
-    }
-    return "";
+    const ScreenName* name = nameOf(screen);
+    return name ? name->identifier : "";
 }
 
 std::vector<std::vector<const VRSettingsItem*>> VRSettingsViewModel::sectionsOfScreen(
