@@ -1,19 +1,20 @@
-// The file browser: the folders the server may show (the library, the results, the uploads
-// and the folders given to `unwarp serve --folder`), opened one level at a time.
+// The file browser and the export folder chooser: dialogs over the folders the server may show
+// (the library, the results, the uploads and the folders given to `unwarp serve --folder`),
+// opened one level at a time.
 import { api, h } from './api.js';
 
-export class FileBrowser {
-  choose() {
+// A dialog over the server's folders; "Cancel" answers null. A kind of dialog gives its title,
+// its other buttons, what it keeps of an opened folder and the rows of the folder's files.
+class FolderDialog {
+  run({ title, className, list, buttons }) {
     return new Promise((resolve) => {
       this.resolve = resolve;
-      this.chosen = new Map();
-      this.list = h('ul', { class: 'files', role: 'listbox', 'aria-multiselectable': 'true' });
+      this.list = h('ul', { class: 'files', ...list });
       this.where = h('p', { class: 'where' });
-      this.dialog = h('dialog', { class: 'browser' },
-        h('h2', {}, 'Files'), this.where, this.list,
+      this.dialog = h('dialog', { class: className },
+        h('h2', {}, title), this.where, this.list,
         h('div', { class: 'buttons' },
-          h('button', { type: 'button', onclick: () => this.finish(null) }, 'Cancel'),
-          h('button', { type: 'button', class: 'primary', onclick: () => this.finish([...this.chosen.values()]) }, 'Open')));
+          h('button', { type: 'button', onclick: () => this.finish(null) }, 'Cancel'), ...buttons));
       this.dialog.addEventListener('cancel', () => this.finish(null));
       document.body.append(this.dialog);
       this.dialog.showModal();
@@ -29,61 +30,53 @@ export class FileBrowser {
 
   async open(path) {
     const answer = await api(path ? `/api/files?path=${encodeURIComponent(path)}` : '/api/files');
+    this.opened(answer);
     this.where.textContent = answer.path || 'Folders';
     const rows = [];
     if (answer.path) rows.push(h('li', {}, h('button', { type: 'button', onclick: () => this.open(null) }, '‹ Folders')));
     for (const entry of answer.entries) {
-      if (entry.folder) {
-        rows.push(h('li', {}, h('button', { type: 'button', class: 'folder', onclick: () => this.open(entry.path) }, `${entry.name}/`)));
-      } else {
-        const box = h('input', { type: 'checkbox', id: `f-${rows.length}`, onchange: (e) => {
-          if (e.target.checked) this.chosen.set(entry.id, { id: entry.id, name: entry.name, media: entry.media });
-          else this.chosen.delete(entry.id);
-        } });
-        rows.push(h('li', {}, box, h('label', { for: box.id }, entry.name)));
-      }
+      const row = entry.folder
+        ? h('li', {}, h('button', { type: 'button', class: 'folder', onclick: () => this.open(entry.path) }, `${entry.name}/`))
+        : this.fileRow(entry, rows.length);
+      if (row) rows.push(row);
     }
     this.list.replaceChildren(...rows);
   }
+
+  opened() {}
+
+  fileRow() { return null; }
 }
 
-// Picks a folder to export into: the same folders, folders only, opened one level at a time;
-// "Export Here" takes the folder on show.
-export class FolderChooser {
+// Picks files to open: each file has a check box; "Open" answers the ones checked.
+export class FileBrowser extends FolderDialog {
   choose() {
-    return new Promise((resolve) => {
-      this.resolve = resolve;
-      this.path = null;
-      this.list = h('ul', { class: 'files', 'aria-label': 'Folders' });
-      this.where = h('p', { class: 'where' });
-      this.here = h('button', { type: 'button', class: 'primary', disabled: true, onclick: () => this.finish(this.path) }, 'Export Here');
-      this.dialog = h('dialog', { class: 'browser folders' },
-        h('h2', {}, 'Export to Folder'), this.where, this.list,
-        h('div', { class: 'buttons' },
-          h('button', { type: 'button', onclick: () => this.finish(null) }, 'Cancel'), this.here));
-      this.dialog.addEventListener('cancel', () => this.finish(null));
-      document.body.append(this.dialog);
-      this.dialog.showModal();
-      this.open(null);
+    this.chosen = new Map();
+    return this.run({
+      title: 'Files', className: 'browser', list: { role: 'listbox', 'aria-multiselectable': 'true' },
+      buttons: [h('button', { type: 'button', class: 'primary', onclick: () => this.finish([...this.chosen.values()]) }, 'Open')],
     });
   }
 
-  finish(result) {
-    this.dialog.close();
-    this.dialog.remove();
-    this.resolve(result);
+  fileRow(entry, index) {
+    const box = h('input', { type: 'checkbox', id: `f-${index}`, onchange: (e) => {
+      if (e.target.checked) this.chosen.set(entry.id, { id: entry.id, name: entry.name, media: entry.media });
+      else this.chosen.delete(entry.id);
+    } });
+    return h('li', {}, box, h('label', { for: box.id }, entry.name));
+  }
+}
+
+// Picks a folder to export into: folders only; "Export Here" takes the folder on show.
+export class FolderChooser extends FolderDialog {
+  choose() {
+    this.path = null;
+    this.here = h('button', { type: 'button', class: 'primary', disabled: true, onclick: () => this.finish(this.path) }, 'Export Here');
+    return this.run({ title: 'Export to Folder', className: 'browser folders', list: { 'aria-label': 'Folders' }, buttons: [this.here] });
   }
 
-  async open(path) {
-    const answer = await api(path ? `/api/files?path=${encodeURIComponent(path)}` : '/api/files');
+  opened(answer) {
     this.path = answer.path;
     this.here.disabled = !answer.path;
-    this.where.textContent = answer.path || 'Folders';
-    const rows = [];
-    if (answer.path) rows.push(h('li', {}, h('button', { type: 'button', onclick: () => this.open(null) }, '‹ Folders')));
-    for (const entry of answer.entries.filter((e) => e.folder)) {
-      rows.push(h('li', {}, h('button', { type: 'button', class: 'folder', onclick: () => this.open(entry.path) }, `${entry.name}/`)));
-    }
-    this.list.replaceChildren(...rows);
   }
 }
