@@ -4,7 +4,7 @@
 import { test } from 'node:test';
 import assert from 'node:assert/strict';
 import path from 'node:path';
-import { makeHome, makeMedia, unwarp, run, startServer, launchBrowser, watchedPage, screenshots, screenshotDir, passLaunchSteps } from './support.mjs';
+import { makeHome, makeMedia, unwarp, run, screenshots, screenshotDir, openHome, walkToTemplate } from './support.mjs';
 
 // One pixel of a picture file, read by libvips: [r, g, b].
 function pixel(file, x, y) {
@@ -64,24 +64,8 @@ test('adjust panel: preview, drag, turns, fill, apply to all, menu states, writt
   t.after(home.cleanup);
   const media = makeMedia(path.join(home.root, 'media'));
   unwarp(home.root, ['library', 'add', '--album', 'Trip', media.red, media.blue, media.movie]);
-  const server = await startServer(home.root);
-  t.after(server.stop);
-  const browser = await launchBrowser();
-  t.after(browser.close);
-  const { page, problems } = await watchedPage(browser.context);
-
-  await page.goto(server.url);
-  await page.getByRole('heading', { name: 'Welcome' }).waitFor();
-  await passLaunchSteps(page);
-  await page.getByRole('button', { name: 'Trip (3)' }).click();
-  const cells = page.locator('uw-grid .cell img');
-  await cells.nth(2).waitFor();
-  await cells.nth(0).click();
-  await cells.nth(2).click({ modifiers: ['Shift'] });
-  await page.getByText('2 photos / 1 video selected').waitFor();
-  await page.getByRole('button', { name: 'Next' }).click();
-  await page.getByRole('searchbox', { name: 'Search templates' }).fill('Instagram Square Fit');
-  await page.getByRole('button', { name: /Instagram Square Fit/ }).first().click();
+  const { page, problems } = await openHome(t, home);
+  await walkToTemplate(page, { album: 'Trip (3)', last: 2, search: 'Instagram Square Fit', name: /Instagram Square Fit/ });
 
   await page.getByRole('button', { name: 'Adjust a-red.jpg' }).click();
   await page.locator('.frame img').waitFor();

@@ -6,29 +6,11 @@ import { test } from 'node:test';
 import assert from 'node:assert/strict';
 import path from 'node:path';
 import { existsSync, readdirSync, readFileSync, writeFileSync, mkdirSync } from 'node:fs';
-import { makeHome, makeMedia, unwarp, run, startServer, launchBrowser, watchedPage, screenshots,
-  screenshotsWithPhone, passLaunchSteps, waitUntilStopped } from './support.mjs';
+import { makeHome, makeMedia, unwarp, run, screenshots, screenshotsWithPhone, waitUntilStopped, openHome,
+  chooseTemplate } from './support.mjs';
 
 function vipsSize(file) {
   return [run('vipsheader', ['-f', 'width', file]), run('vipsheader', ['-f', 'height', file])].map(Number);
-}
-
-// Server and page at the home screen, the launch steps passed.
-async function openHome(t, home, { serveArgs = [], browserArgs = [] } = {}) {
-  const server = await startServer(home.root, serveArgs);
-  t.after(server.stop);
-  const browser = await launchBrowser(browserArgs);
-  t.after(browser.close);
-  const { page, problems } = await watchedPage(browser.context);
-  await page.goto(server.url);
-  await passLaunchSteps(page);
-  await page.locator('.home').waitFor();
-  return { server, page, problems };
-}
-
-async function chooseUnwarpTemplate(page) {
-  await page.getByRole('searchbox', { name: 'Search templates' }).fill('1.33');
-  await page.getByRole('button', { name: /Unwarp 1\.33x/ }).first().click();
 }
 
 // The run's state as the server has it.
@@ -53,7 +35,7 @@ test('an upload and a camera photo each become a result', async (t) => {
 
   // The upload: the page's file input, as the browser's picker fills it.
   await page.locator('input[type=file]').setInputFiles([media.red]);
-  await chooseUnwarpTemplate(page);
+  await chooseTemplate(page);
   await page.locator('#start').click();
   await page.locator('#processing').filter({ hasText: 'Results' }).waitFor({ timeout: 60000 });
   let state = await runState(page);
@@ -72,7 +54,7 @@ test('an upload and a camera photo each become a result', async (t) => {
   });
   await screenshots(page, 'camera');
   await camera.getByRole('button', { name: 'Take Photo' }).click();
-  await chooseUnwarpTemplate(page);
+  await chooseTemplate(page);
   await page.locator('#start').click();
   await page.locator('#processing').filter({ hasText: 'Results' }).waitFor({ timeout: 60000 });
   state = await runState(page);
@@ -93,7 +75,7 @@ test('a broken file shows the error dialog and the run goes on once it is cleare
   const { page, problems } = await openHome(t, home);
 
   await page.locator('input[type=file]').setInputFiles([media.red, broken, media.blue]);
-  await chooseUnwarpTemplate(page);
+  await chooseTemplate(page);
   await page.locator('#start').click();
   const error = page.getByRole('dialog').filter({ hasText: 'If problem persists' });
   await error.waitFor({ timeout: 60000 });
@@ -143,7 +125,7 @@ test('a file opened with `unwarp open` shows in the page as the external item', 
   await page.waitForFunction(() => document.querySelector('dialog.external img')?.complete);
   await screenshotsWithPhone(page, 'external-item');
   await photo.getByRole('button', { name: 'Next' }).click();
-  await chooseUnwarpTemplate(page);
+  await chooseTemplate(page);
   await page.locator('#start').click();
   await page.locator('#processing').filter({ hasText: 'Results' }).waitFor({ timeout: 60000 });
   const state = await runState(page);
@@ -167,7 +149,7 @@ test('a run paused by a stopped process and by the user resumes to the end, and 
   const { server, page, problems } = await openHome(t, home, { serveArgs: ['--folder', exportFolder] });
 
   await page.locator('input[type=file]').setInputFiles(photos);
-  await chooseUnwarpTemplate(page);
+  await chooseTemplate(page);
   const firstResult = page.evaluate(() => new Promise((resolve) => {
     document.querySelector('uw-app').events.addEventListener('committed', resolve, { once: true });
   }));

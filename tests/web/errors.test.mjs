@@ -5,7 +5,7 @@ import { test } from 'node:test';
 import assert from 'node:assert/strict';
 import path from 'node:path';
 import { existsSync, mkdirSync, readFileSync, writeFileSync } from 'node:fs';
-import { makeHome, makeMedia, unwarp, startServer, launchBrowser, watchedPage, screenshots, passLaunchSteps } from './support.mjs';
+import { makeHome, makeMedia, unwarp, startServer, launchBrowser, watchedPage, screenshots, passLaunchSteps, walkToTemplate } from './support.mjs';
 
 test('error dialog: a broken file, "Contact us", and the report left behind', async (t) => {
   const home = makeHome();
@@ -30,14 +30,7 @@ test('error dialog: a broken file, "Contact us", and the report left behind', as
   await page.goto(server.url);
   await passLaunchSteps(page);
 
-  await page.getByRole('button', { name: 'Bad (2)' }).click();
-  const cells = page.locator('uw-grid .cell img');
-  await cells.nth(1).waitFor();
-  await cells.nth(0).click();
-  await cells.nth(1).click({ modifiers: ['Shift'] });
-  await page.getByRole('button', { name: 'Next' }).click();
-  await page.getByRole('searchbox', { name: 'Search templates' }).fill('1.33');
-  await page.getByRole('button', { name: /Unwarp 1\.33x/ }).first().click();
+  await walkToTemplate(page, { album: 'Bad (2)', last: 1 });
   await page.locator('#start').click();
 
   const dialog = page.getByRole('dialog').filter({ hasText: 'If problem persists, please, contact us.' });

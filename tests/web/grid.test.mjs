@@ -5,7 +5,7 @@ import { test } from 'node:test';
 import assert from 'node:assert/strict';
 import { linkSync, mkdirSync } from 'node:fs';
 import path from 'node:path';
-import { makeHome, unwarp, run, startServer, launchBrowser, watchedPage, screenshots, passLaunchSteps } from './support.mjs';
+import { makeHome, unwarp, run, screenshots, openHome } from './support.mjs';
 
 const COUNT = 2000;
 
@@ -36,13 +36,7 @@ test('grid: a large album scrolls to its end and picks by click, shift-click and
   const home = makeHome();
   t.after(home.cleanup);
   makeAlbum(home.root);
-  const server = await startServer(home.root);
-  t.after(server.stop);
-  const browser = await launchBrowser();
-  t.after(browser.close);
-  const { page, problems } = await watchedPage(browser.context);
-  await page.goto(server.url);
-  await passLaunchSteps(page);
+  const { page, problems } = await openHome(t, home);
   await page.getByRole('button', { name: `Big (${COUNT})` }).click();
   const grid = page.locator('uw-grid');
   await page.locator('uw-grid .cell[data-index="0"] img').waitFor();

@@ -4,20 +4,14 @@
 import { test } from 'node:test';
 import assert from 'node:assert/strict';
 import path from 'node:path';
-import { makeHome, screenshotDir, unwarp, startServer, launchBrowser, watchedPage, screenshots, passLaunchSteps } from './support.mjs';
+import { makeHome, screenshotDir, unwarp, screenshots, openHome } from './support.mjs';
 
 const stored = (home, key) => unwarp(home, ['settings', 'get', key]).trim();
 
 test('settings: change in the page, read back on the command line', async (t) => {
   const home = makeHome();
   t.after(home.cleanup);
-  const server = await startServer(home.root);
-  t.after(server.stop);
-  const browser = await launchBrowser();
-  t.after(browser.close);
-  const { page, problems } = await watchedPage(browser.context);
-  await page.goto(server.url);
-  await passLaunchSteps(page);
+  const { page, problems } = await openHome(t, home);
   await page.getByRole('button', { name: 'Settings' }).click();
 
   // Processing: the encoding choices with their words.

@@ -154,3 +154,35 @@ export async function waitUntilStopped(pid) {
   // The state is looked at, not guessed: a short wait between looks spares the processor.
   while (state() !== 'T') await pause(5);
 }
+
+// Server and page at the home screen, the launch steps passed; both end with the test.
+export async function openHome(t, home, { serveArgs = [], browserArgs = [] } = {}) {
+  const server = await startServer(home.root, serveArgs);
+  t.after(server.stop);
+  const browser = await launchBrowser(browserArgs);
+  t.after(browser.close);
+  const { page, problems } = await watchedPage(browser.context);
+  await page.goto(server.url);
+  await passLaunchSteps(page);
+  await page.locator('.home').waitFor();
+  return { server, page, problems };
+}
+
+// On the template list: the template found by `search`, chosen by its name.
+export async function chooseTemplate(page, search = '1.33', name = /Unwarp 1\.33x/) {
+  await page.getByRole('searchbox', { name: 'Search templates' }).fill(search);
+  await page.getByRole('button', { name }).first().click();
+}
+
+// The walk from the home screen to a chosen template: the album button `album` (its title and
+// count), the items `first` to `last` picked by a click and a shift-click, "Next", and the
+// template as chooseTemplate finds it.
+export async function walkToTemplate(page, { album, first = 0, last, search, name }) {
+  await page.getByRole('button', { name: album }).click();
+  const cells = page.locator('uw-grid .cell img');
+  await cells.nth(last).waitFor();
+  await cells.nth(first).click();
+  await cells.nth(last).click({ modifiers: ['Shift'] });
+  await page.getByRole('button', { name: 'Next' }).click();
+  await chooseTemplate(page, search, name);
+}

@@ -6,7 +6,7 @@ import { test } from 'node:test';
 import assert from 'node:assert/strict';
 import path from 'node:path';
 import { existsSync } from 'node:fs';
-import { makeHome, makeMedia, unwarp, run, startServer, launchBrowser, watchedPage, screenshots, phoneScreenshot, passLaunchSteps } from './support.mjs';
+import { makeHome, makeMedia, unwarp, run, screenshots, phoneScreenshot, openHome } from './support.mjs';
 
 function vipsSize(file) {
   return `${run('vipsheader', ['-f', 'width', file]).trim()}x${run('vipsheader', ['-f', 'height', file]).trim()}`;
@@ -28,14 +28,7 @@ test('own templates and the size editor', async (t) => {
   t.after(home.cleanup);
   const media = makeMedia(path.join(home.root, 'media'));
   unwarp(home.root, ['library', 'add', '--album', 'Trip', media.red, media.movie]);
-  const server = await startServer(home.root);
-  t.after(server.stop);
-  const browser = await launchBrowser();
-  t.after(browser.close);
-  const { page, problems } = await watchedPage(browser.context);
-
-  await page.goto(server.url);
-  await passLaunchSteps(page);
+  const { page, problems } = await openHome(t, home);
   await page.getByRole('button', { name: 'Trip (2)' }).click();
   const cells = page.locator('uw-grid .cell img');
   await cells.nth(1).waitFor();

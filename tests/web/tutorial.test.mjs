@@ -4,20 +4,14 @@
 import { test } from 'node:test';
 import assert from 'node:assert/strict';
 import path from 'node:path';
-import { makeHome, makeMedia, unwarp, startServer, launchBrowser, watchedPage, screenshots, passLaunchSteps } from './support.mjs';
+import { makeHome, makeMedia, unwarp, screenshots, openHome, chooseTemplate } from './support.mjs';
 
 test('tutorial: focus texts step by step, the note, and the way back', async (t) => {
   const home = makeHome();
   t.after(home.cleanup);
   const media = makeMedia(path.join(home.root, 'media'));
   unwarp(home.root, ['library', 'add', '--album', 'Trip', media.red, media.blue]);
-  const server = await startServer(home.root);
-  t.after(server.stop);
-  const browser = await launchBrowser();
-  t.after(browser.close);
-  const { page, problems } = await watchedPage(browser.context);
-  await page.goto(server.url);
-  await passLaunchSteps(page);
+  const { page, problems } = await openHome(t, home);
 
   const focus = page.locator('.tutorial-focus');
   const focusSays = async (text, target) => {
@@ -45,8 +39,7 @@ test('tutorial: focus texts step by step, the note, and the way back', async (t)
   await page.getByRole('button', { name: 'Next' }).click();
   await focusSays('Choose a template for the selection', 'templateList');
   await screenshots(page, 'tutorial-templates');
-  await page.getByRole('searchbox', { name: 'Search templates' }).fill('1.33');
-  await page.getByRole('button', { name: /Unwarp 1\.33x/ }).first().click();
+  await chooseTemplate(page);
   await focusSays('Tap Start to resize the selection', 'startButton');
   await page.locator('#start').click();
 
