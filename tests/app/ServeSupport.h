@@ -9,7 +9,9 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <functional>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -98,5 +100,38 @@ class Server {
     int _port = 0;
     int _status = -1;
 };
+
+// The first event called `name` on the stream for which `accept` holds; the stream is opened
+// before `trigger` runs, so the event can't pass unseen.
+inline nlohmann::json awaitEvent(const Server& server, const std::string& name,
+                                 const std::function<bool(const nlohmann::json&)>& accept,
+                                 const std::function<void()>& trigger) {
+    nlohmann::json found;
+    std::string pending;
+    bool triggered = false;
+    auto client = server.client();
+    client->Get("/api/events", {{"X-Unwarp-Token", server.token()}},
+                [&](const char* data, std::size_t size) {
+                    pending.append(data, size);
+                    if (!triggered) {
+                        triggered = true;
+                        trigger();
+                    }
+                    for (auto end = pending.find("\n\n"); end != std::string::npos;
+                         end = pending.find("\n\n")) {
+                        const std::string block = pending.substr(0, end);
+                        pending.erase(0, end + 2);
+                        const auto body = block.find("\ndata: ");
+                        if (block.rfind("event: " + name + "\n", 0) != 0) continue;
+                        auto event = nlohmann::json::parse(block.substr(body + 7), nullptr, false);
+                        if (accept(event)) {
+                            found = event;
+                            return false;
+                        }
+                    }
+                    return true;
+                });
+    return found;
+}
 
 }  // namespace serve_test

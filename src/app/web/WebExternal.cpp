@@ -1,17 +1,22 @@
 // Files opened from outside while `unwarp serve` runs: the server is a front end on the launch
 // channel, so `unwarp open FILE` hands its copy here. The file goes through the launch manager
 // as the home screen takes it, and the pages learn of it by an "external" event; a page that
-// opens later asks for the item still waiting.
+// opens later asks for the item still waiting. A page shows it through its own walk: the home
+// flow of the tab presents the external screen, and the screen's template choice begins the
+// walk with the file.
 #include <iostream>
 
 #include "app/web/WebApi.h"
+#include "app/web/WebFlow.h"
 #include "app/web/WebRoutes.h"
 #include "app/web/WebSession.h"
 #include "assets/VRURLAsset.h"
 #include "core/VRLaunchChannel.h"
 #include "core/VRLaunchManager.h"
+#include "editing/VRPresetViewAbstract.h"
 #include "model/VRFormatMediaType.h"
 #include "platform/FileManager.h"
+#include "templates/TemplateManager.h"
 
 namespace app::web {
 namespace {
@@ -55,6 +60,47 @@ void receive(WebSession& session, const std::string& path) {
                                         item->dump(-1, ' ', false, json::error_handler_t::replace));
 }
 
+// The waiting file, presented on the tab's walk as the home screen does: the stack goes back
+// to home first, and the file is delivered to this tab only. With none waiting (another tab
+// took it) the walk is answered as it is.
+Reply present(WebSession& session, FlowRequest& request) {
+    auto item = waitingItem(session);
+    if (!item) return Reply::json(flowJSON(*request.flow, request.id));
+    VRLaunchManager::defaultManager().setExternalURL(std::nullopt);
+    HomeNavigation& home = *request.flow->home;
+    home.viewDidAppear();
+    home.launchManagerDidRequestExtenralURL(item->at("id").get<std::string>().substr(5));
+    return Reply::json(flowJSON(*request.flow, request.id));
+}
+
+Reply externalWork(FlowRequest& request,
+                   const std::function<void(NavigationManager&, const VRScreenRef&)>& work) {
+    const VRScreenRef& shown = request.flow->shown();
+    if (!shown->external()) return Reply::error(409, "No external item is shown.");
+    work(request.flow->navigation(), shown);
+    return Reply::json(flowJSON(*request.flow, request.id));
+}
+
+// The template the user chose for the file ("template": key), or none for a size of its own.
+Reply finish(WebSession&, FlowRequest& request) {
+    const std::string key = stringMember(request.body, "template");
+    VXTemplateRef tpl;
+    if (!key.empty()) {
+        tpl = VRPresetViewAbstract::templateWithSourceOptions(
+            TemplateManager::shared().templateWithKey(key));
+        if (!tpl) return Reply::error(404, "No template with the key \"" + key + "\".");
+    }
+    return externalWork(request, [&](NavigationManager& manager, const VRScreenRef& screen) {
+        manager.externalControllerDidFinish(screen, tpl);
+    });
+}
+
+Reply cancel(WebSession&, FlowRequest& request) {
+    return externalWork(request, [](NavigationManager& manager, const VRScreenRef& screen) {
+        manager.externalControllerDidCancel(screen);
+    });
+}
+
 }  // namespace
 
 void installExternalRoutes(WebServer& server, WebSession& session) {
@@ -72,6 +118,9 @@ void installExternalRoutes(WebServer& server, WebSession& session) {
         VRLaunchManager::defaultManager().setExternalURL(std::nullopt);
         return Reply::json({{"item", nullptr}});
     });
+    postFlow(server, session, "/api/flow/external", true, present);
+    postFlow(server, session, "/api/flow/external/finish", false, finish);
+    postFlow(server, session, "/api/flow/external/cancel", false, cancel);
 }
 
 }  // namespace app::web

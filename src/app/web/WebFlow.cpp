@@ -1,7 +1,10 @@
 // The editing walk of each page (a browser tab names its walk by an id of its own): a navigation
 // manager with its own stack decides which screen comes after the home screen, each size editor
-// and the summary; the size editor's fields and buttons run through the editor's logic here.
+// and the summary, and where the settings open and close; the size editor's fields and buttons
+// run through the editor's logic here.
 // The page draws the screen on top of its stack and reports the user's answers.
+#include "app/web/WebFlow.h"
+
 #include <algorithm>
 #include <cctype>
 #include <map>
@@ -12,7 +15,7 @@
 #include "app/web/WebApi.h"
 #include "app/web/WebRoutes.h"
 #include "app/web/WebSession.h"
-#include "core/NavigationManager.h"
+#include "core/VRLaunchManager.h"
 #include "editing/TemplatePictures.h"
 #include "editing/VRPresetViewAbstract.h"
 #include "model/VXHelperText.h"
@@ -24,13 +27,21 @@ namespace app::web {
 
 using nlohmann::json;
 
-struct WebFlow {
-    std::unique_ptr<NavigationManager> manager =
-        std::make_unique<NavigationManager>(NavigationServices::standard());
-    // The size editors of the screens on the stack, by screen number.
-    std::map<std::uint64_t, std::unique_ptr<SizeEditing>> editors;
-    std::uint64_t lastUse = 0;
-};
+WebFlow::WebFlow()
+    : manager(std::make_unique<NavigationManager>(NavigationServices::standard())),
+      home(HomeNavigation::create(
+          *manager, {[] { return VRLaunchManager::defaultManager().tutorialState(); }})) {}
+
+const VRScreenRef& WebFlow::shown() const {
+    const VRScreenRef& presented = manager->navController()->presentedViewController();
+    return presented ? presented : top();
+}
+
+void WebFlow::unwind() {
+    VRNavigationController& stack = *manager->navController();
+    if (stack.presentedViewController()) stack.dismissViewControllerAnimated(false);
+    stack.backAnimated(false, NavigationManager::kStepsToRoot);
+}
 
 class WebFlows {
   public:
@@ -111,6 +122,25 @@ std::string templateTitle(const VXTemplate& tpl) {
     return "";
 }
 
+json screenJSON(const VRScreen& screen) {
+    json shown{{"id", screen.identifier()}, {"kind", kindWord(screen.kind())}};
+    if (const VRExternalScreen* external = screen.external()) {
+        const VRAsset& asset = *external->asset;
+        shown["title"] = external->title;
+        shown["cancel"] = external->cancelButtonTitle;
+        shown["item"] = {
+            {"id", WebSession::identifierForAsset(asset)},
+            {"name", asset.originalFilename()},
+            {"media", asset.mediaType() == VRFormatMediaTypeVideo ? "video" : "photo"}};
+    } else if (const VRSettingsScreen* settings = screen.settings()) {
+        shown["summarySettings"] = settings->summarySettings;
+        shown["processingDisabled"] = settings->processingDisabled;
+    }
+    return shown;
+}
+
+}  // namespace
+
 json flowJSON(WebFlow& flow, const std::string& id) {
     const auto& stack = *flow.manager->navController();
     const VRScreenRef& top = stack.topViewController();
@@ -124,7 +154,14 @@ json flowJSON(WebFlow& flow, const std::string& id) {
     json screen{{"id", top->identifier()},
                 {"kind", kindWord(top->kind())},
                 {"depth", stack.viewControllers().size()}};
-    json answer{{"flow", id}, {"screen", screen}};
+    json screens = json::array();
+    for (const VRScreenRef& onStack : stack.viewControllers())
+        screens.push_back(screenJSON(*onStack));
+    const VRScreenRef& presented = stack.presentedViewController();
+    json answer{{"flow", id},
+                {"screen", screen},
+                {"stack", screens},
+                {"presented", presented ? screenJSON(*presented) : json()}};
     if (const VRSizeEditorScreen* editor = top->sizeEditor()) {
         json shown = sizeEditingJSON(editorOf(flow, top), std::nullopt);
         shown["media"] = editor->mediaType == VRFormatMediaTypeVideo ? "video" : "photo";
@@ -148,11 +185,7 @@ json flowJSON(WebFlow& flow, const std::string& id) {
     return answer;
 }
 
-struct FlowRequest {
-    WebFlow* flow = nullptr;
-    std::string id;
-    json body;
-};
+namespace {
 
 // The walk a request names, made when `make`; with `screen`, the screen must be on top.
 std::optional<FlowRequest> flowRequest(WebSession& session, const httplib::Request& request,
@@ -171,15 +204,15 @@ std::optional<FlowRequest> flowRequest(WebSession& session, const httplib::Reque
     auto screen = body->find("screen");
     if (screen != body->end() &&
         (!screen->is_number_unsigned() ||
-         screen->get<std::uint64_t>() !=
-             result.flow->manager->navController()->topViewController()->identifier())) {
+         screen->get<std::uint64_t>() != result.flow->shown()->identifier())) {
         *refusal = Reply::error(409, "That screen is no longer shown.");
         return std::nullopt;
     }
     return result;
 }
 
-using FlowWork = std::function<Reply(WebSession& session, FlowRequest& request)>;
+}  // namespace
+
 void postFlow(WebServer& server, WebSession& session, const std::string& pattern, bool make,
               FlowWork work) {
     postOnMain(server, pattern, [&session, make, work](const httplib::Request& request) {
@@ -189,6 +222,8 @@ void postFlow(WebServer& server, WebSession& session, const std::string& pattern
         return work(session, *flow);
     });
 }
+
+namespace {
 
 Reply begin(WebSession& session, FlowRequest& request) {
     auto ids = request.body.find("assets");
@@ -211,8 +246,9 @@ Reply begin(WebSession& session, FlowRequest& request) {
         if (!tpl) return Reply::error(404, "No template with the key \"" + key + "\".");
     }
     NavigationManager& manager = *request.flow->manager;
-    // A new walk starts from the home screen, whatever the page left open.
-    manager.navController()->backAnimated(false, NavigationManager::kStepsToRoot);
+    // The page keeps the walk in step, so it is at home here; a page that was loaded anew
+    // over an older walk finds it wherever it was left.
+    request.flow->unwind();
     const std::string album = stringMember(request.body, "album");
     if (!manager.beginWith(std::move(assets), tpl, 0,
                            album.empty() ? std::nullopt : std::optional<std::string>(album), true,
@@ -308,6 +344,30 @@ Reply back(WebSession&, FlowRequest& request) {
     return Reply::json(flowJSON(*request.flow, request.id));
 }
 
+// Opens the settings from the screen shown: pushed over home, presented over the summary as
+// its own settings; open settings stay as they are.
+Reply openSettings(WebSession&, FlowRequest& request) {
+    WebFlow& flow = *request.flow;
+    const VRScreenRef& shown = flow.shown();
+    if (shown->settings()) return Reply::json(flowJSON(flow, request.id));
+    if (shown->kind() == VRScreenKind::home) {
+        flow.navigation().showSettingsControllerWithProcessingDisabled(false, false, nullptr);
+    } else if (shown->summary()) {
+        flow.navigation().showSummarySettingsControllerWithCompletion(nullptr);
+    } else {
+        return Reply::error(409, "The settings open from the home screen or the summary.");
+    }
+    return Reply::json(flowJSON(flow, request.id));
+}
+
+// The settings screen closed: the walk returns to the screen it was opened from.
+Reply closeSettings(WebSession&, FlowRequest& request) {
+    const VRScreenRef shown = request.flow->shown();
+    if (!shown->settings()) return Reply::error(409, "No settings screen is shown.");
+    request.flow->navigation().settingsControllerDidFinish(shown);
+    return Reply::json(flowJSON(*request.flow, request.id));
+}
+
 // The walk and summary screen of a "flow:ID:SCREEN" key.
 const VRSummaryScreen* summaryOfKey(WebSession& session, const std::string& key, WebFlow** flow,
                                     VRScreenRef* screen) {
@@ -372,6 +432,8 @@ void installFlowRoutes(WebServer& server, WebSession& session) {
     postFlow(server, session, "/api/flow/save", false, save);
     postFlow(server, session, "/api/flow/next", false, next);
     postFlow(server, session, "/api/flow/back", false, back);
+    postFlow(server, session, "/api/flow/settings", true, openSettings);
+    postFlow(server, session, "/api/flow/settings/done", false, closeSettings);
 }
 
 }  // namespace app::web

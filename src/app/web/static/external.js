@@ -1,38 +1,63 @@
-// A file opened from outside (`unwarp open FILE`, a file manager's "Open with"): shown as the
-// external item, "External Photo" or "External Video", taken on to the templates or let go.
-import { api, h, fileURL } from './api.js';
+// A file opened from outside (`unwarp open FILE`, a file manager's "Open with"): the tab's walk
+// presents it as the external screen, "External Photo" or "External Video"; "Next" goes on to
+// the templates, whose choice is the screen's, and "Cancel" lets it go.
+import { api, h, fileURL, flowId } from './api.js';
+import { flowCall } from './flow.js';
 
-// The number of the arrival on show or last let go: an older answer is no news.
+// The number of the arrival last taken: an older answer is no news.
 let seen = 0;
 
 export async function showExternal(app, item) {
   if (!item || item.number <= seen) return;
   seen = item.number;
   if (app.current?.title !== 'Home') app.show('home');
+  try {
+    app.state.flow = await flowCall('/api/flow/external');
+    drawExternal(app, app.state.flow.presented);
+  } catch (error) {
+    app.fail(error);
+  }
+}
+
+// The external screen the walk presents, drawn once.
+function drawExternal(app, screen) {
+  if (screen?.kind !== 'external' || document.querySelector('dialog.external')) return;
+  const { item } = screen;
   const path = item.id.slice('file:'.length);
   const dialog = h('dialog', { class: 'external' },
-    h('h2', {}, item.title),
+    h('h2', {}, screen.title),
     item.media === 'photo' ? h('img', { src: fileURL(path), alt: '' }) : null,
     h('p', { class: 'name' }, item.name));
-  const finish = async (take) => {
+  const close = () => {
     dialog.close();
     dialog.remove();
-    await api('/api/external/done', {});
-    if (take) {
-      app.state.picked = [{ id: item.id, name: item.name, media: item.media }];
-      app.show('templates');
+  };
+  const cancel = async () => {
+    close();
+    try {
+      app.state.flow = await flowCall('/api/flow/external/cancel', { screen: screen.id });
+    } catch (error) {
+      app.fail(error);
     }
   };
+  const next = () => {
+    close();
+    app.state.picked = [item];
+    app.show('templates');
+  };
   dialog.append(h('div', { class: 'buttons' },
-    h('button', { type: 'button', onclick: () => finish(false) }, 'Cancel'),
-    h('button', { type: 'button', class: 'primary', onclick: () => finish(true) }, 'Next')));
-  dialog.addEventListener('cancel', (event) => { event.preventDefault(); finish(false); });
+    h('button', { type: 'button', onclick: cancel }, screen.cancel),
+    h('button', { type: 'button', class: 'primary', onclick: next }, 'Next')));
+  dialog.addEventListener('cancel', (event) => { event.preventDefault(); cancel(); });
   document.body.append(dialog);
   dialog.showModal();
 }
 
-// The item that waited while no page was open, or while the launch steps ran.
+// On the home screen: the external screen the walk still presents, else the file that waited
+// while no page was open, or while the launch steps ran.
 export async function checkExternal(app) {
+  app.state.flow = await api(`/api/flow?flow=${encodeURIComponent(flowId())}`);
+  if (app.state.flow.presented?.kind === 'external') return drawExternal(app, app.state.flow.presented);
   const { item } = await api('/api/external');
   if (item) await showExternal(app, item);
 }

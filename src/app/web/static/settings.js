@@ -3,6 +3,7 @@
 // setting's own rules and stores it; a refused value puts the last stored one back.
 import { api, h } from './api.js';
 import { showAlert } from './dialogs.js';
+import { flowCall, followFlow } from './flow.js';
 
 export class SettingsScreen {
   constructor(app) {
@@ -11,13 +12,24 @@ export class SettingsScreen {
     this.tabs = h('nav', { class: 'albums settings-tabs', 'aria-label': 'Settings screens' });
     this.body = h('div', { class: 'settings-body' });
     this.element = h('section', { class: 'screen settings' },
-      h('header', {}, h('button', { class: 'back', onclick: () => this.app.show('home') }, '‹ Home'), h('h1', {}, 'Settings')),
+      h('header', {}, h('button', { class: 'back', onclick: () => this.close() }, '‹ Home'), h('h1', {}, 'Settings')),
       this.tabs, this.body);
   }
 
   async enter() {
     try {
+      // The settings screen is on the tab's walk, over the screen it was opened from.
+      this.flow = this.app.state.flow = await flowCall('/api/flow/settings');
       this.draw(await api('/api/settings'));
+    } catch (error) {
+      this.app.fail(error);
+    }
+  }
+
+  async close() {
+    try {
+      const shown = this.flow?.presented || this.flow?.screen;
+      followFlow(this.app, await flowCall('/api/flow/settings/done', { screen: shown?.id }), 'home');
     } catch (error) {
       this.app.fail(error);
     }

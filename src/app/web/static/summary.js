@@ -4,6 +4,7 @@
 // colours, and enables the buttons the session allows.
 import { api, h, thumbnailURL, fileURL } from './api.js';
 import { showAlert } from './dialogs.js';
+import { flowCall, followFlow } from './flow.js';
 
 // The page's policy refuses style attributes; colours go in through the style object.
 function swatch(element, color) {
@@ -36,12 +37,27 @@ export class SummaryScreen {
     this.panel = h('div', { class: 'adjust', hidden: true });
     const tpl = app.state.template;
     this.element = h('section', { class: 'screen summary' },
-      h('header', {}, h('button', { class: 'back', onclick: () => app.show('templates') }, '‹ Templates'),
+      h('header', {}, this.backButton(),
         h('h1', {}, tpl.title || tpl.identifier)),
       h('div', { class: 'summary-body' },
         h('p', { class: 'description' }, tpl.descriptionLine || ''),
         this.list, this.panel),
       h('footer', {}, h('button', { class: 'primary', id: 'start', onclick: () => this.start() }, 'Start')));
+  }
+
+  // Back is a step of the server's walk: to the size editor under the summary, or home to the
+  // template list with the picked items kept.
+  backButton() {
+    const flow = this.app.state.flow;
+    const under = flow?.stack?.[flow.stack.length - 2];
+    const back = async () => {
+      try {
+        followFlow(this.app, await flowCall('/api/flow/back', { screen: flow.screen.id }));
+      } catch (error) {
+        this.app.fail(error);
+      }
+    };
+    return h('button', { class: 'back', onclick: back }, under?.kind === 'sizeEditor' ? '‹ Back' : '‹ Templates');
   }
 
   enter() {

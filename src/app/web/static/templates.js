@@ -3,7 +3,7 @@
 // and removed here; choosing a template, or a size of one's own, begins the server's walk.
 import { api, h } from './api.js';
 import { showAlert, showPrompt } from './dialogs.js';
-import { flowCall, followFlow } from './flow.js';
+import { beginFlow, followFlow } from './flow.js';
 
 export class TemplateScreen {
   constructor(app) {
@@ -57,7 +57,7 @@ export class TemplateScreen {
   async begin(item) {
     if (!this.app.state.picked?.length) return;
     try {
-      const answer = await flowCall('/api/flow/begin', { assets: this.app.state.picked.map((i) => i.id), template: item ? item.identifier : undefined });
+      const answer = await beginFlow(this.app, item ? item.identifier : undefined);
       followFlow(this.app, answer);
     } catch (error) {
       this.app.fail(error);
