@@ -119,7 +119,9 @@ TEST_F(WebWalkMedia, SettingsArePushedOverHomeAndPresentedOverTheSummary) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        if (!c.begin.is_null()) ASSERT_EQ(step("/api/flow/begin", c.begin).first, 200);
+        if (!c.begin.is_null()) {
+            ASSERT_EQ(step("/api/flow/begin", c.begin).first, 200);
+        }
         auto [status, open] = step("/api/flow/settings");
         ASSERT_EQ(status, 200) << open.dump();
         EXPECT_EQ(kinds(open), c.open);
@@ -192,9 +194,12 @@ TEST_F(WebWalkMedia, TheExternalItemIsPresentedOverHomeAndItsChoiceBeginsTheWalk
         auto [finishStatus, finished] = step("/api/flow/external/finish", body);
         ASSERT_EQ(finishStatus, 200) << finished.dump();
         EXPECT_EQ(kinds(finished), c.kinds);
-        if (finished["summary"].is_object())
+        if (finished["summary"].is_object()) {
             EXPECT_EQ(finished["summary"]["assets"], json::array({presented["item"]["id"]}));
-        if (finished["editor"].is_object()) EXPECT_EQ(finished["editor"]["count"], 1);
+        }
+        if (finished["editor"].is_object()) {
+            EXPECT_EQ(finished["editor"]["count"], 1);
+        }
     }
 }
 

@@ -151,9 +151,8 @@ json flowJSON(WebFlow& flow, const std::string& id) {
             [&](const VRScreenRef& screen) { return screen->identifier() == it->first; });
         it = onStack ? std::next(it) : flow.editors.erase(it);
     }
-    json screen{{"id", top->identifier()},
-                {"kind", kindWord(top->kind())},
-                {"depth", stack.viewControllers().size()}};
+    json screen = screenJSON(*top);
+    screen["depth"] = stack.viewControllers().size();
     json screens = json::array();
     for (const VRScreenRef& onStack : stack.viewControllers())
         screens.push_back(screenJSON(*onStack));
