@@ -35,6 +35,7 @@ test('walk: the summary steps back on the server, and the next choice walks on f
   // Home on the server, the template list in the page, the three picks kept.
   await page.locator('.templates').waitFor();
   assert.equal(await walkKinds(page), 'home');
+  await page.locator('.template-row').first().waitFor();
   await screenshotsWithPhone(page, 'walk-templates-again');
   await chooseTemplate(page, 'Instagram Square Fit', /Instagram Square Fit/);
   await page.locator('.summary').waitFor();
