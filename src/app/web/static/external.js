@@ -1,6 +1,6 @@
 // A file opened from outside (`unwarp open FILE`, a file manager's "Open with"): shown as the
 // external item, "External Photo" or "External Video", taken on to the templates or let go.
-import { api, h, fileURL } from './api.js';
+import { api, h, thumbnailURL } from './api.js';
 
 // The number of the arrival on show or last let go: an older answer is no news.
 let seen = 0;
@@ -9,10 +9,9 @@ export async function showExternal(app, item) {
   if (!item || item.number <= seen) return;
   seen = item.number;
   if (app.current?.title !== 'Home') app.show('home');
-  const path = item.id.slice('file:'.length);
   const dialog = h('dialog', { class: 'external' },
     h('h2', {}, item.title),
-    item.media === 'photo' ? h('img', { src: fileURL(path), alt: '' }) : null,
+    h('img', { src: thumbnailURL(item.id), alt: '' }),
     h('p', { class: 'name' }, item.name));
   const finish = async (take) => {
     dialog.close();
