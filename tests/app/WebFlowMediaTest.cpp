@@ -73,6 +73,8 @@ TEST_F(WebFlowMedia, EachPageWalksItsOwnStackPhotosBeforeVideos) {
         "/api/flow/begin", {{"flow", "tab-b"}, {"assets", selection}, {"template", "uw-133"}});
     ASSERT_EQ(statusB, 200) << b.dump();
     EXPECT_EQ(b["screen"]["kind"], "summary");
+    // The summary is headed by the chosen template's name, not by its size.
+    EXPECT_EQ(b["summary"]["template"]["title"], "Unwarp 1.33x");
     EXPECT_EQ(page.get("/api/flow?flow=tab-a")["screen"]["id"], a["screen"]["id"]);
 
     const json photoEditor = a["screen"]["id"];

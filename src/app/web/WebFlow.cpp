@@ -206,8 +206,8 @@ Reply begin(WebSession& session, FlowRequest& request) {
     VXTemplateRef tpl;
     const std::string key = stringMember(request.body, "template");
     if (!key.empty()) {
-        tpl = VRPresetViewAbstract::templateWithSourceOptions(
-            TemplateManager::shared().templateWithKey(key));
+        // With its title: the summary is headed by the name of the template chosen.
+        tpl = VRPresetViewAbstract::templateWithSourceOptions(listedTemplateWithKey(key));
         if (!tpl) return Reply::error(404, "No template with the key \"" + key + "\".");
     }
     NavigationManager& manager = *request.flow->manager;
