@@ -207,17 +207,20 @@ Reply changeCollection(const json& body) {
 }
 
 // The picture of a listed template, and whether a browser may keep it: a drawn one changes
-// only with the program, a thumbnail when the template is saved again.
+// only with the program; a thumbnail when the template is saved again, and the sample stands
+// only until a thumbnail is written.
 Reply picture(const std::string& key, bool* keep) {
     auto& manager = TemplateManager::shared();
     const VRTemplateListItem* item = listedItem(manager, key);
     if (!item) return Reply::error(404, "No template with the key \"" + key + "\".");
     const ItemPicture shown = pictureOf(*item);
-    *keep = shown.kind != ItemPicture::Kind::thumbnail;
+    *keep = false;
     if (shown.kind == ItemPicture::Kind::drawn) {
-        if (auto tpl = manager.templateForItem(*item))
+        if (auto tpl = manager.templateForItem(*item)) {
+            *keep = true;
             return Reply{200, templatePictureSVG(*tpl, item->imageSource().bundleName()),
                          "image/svg+xml"};
+        }
     } else if (shown.kind == ItemPicture::Kind::thumbnail) {
         std::ifstream in(shown.path, std::ios::binary);
         std::ostringstream bytes;
