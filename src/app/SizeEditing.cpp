@@ -81,7 +81,9 @@ json sizeEditingJSON(SizeEditing& editing, const std::optional<std::string>& sav
               {"format", controller.format().name()}}},
             {"typing",
              {{"width", sizeJSON(editing.input().widthValue())},
-              {"height", sizeJSON(editing.input().heightValue())}}},
+              {"height", sizeJSON(editing.input().heightValue())},
+              {"unit", unitWord(editing.input().inputType())},
+              {"open", editing.isTyping()}}},
             {"formats", formats},
             {"saved", saved ? json(*saved) : json(nullptr)}};
 }

@@ -28,6 +28,8 @@ class SizeEditing {
     bool apply(const std::string& field, const std::string& value, std::string* problem);
     // Closing the input view: the typed size becomes the current one.
     void finishTyping();
+    // Whether the input view holds a size typed since it last closed.
+    bool isTyping() const { return _sizeTyped; }
     // Touching the recent size at `index` of the list; false when there is none.
     bool touchRecentSize(std::size_t index);
 
@@ -48,9 +50,10 @@ class SizeEditing {
 };
 
 // The editor as a screen shows it: {"fields" {width, height ("auto" for 0), unit, max},
-// "typing" {width, height} (the input view's values), "refused", "buttons" [{title, option,
-// selected}] in the order shown, "swapControl", "ratioToggle", "recentSizes" (texts),
-// "formats" [{name, type, selected}], "result" {size, options, method, format}, "saved"}.
+// "typing" {width, height, unit, open} (the input view's values, and whether a typed size waits
+// for the view to close), "refused", "buttons" [{title, option, selected}] in the order shown,
+// "swapControl", "ratioToggle", "recentSizes" (texts), "formats" [{name, type, selected}],
+// "result" {size, options, method, format}, "saved"}.
 nlohmann::json sizeEditingJSON(SizeEditing& editing, const std::optional<std::string>& saved);
 
 }  // namespace app

@@ -75,6 +75,8 @@ TEST_F(WebFlowMedia, EachPageWalksItsOwnStackPhotosBeforeVideos) {
         "/api/flow/begin", {{"flow", "tab-b"}, {"assets", selection}, {"template", "uw-133"}});
     ASSERT_EQ(statusB, 200) << b.dump();
     EXPECT_EQ(b["screen"]["kind"], "summary");
+    // The summary is headed by the chosen template's name, not by its size.
+    EXPECT_EQ(b["summary"]["template"]["title"], "Unwarp 1.33x");
     EXPECT_EQ(page.get("/api/flow?flow=tab-a")["screen"]["id"], a["screen"]["id"]);
 
     const json photoEditor = a["screen"]["id"];
@@ -162,6 +164,50 @@ TEST_F(WebFlowMedia, TheSizeEditorKeepsItsFieldRulesAndSavesAnOwnTemplate) {
     EXPECT_EQ(stored["name"], "Strip");
     EXPECT_EQ(stored["photo"]["text"], "300 x 150 px");
     EXPECT_EQ(stored["photo"]["format"], "PNG");
+}
+
+TEST_F(WebFlowMedia, OnlyAFinishedSizeBecomesARecentSize) {
+    Server server(home, {"--folder", media});
+    ASSERT_TRUE(server.running());
+    Page page{server};
+    ASSERT_EQ(
+        page.post("/api/flow/begin", {{"flow", "tab"}, {"assets", {file("photo.jpg")}}}).first,
+        200);
+    // Each request as the page sends it: one field as it loses focus, or the fields done.
+    auto edit = [&](const char* field, const char* value, bool done) {
+        json body{{"flow", "tab"}, {"edits", json::array()}};
+        if (field) body["edits"].push_back({field, value});
+        if (done) body["done"] = true;
+        return page.post("/api/flow/editor", body).second["editor"];
+    };
+    auto recents = [](const json& editor) { return editor["recentSizes"]; };
+    edit("width", "200", false);
+    edit("height", "100", true);
+    edit("width", "300", false);
+    json typing = edit("height", "150", false);
+    // While the fields are typed, the current size and the list stay as they were.
+    EXPECT_EQ(typing["result"]["size"], "200 x 100 px");
+    EXPECT_EQ(typing["typing"]["width"], 300);
+    EXPECT_EQ(typing["typing"]["open"], true);
+    EXPECT_EQ(recents(typing)[0], "200 x 100 px");
+    json done = edit(nullptr, nullptr, true);
+    EXPECT_EQ(done["result"]["size"], "300 x 150 px");
+    EXPECT_EQ(done["typing"]["open"], false);
+    ASSERT_GE(recents(done).size(), 2u);
+    EXPECT_EQ(recents(done)[0], "300 x 150 px");
+    EXPECT_EQ(recents(done)[1], "200 x 100 px");
+    for (const auto& size : recents(done)) {
+        EXPECT_NE(size, "300 x 100 px");
+        EXPECT_NE(size, "200 x 150 px");
+    }
+    // A field left typed is finished by the walk's next step all the same.
+    edit("width", "640", false);
+    edit("height", "480", false);
+    auto next =
+        page.post("/api/flow/next",
+                  {{"flow", "tab"}, {"screen", page.get("/api/flow?flow=tab")["screen"]["id"]}});
+    ASSERT_EQ(next.first, 200);
+    EXPECT_EQ(next.second["summary"]["template"]["title"], "640 x 480 px");
 }
 
 TEST_F(WebFlowMedia, OwnTemplatesChangedFromThePageAndTheCommandLineAllStay) {

@@ -18,6 +18,13 @@ function runState(page) {
   return page.evaluate(async () => (await fetch('/api/run', { headers: { 'X-Unwarp-Token': sessionStorage.getItem('unwarp-token') } })).json());
 }
 
+// The picture's size once the browser has it; a picture that never loads fails the wait.
+async function loadedSize(img) {
+  await img.waitFor();
+  await img.evaluate((element) => element.decode());
+  return img.evaluate((element) => [element.naturalWidth, element.naturalHeight]);
+}
+
 // A bound on a wait for the page, so a run that never says so fails instead of hanging.
 function within(promise, ms, what) {
   let timer;
@@ -36,6 +43,8 @@ test('an upload and a camera photo each become a result', async (t) => {
   // The upload: the page's file input, as the browser's picker fills it.
   await page.locator('input[type=file]').setInputFiles([media.red]);
   await chooseTemplate(page);
+  // The uploaded photo shows by a thumbnail the server drew from it, as library items do.
+  assert.deepEqual(await loadedSize(page.locator('.summary-list img').first()), [256, 192]);
   await page.locator('#start').click();
   await page.locator('#processing').filter({ hasText: 'Results' }).waitFor({ timeout: 60000 });
   let state = await runState(page);
@@ -90,6 +99,11 @@ test('a broken file shows the error dialog and the run goes on once it is cleare
   await page.locator('#processing').filter({ hasText: 'Resume' }).waitFor();
   let state = await runState(page);
   assert.deepEqual(state.items.map((i) => i.pending), [false, true, true]);
+  // The uploads waiting in the list show their thumbnails, the broken one too (what its
+  // decoder makes of it, or a stand-in).
+  assert.deepEqual(await loadedSize(page.locator('.result.pending', { hasText: 'b-blue.jpg' }).locator('img')), [256, 192]);
+  assert.ok((await loadedSize(page.locator('.result.pending', { hasText: 'broken.jpg' }).locator('img')))[0] > 0);
+  await screenshotsWithPhone(page, 'results-pending-uploads');
 
   // Cleared, the broken file leaves the list and the run goes on with the next.
   await page.locator('.result', { hasText: 'broken.jpg' }).locator('input').check();

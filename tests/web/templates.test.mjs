@@ -124,3 +124,88 @@ test('own templates and the size editor', async (t) => {
   assert.ok(bytes > 100, `picture of ${bytes} bytes`);
   assert.deepEqual(problems, []);
 });
+
+// Every template of the catalogue shows a picture of its own, which the browser keeps; the
+// summary is headed by the chosen template's name; and a size typed field by field becomes a
+// recent size only once the fields are done, so no half-typed size joins the list.
+test('template pictures, the summary heading and the recent sizes', async (t) => {
+  const home = makeHome();
+  t.after(home.cleanup);
+  const media = makeMedia(path.join(home.root, 'media'));
+  unwarp(home.root, ['library', 'add', '--album', 'Trip', media.red]);
+  const server = await startServer(home.root);
+  t.after(server.stop);
+  const browser = await launchBrowser();
+  t.after(browser.close);
+  const { page, problems } = await watchedPage(browser.context);
+  const kept = [];
+  page.on('response', (response) => {
+    if (response.url().includes('/api/templates/picture')) kept.push(response.headers()['cache-control'] || '');
+  });
+
+  await page.goto(server.url);
+  await passLaunchSteps(page);
+  await page.getByRole('button', { name: 'Trip (1)' }).click();
+  await page.locator('uw-grid .cell img').first().click();
+  await page.getByRole('button', { name: 'Next' }).click();
+  const rows = page.locator('[data-list=catalogue] .template-row');
+  await rows.first().waitFor();
+  assert.equal(await page.locator('.template-row .picture.empty').count(), 0);
+  // The rows in view have their pictures drawn, each of the shape of its own template.
+  const unwarpSection = page.locator('[data-list=catalogue]').first();
+  await page.waitForFunction(() => [...document.querySelectorAll('[data-list=catalogue] img.picture')].slice(0, 8)
+    .every((img) => img.complete && img.naturalWidth > 0));
+  const pictures = await unwarpSection.locator('img.picture').evaluateAll((imgs) => imgs.map((img) => img.getAttribute('src')));
+  assert.equal(new Set(pictures).size, pictures.length);
+  assert.ok(kept.length > 0 && kept.every((value) => /max-age=\d+/.test(value)), JSON.stringify(kept));
+  await screenshots(page, 'templates-pictures');
+  await phoneScreenshot(page, 'templates-pictures');
+
+  // The summary of a catalogue template carries its name.
+  await page.getByRole('searchbox', { name: 'Search templates' }).fill('instagram square');
+  await page.getByRole('button', { name: /^Instagram Square\b/ }).first().click();
+  await page.locator('#start').waitFor();
+  assert.equal(await page.locator('.summary h1').textContent(), 'Instagram Square');
+  await page.locator('.summary img').first().evaluate((img) => img.decode());
+  await screenshots(page, 'summary-title');
+  await phoneScreenshot(page, 'summary-title');
+  await page.getByRole('button', { name: '‹ Templates' }).click();
+
+  // The size editor: 200 x 100 done with Enter, then 300 x 150 typed field by field.
+  await page.getByRole('searchbox', { name: 'Search templates' }).fill('');
+  await page.getByRole('button', { name: 'Custom Size' }).click();
+  await page.locator('.size-editor').waitFor();
+  const answered = () => page.waitForResponse((r) => r.url().endsWith('/api/flow/editor'));
+  const width = page.getByRole('textbox', { name: 'Width' });
+  const height = page.getByRole('textbox', { name: 'Height' });
+  let answer = answered();
+  await width.fill('200');
+  await width.press('Tab');
+  await answer;
+  answer = answered();
+  await height.fill('100');
+  await height.press('Enter');
+  await answer;
+  const recentSizes = () => page.getByRole('list', { name: 'Recent sizes' }).getByRole('button').allTextContents();
+  await page.waitForFunction(() => document.querySelector('.recent-sizes button')?.textContent === '200 x 100 px');
+  for (const [field, text] of [[width, '300'], [height, '150']]) {
+    answer = answered();
+    await field.fill(text);
+    await field.press('Tab');
+    await answer;
+  }
+  // Still typing: the fields show what was typed, the list is as it was.
+  assert.equal(await width.inputValue(), '300');
+  assert.equal(await height.inputValue(), '150');
+  assert.equal((await recentSizes())[0], '200 x 100 px');
+  answer = answered();
+  await page.getByRole('button', { name: 'Done' }).click();
+  await answer;
+  await page.waitForFunction(() => document.querySelector('.recent-sizes button')?.textContent === '300 x 150 px');
+  const sizes = await recentSizes();
+  assert.deepEqual(sizes.slice(0, 2), ['300 x 150 px', '200 x 100 px']);
+  assert.ok(!sizes.includes('300 x 100 px') && !sizes.includes('200 x 150 px'), JSON.stringify(sizes));
+  await screenshots(page, 'size-editor-recents');
+  await phoneScreenshot(page, 'size-editor-recents');
+  assert.deepEqual(problems, []);
+});

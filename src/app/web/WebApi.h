@@ -55,6 +55,9 @@ std::optional<std::vector<VRAssetRef>> pickedAssets(WebSession& session, const n
                                                     std::string* problem);
 // The template of a request body ("template": key) with its source options.
 VXTemplateRef chosenTemplate(WebSession& session, const nlohmann::json& body, std::string* problem);
+// The template of a key as the template screen lists it: with its item's title and picture
+// name when a list holds it (the catalogue, the example, the user's and the recent ones).
+VXTemplateRef listedTemplateWithKey(const std::string& key);
 // The states of the summary's adjust session, empty when none is open.
 VRAdjustState adjustSessionStates(const WebSession& session);
 void installExternalRoutes(WebServer& server, WebSession& session);

@@ -240,8 +240,8 @@ Reply begin(WebSession& session, FlowRequest& request) {
     VXTemplateRef tpl;
     const std::string key = stringMember(request.body, "template");
     if (!key.empty()) {
-        tpl = VRPresetViewAbstract::templateWithSourceOptions(
-            TemplateManager::shared().templateWithKey(key));
+        // With its title: the summary is headed by the name of the template chosen.
+        tpl = VRPresetViewAbstract::templateWithSourceOptions(listedTemplateWithKey(key));
         if (!tpl) return Reply::error(404, "No template with the key \"" + key + "\".");
     }
     NavigationManager& manager = *request.flow->manager;
@@ -264,7 +264,9 @@ Reply editorWork(FlowRequest& request,
 }
 
 // Field changes in order ([[field, value], ...]), then a touched recent size, the swap control
-// or the ratio direction.
+// or the ratio direction. The width and height stay in the input view while the user types:
+// only its closing ("done"), or a control that closes it, makes the typed size the current one
+// and so a recent size; a size half typed is none.
 Reply edit(WebSession&, FlowRequest& request) {
     return editorWork(request, [&](SizeEditing& editing, const VRScreenRef&) {
         std::string problem;
@@ -282,15 +284,17 @@ Reply edit(WebSession&, FlowRequest& request) {
                     return Reply::error(400, problem);
             }
         }
-        editing.finishTyping();
+        const bool swap = request.body.value("swap", false);
+        const bool toggleRatio = request.body.value("toggleRatio", false);
+        if (request.body.value("done", false) || swap || toggleRatio) editing.finishTyping();
         VRPresetViewAbstract& view = editing.controller().presetView();
         auto recent = request.body.find("recent");
         if (recent != request.body.end() &&
             (!recent->is_number_unsigned() || !editing.touchRecentSize(recent->get<std::size_t>())))
             return Reply::error(400, "No such recent size.");
-        if (request.body.value("swap", false)) view.didTouchSizeSwapControl();
-        if (request.body.value("toggleRatio", false)) view._toggleRatioMode();
-        editing.loadInput();
+        if (swap) view.didTouchSizeSwapControl();
+        if (toggleRatio) view._toggleRatioMode();
+        if (!editing.isTyping()) editing.loadInput();
         return Reply::json(flowJSON(*request.flow, request.id));
     });
 }

@@ -1,11 +1,16 @@
-// The library routes: albums, a page of an album's assets, and thumbnails.
+// The library routes: albums, a page of an album's assets, and thumbnails of library items and
+// of files (uploads, the file browser's picks, the camera's photos) alike.
 #include <algorithm>
 #include <deque>
 
 #include "app/web/WebApi.h"
+#include "app/web/WebPictures.h"
 #include "app/web/WebRoutes.h"
 #include "app/web/WebSession.h"
+#include "assets/VRAssetThumbnails.h"
+#include "assets/VRURLAsset.h"
 #include "platform/Bitmap.h"
+#include "platform/FileManager.h"
 
 namespace app::web {
 namespace {
@@ -93,6 +98,48 @@ Reply assets(WebSession& session, Listings& listings, const httplib::Request& re
         {{"total", found.count()}, {"offset", std::min(offset, found.count())}, {"items", items}});
 }
 
+std::optional<Bitmap> libraryThumbnail(WebSession& session, const std::string& id,
+                                       std::uint32_t side, std::string* problem) {
+    std::shared_ptr<PhotoLibrary> library;
+    WebServer::onMain([&] {
+        library = session.openLibrary(problem);
+        return Reply{};
+    });
+    if (!library) return std::nullopt;
+    const std::string local = id.rfind("library:", 0) == 0 ? id.substr(8) : id;
+    ErrorRef error;
+    auto picture = library->requestThumbnail(local, side, &error);
+    if (!picture && error) *problem = error->localizedDescription();
+    return picture;
+}
+
+// A file inside the allowed folders, drawn as the library draws its items: whole, its longer
+// side `side`, a movie by a frame of its own. A file that can't be drawn (a broken one waiting
+// in a run) gets a stand-in, so that the list still shows it.
+Reply fileThumbnail(WebSession& session, const std::string& given, std::uint32_t side, bool* keep) {
+    auto path = session.server.paths().resolve(given);
+    if (!path || VRURLAsset::mediaTypeForPath(*path) == VRFormatMediaTypeNone)
+        return Reply::error(403, "That file lies outside the folders this server may read.");
+    if (!FileManager::fileExistsAtPath(*path)) return Reply::error(404, "No such file.");
+    auto picture =
+        VRThumbnailForURL(*path, CGSize{double(side), double(side)}, PHImageContentModeAspectFit);
+    std::string problem;
+    auto bytes = picture ? encodedImage(*picture, true, &problem) : std::nullopt;
+    *keep = bytes.has_value();
+    if (!bytes) return Reply{200, unreadablePictureSVG(int(side)), "image/svg+xml"};
+    return Reply{200, *bytes, "image/jpeg"};
+}
+
+Reply libraryThumbnailReply(WebSession& session, const std::string& id, std::uint32_t side,
+                            bool* keep) {
+    std::string problem;
+    auto picture = libraryThumbnail(session, id, side, &problem);
+    auto bytes = picture ? encodedImage(*picture, true, &problem) : std::nullopt;
+    if (!bytes) return Reply::error(404, "No thumbnail: " + problem);
+    *keep = true;
+    return Reply{200, *bytes, "image/jpeg"};
+}
+
 }  // namespace
 
 void installLibraryRoutes(WebServer& server, WebSession& session) {
@@ -107,26 +154,15 @@ void installLibraryRoutes(WebServer& server, WebSession& session) {
     server.http().Get("/api/library/thumbnail", [&session](const httplib::Request& request,
                                                            httplib::Response& response) {
         const std::string id = request.get_param_value("id");
-        const auto side = static_cast<std::uint32_t>(countParameter(request, "size", 256, 1024));
-        std::shared_ptr<PhotoLibrary> library;
-        WebServer::onMain([&] {
-            std::string problem;
-            library = session.openLibrary(&problem);
-            return Reply{};
-        });
-        if (!library) return WebServer::send(response, Reply::error(503, "No library."));
-        const std::string local = id.rfind("library:", 0) == 0 ? id.substr(8) : id;
-        ErrorRef error;
-        auto picture = library->requestThumbnail(local, std::max<std::uint32_t>(side, 64), &error);
-        std::string problem;
-        auto bytes = picture ? encodedImage(*picture, true, &problem) : std::nullopt;
-        if (!bytes)
-            return WebServer::send(
-                response, Reply::error(404, "No thumbnail: " +
-                                                (error ? error->localizedDescription() : problem)));
+        const auto side = std::max<std::uint32_t>(
+            static_cast<std::uint32_t>(countParameter(request, "size", 256, 1024)), 64);
+        bool keep = false;
+        const Reply reply = id.rfind("file:", 0) == 0
+                                ? fileThumbnail(session, id.substr(5), side, &keep)
+                                : libraryThumbnailReply(session, id, side, &keep);
+        WebServer::send(response, reply);
         // The grid shows a cell's picture again on the way back up without asking anew.
-        WebServer::allowCaching(response, "private, max-age=3600");
-        response.set_content(*bytes, "image/jpeg");
+        if (keep) WebServer::allowCaching(response, "private, max-age=3600");
     });
 }
 

@@ -1,13 +1,15 @@
 // The template routes: the catalogue's sections with search (the recents, the collection, the
 // built-in sections and the user's own templates), each item with its key, detail lines,
 // description line, sizes and picture; the user's own templates created, renamed, duplicated
-// and removed through the store the command line uses; the collection's keys.
+// and removed through the store the command line uses; the collection's keys; the pictures.
+#include <cctype>
 #include <fstream>
 #include <sstream>
 
 #include "app/OwnTemplates.h"
 #include "app/TemplateJSON.h"
 #include "app/web/WebApi.h"
+#include "app/web/WebPictures.h"
 #include "app/web/WebRoutes.h"
 #include "app/web/WebSession.h"
 #include "platform/FileManager.h"
@@ -22,13 +24,72 @@ namespace {
 
 using nlohmann::json;
 
-// The picture of a list item that has one on disk: the thumbnail in the template's folder.
-std::optional<std::string> picturePath(const VRTemplateListItem& item) {
-    if (item.imageSource().kind() != TemplatePictureSource::Kind::templateIdentifier)
-        return std::nullopt;
-    std::string path = VRSettings::templateImagePathWithIdentifier(item.identifier());
-    if (!platform::FileManager::fileExistsAtPath(path)) return std::nullopt;
-    return path;
+// A list item's picture, decided in this one place by the item's image source: a built-in
+// template's picture is drawn from the template; an item with a thumbnail in its folder shows
+// that file; any other, or one whose thumbnail is not (yet) written, the sample picture.
+struct ItemPicture {
+    enum class Kind { drawn, thumbnail, sample } kind = Kind::sample;
+    std::string path;  // of the thumbnail
+};
+
+ItemPicture pictureOf(const VRTemplateListItem& item) {
+    switch (item.imageSource().kind()) {
+        case TemplatePictureSource::Kind::bundle:
+            return {ItemPicture::Kind::drawn, {}};
+        case TemplatePictureSource::Kind::templateIdentifier: {
+            std::string path = VRSettings::templateImagePathWithIdentifier(item.identifier());
+            if (platform::FileManager::fileExistsAtPath(path))
+                return {ItemPicture::Kind::thumbnail, path};
+            break;
+        }
+        case TemplatePictureSource::Kind::empty:
+            break;
+    }
+    return {};
+}
+
+const char* pictureWord(ItemPicture::Kind kind) {
+    switch (kind) {
+        case ItemPicture::Kind::drawn:
+            return "drawn";
+        case ItemPicture::Kind::thumbnail:
+            return "thumbnail";
+        case ItemPicture::Kind::sample:
+            return "sample";
+    }
+    return "";
+}
+
+std::string queryEscaped(const std::string& text) {
+    static const char* hex = "0123456789ABCDEF";
+    std::string escaped;
+    for (unsigned char c : text) {
+        if (std::isalnum(c) || c == '-' || c == '_' || c == '.') {
+            escaped += static_cast<char>(c);
+        } else {
+            escaped += '%';
+            escaped += hex[c >> 4];
+            escaped += hex[c & 15];
+        }
+    }
+    return escaped;
+}
+
+// The item of a key in the lists the screen shows: the catalogue, the user's own templates, the
+// recent ones and the example.
+const VRTemplateListItem* listedItem(TemplateManager& manager, const std::string& key) {
+    auto itemIn = [&](const std::vector<VRTemplateListItem>& items) -> const VRTemplateListItem* {
+        auto found = std::find_if(items.begin(), items.end(),
+                                  [&](const auto& item) { return item.identifier() == key; });
+        return found == items.end() ? nullptr : &*found;
+    };
+    const VRTemplateListItem* item = nullptr;
+    for (const auto& section : manager.standardTemplates())
+        if (!item) item = itemIn(section->items());
+    if (!item) item = itemIn(manager.userTemplates());
+    if (!item) item = itemIn(manager.recentTemplates());
+    if (!item && manager.exampleTemplate().identifier() == key) item = &manager.exampleTemplate();
+    return item;
 }
 
 json itemsJSON(TemplateManager& manager, const std::vector<VRTemplateListItem>& items,
@@ -45,8 +106,8 @@ json itemsJSON(TemplateManager& manager, const std::vector<VRTemplateListItem>& 
         object["video"] = tpl ? mediaJSON(*tpl, VRFormatMediaTypeVideo) : json(nullptr);
         object["inCollection"] =
             std::find(collection.begin(), collection.end(), item.identifier()) != collection.end();
-        if (picturePath(item))
-            object["picture"] = "/api/templates/picture?key=" + item.identifier();
+        object["picture"] = "/api/templates/picture?key=" + queryEscaped(item.identifier());
+        object["pictureSource"] = pictureWord(pictureOf(item).kind);
         result.push_back(std::move(object));
     }
     return result;
@@ -145,21 +206,28 @@ Reply changeCollection(const json& body) {
     return Reply::json({{"collection", manager.userCollection()}});
 }
 
-Reply picture(const httplib::Request& request) {
+// The picture of a listed template, and whether a browser may keep it: a drawn one changes
+// only with the program; a thumbnail when the template is saved again, and the sample stands
+// only until a thumbnail is written.
+Reply picture(const std::string& key, bool* keep) {
     auto& manager = TemplateManager::shared();
-    const std::string key = request.has_param("key") ? request.get_param_value("key") : "";
-    for (const auto* list : {&manager.userTemplates(), &manager.recentTemplates()}) {
-        for (const auto& item : *list) {
-            if (item.identifier() != key) continue;
-            auto path = picturePath(item);
-            if (!path) break;
-            std::ifstream in(*path, std::ios::binary);
-            std::ostringstream bytes;
-            bytes << in.rdbuf();
-            return Reply{200, bytes.str(), "image/jpeg"};
+    const VRTemplateListItem* item = listedItem(manager, key);
+    if (!item) return Reply::error(404, "No template with the key \"" + key + "\".");
+    const ItemPicture shown = pictureOf(*item);
+    *keep = false;
+    if (shown.kind == ItemPicture::Kind::drawn) {
+        if (auto tpl = manager.templateForItem(*item)) {
+            *keep = true;
+            return Reply{200, templatePictureSVG(*tpl, item->imageSource().bundleName()),
+                         "image/svg+xml"};
         }
+    } else if (shown.kind == ItemPicture::Kind::thumbnail) {
+        std::ifstream in(shown.path, std::ios::binary);
+        std::ostringstream bytes;
+        bytes << in.rdbuf();
+        if (in) return Reply{200, bytes.str(), "image/jpeg"};
     }
-    return Reply::error(404, "No picture for that template.");
+    return Reply{200, samplePictureSVG(false), "image/svg+xml"};
 }
 
 using BodyWork = std::function<Reply(const json& body)>;
@@ -173,11 +241,24 @@ void postJSON(WebServer& server, const std::string& pattern, BodyWork work) {
 
 }  // namespace
 
+VXTemplateRef listedTemplateWithKey(const std::string& key) {
+    auto& manager = TemplateManager::shared();
+    const VRTemplateListItem* item = listedItem(manager, key);
+    return item ? manager.templateForItem(*item) : manager.templateWithKey(key);
+}
+
 void installTemplateRoutes(WebServer& server, WebSession&) {
     getOnMain(server, "/api/templates",
               [](const httplib::Request& request) { return catalogue(request); });
-    getOnMain(server, "/api/templates/picture",
-              [](const httplib::Request& request) { return picture(request); });
+    server.http().Get(
+        "/api/templates/picture", [](const httplib::Request& request, httplib::Response& response) {
+            const std::string key = request.get_param_value("key");
+            bool keep = false;
+            const Reply reply = WebServer::onMain([&] { return picture(key, &keep); });
+            WebServer::send(response, reply);
+            if (keep && reply.status == 200)
+                WebServer::allowCaching(response, "private, max-age=86400");
+        });
     postJSON(server, "/api/templates/create", createTemplate);
     postJSON(server, "/api/templates/rename", [](const json& body) {
         return outcomeReply(renameOwnTemplate(TemplateManager::shared(), stringMember(body, "key"),

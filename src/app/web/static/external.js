@@ -1,7 +1,7 @@
 // A file opened from outside (`unwarp open FILE`, a file manager's "Open with"): the tab's walk
 // presents it as the external screen, "External Photo" or "External Video"; "Next" goes on to
 // the templates, whose choice is the screen's, and "Cancel" lets it go.
-import { api, h, fileURL, flowId } from './api.js';
+import { api, h, thumbnailURL, flowId } from './api.js';
 import { flowCall } from './flow.js';
 
 // The number of the arrival last taken: an older answer is no news.
@@ -23,10 +23,9 @@ export async function showExternal(app, item) {
 function drawExternal(app, screen) {
   if (screen?.kind !== 'external' || document.querySelector('dialog.external')) return;
   const { item } = screen;
-  const path = item.id.slice('file:'.length);
   const dialog = h('dialog', { class: 'external' },
     h('h2', {}, screen.title),
-    item.media === 'photo' ? h('img', { src: fileURL(path), alt: '' }) : null,
+    h('img', { src: thumbnailURL(item.id), alt: '' }),
     h('p', { class: 'name' }, item.name));
   const close = () => {
     dialog.close();

@@ -74,7 +74,7 @@ export class ResultsScreen {
     this.share.hidden = !anyDone || this.run.shareHidden && this.run.items.some((i) => i.selected);
     this.clear.hidden = !this.run.items?.some((i) => i.selected);
     this.list.replaceChildren(...(this.run.items || []).map((item) => {
-      const picture = item.thumbnail ? fileURL(item.thumbnail) : item.id.startsWith('library:') ? thumbnailURL(item.id) : null;
+      const picture = item.thumbnail ? fileURL(item.thumbnail) : thumbnailURL(item.id);
       return h('li', { class: `result ${item.pending ? 'pending' : 'done'} ${item.selected ? 'selected' : ''}`, dataset: { index: String(item.index) } },
         h('label', {},
           h('input', { type: 'checkbox', checked: item.selected, onchange: () => this.toggle(item.index) }),

@@ -1,7 +1,9 @@
 // The size editor of one media type: the width and height fields, the unit, the size-mode and
 // method buttons, swap and ratio direction, the recent sizes and the output format. Every
 // change goes to the server's editor, which answers what the screen shows; "Next" hands the
-// size on and the server's walk tells which screen follows.
+// size on and the server's walk tells which screen follows. The width and height stay typed
+// until the fields are done (the "Done" button, Enter, or any other control), so that a size
+// half typed never becomes the current or a recent size.
 import { h } from './api.js';
 import { showPrompt } from './dialogs.js';
 import { flowCall, followFlow } from './flow.js';
@@ -26,7 +28,14 @@ export class SizeEditorScreen {
 
   enter() { this.draw(); }
 
-  async call(path, body, follow = false) {
+  // One call at a time, in the order of the user's actions: a field's change sent as it loses
+  // focus reaches the server before the button that took the focus.
+  call(path, body, follow = false) {
+    this.queue = (this.queue || Promise.resolve()).then(() => this.send(path, body, follow));
+    return this.queue;
+  }
+
+  async send(path, body, follow) {
     try {
       const answer = await flowCall(path, { screen: this.flow.screen.id, ...body });
       if (follow || answer.screen.id !== this.flow.screen.id) return followFlow(this.app, answer);
@@ -38,7 +47,10 @@ export class SizeEditorScreen {
     }
   }
 
-  edit(edits, extra = {}) { return this.call('/api/flow/editor', { edits, ...extra }); }
+  edit(edits, extra = {}) {
+    this.sent = Object.fromEntries(edits);
+    return this.call('/api/flow/editor', { edits, ...extra });
+  }
 
   async save() {
     const name = await showPrompt({ title: 'Name', okLabel: 'Save' });
@@ -49,12 +61,19 @@ export class SizeEditorScreen {
 
   draw() {
     const editor = this.flow.editor;
+    const kept = this.focused();
     const side = (v) => (v === 'auto' || v === 0 ? '' : String(v));
     const field = (name, label) => h('label', { class: 'field' }, label,
-      h('input', { type: 'text', inputmode: 'numeric', name, 'aria-label': label, value: side(editor.fields[name]), placeholder: 'Auto',
-        onchange: (e) => this.edit([[name, e.target.value]]) }));
+      h('input', { type: 'text', inputmode: 'numeric', name, 'aria-label': label, value: side(editor.typing[name]), placeholder: 'Auto',
+        onchange: (e) => this.edit([[name, e.target.value]]),
+        onkeydown: (e) => {
+          if (e.key !== 'Enter') return;
+          e.preventDefault();
+          this.edit([[name, e.target.value]], { done: true });
+        } }));
     const unit = h('select', { 'aria-label': 'Unit', onchange: (e) => this.edit([['type', e.target.value]]) },
-      units.map(([value, label]) => h('option', { value, selected: editor.fields.unit === value }, label)));
+      units.map(([value, label]) => h('option', { value, selected: editor.typing.unit === value }, label)));
+    const done = h('button', { type: 'button', onclick: () => this.edit([], { done: true }) }, 'Done');
     const buttons = h('div', { class: 'tools options', role: 'group', 'aria-label': 'Options' },
       editor.buttons.map((b) => h('button', { type: 'button', 'aria-pressed': String(b.selected),
         onclick: () => this.edit([[b.option <= 1 ? 'mode' : 'method', ['normal', 'smart', '', 'clip', 'fit', 'stretch'][b.option]]]) }, b.title)));
@@ -71,10 +90,30 @@ export class SizeEditorScreen {
       editor.refused.length ? `Refused: ${editor.refused.join(', ')}` : `${editor.result.size} · ${editor.result.method} · ${editor.result.format}`);
     this.body.replaceChildren(
       h('div', { class: 'size-main' },
-        h('div', { class: 'tools fields' }, field('width', 'Width'), swap, field('height', 'Height'), unit, ratio),
+        h('div', { class: 'tools fields' }, field('width', 'Width'), swap, field('height', 'Height'), unit, ratio, done),
         buttons,
         h('label', { class: 'field' }, 'Format', formats),
         this.note),
       recents);
+    this.refocus(kept);
+  }
+
+  // The control that has the focus, and a field's text typed since it was last sent.
+  focused() {
+    const active = document.activeElement;
+    if (!active || !this.body.contains(active)) return null;
+    const key = active.name || active.getAttribute('aria-label') || active.textContent;
+    const typed = active.name && active.value !== this.sent?.[active.name] && active.value !== active.defaultValue;
+    return { key, value: typed ? active.value : null };
+  }
+
+  // A redraw keeps the user where they were, with what they are typing.
+  refocus(kept) {
+    if (!kept) return;
+    const control = [...this.body.querySelectorAll('input, select, button')]
+      .find((c) => (c.name || c.getAttribute('aria-label') || c.textContent) === kept.key);
+    if (!control) return;
+    if (kept.value !== null) control.value = kept.value;
+    control.focus();
   }
 }

@@ -2,7 +2,7 @@
 // The adjust session lives on the server: the page shows its current item as the server draws
 // it, reports taps, drags (in view points, with the view's size and the screen's scale) and
 // colours, and enables the buttons the session allows.
-import { api, h, thumbnailURL, fileURL } from './api.js';
+import { api, h, thumbnailURL } from './api.js';
 import { showAlert } from './dialogs.js';
 import { flowCall, followFlow } from './flow.js';
 
@@ -66,7 +66,7 @@ export class SummaryScreen {
   }
 
   picture(item) {
-    return item.id.startsWith('file:') ? fileURL(item.id.slice(5)) : thumbnailURL(item.id, 256);
+    return thumbnailURL(item.id, 256);
   }
 
   drawList() {
