@@ -438,6 +438,11 @@ bool BitmapContext::drawImage(CGRect userRect, const Bitmap& image, ErrorRef* er
     d.byteOutput = dst.bitsPerComponent == 8;
     d.dest = destAccess(mutablePixels(), _bitmap);
     d.quality = _state.quality;
+    // A strip context draws the same geometry strip after strip: it keeps its graphs.
+    if (rowsEnd() - _bitmap.firstRow() < height()) {
+        if (!_graphs) _graphs = makeResizeGraphs();
+        d.graphs = _graphs.get();
+    }
     std::string why;
     if (drawAligned(d, why)) return true;
     logf("~~ IMAGE: drawing failed: %s", why.c_str());
