@@ -27,6 +27,10 @@
 
 namespace platform {
 
+namespace bitmap_pixels {
+class ResizeGraphs;
+}
+
 enum CGInterpolationQuality : std::int32_t {
     kCGInterpolationDefault = 0,  // medium
     kCGInterpolationNone = 1,     // nearest sample
@@ -140,6 +144,7 @@ class BitmapContext {
     Bitmap _bitmap;
     State _state;
     std::vector<State> _saved;
+    std::shared_ptr<bitmap_pixels::ResizeGraphs> _graphs;  // a strip context's, see drawImage
 };
 
 }  // namespace platform

@@ -1,6 +1,6 @@
-// Hands the strips of a picture from the thread that draws them to the thread that encodes
-// them, in order and a few at a time, so that drawing and encoding overlap while the picture is
-// never whole in memory. The photo stage's streamed drawing feeds its encoder through it.
+// Hands the strips of a picture from one thread to the next, in order and a few at a time, so
+// that the stages overlap while the picture is never whole in memory: the row reader's decoder
+// feeds the drawing through one, and the drawing its encoder through another.
 #pragma once
 
 #include <condition_variable>

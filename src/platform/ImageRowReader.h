@@ -1,10 +1,14 @@
 // Reads the pixels of an image source a band of rows at a time, top first, so that the whole
 // picture is never in memory: the photo stage's streamed drawing takes its source rows from it.
+// A thread of the reader's own decodes a few bands ahead of the rows asked for, so that
+// decoding overlaps the drawing.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <string>
+#include <thread>
 #include <vector>
 
 #include "platform/Bitmap.h"
@@ -16,6 +20,8 @@ namespace platform {
 namespace codecs {
 class RowDecoder;
 }
+
+class BitmapStripQueue;
 
 class ImageRowReader {
   public:
@@ -37,10 +43,18 @@ class ImageRowReader {
     // earlier row is asked for.
     const Bitmap* rows(std::size_t first, std::size_t end, ErrorRef* error = nullptr);
 
+    // The source rows decoded a band at a time by the thread ahead.
+    static constexpr std::size_t kAheadRows = 32;
+
   private:
     ImageRowReader() = default;
+    void decodeAhead();
+    bool nextRow(std::uint8_t* out, ErrorRef* error);
     std::shared_ptr<const ImageSource> _source;
     std::unique_ptr<codecs::RowDecoder> _decoder;
+    std::unique_ptr<BitmapStripQueue> _ahead;
+    std::thread _thread;
+    std::string _why;  // the decoder's reason, set before the thread finishes the queue
     Bitmap _shape;
     Bitmap _strip;
     std::shared_ptr<std::vector<std::uint8_t>> _buffer;

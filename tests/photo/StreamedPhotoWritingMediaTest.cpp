@@ -11,6 +11,7 @@
 
 #include "photo/ImageFileWriting.h"
 #include "photo/PhotoSupport.h"
+#include "platform/BitmapContext.h"
 #include "platform/FileManager.h"
 
 using namespace photo_test;
@@ -112,6 +113,38 @@ TEST(StreamedPhotoWritingMedia, ReducedDecodeInStripsMatchesTheReducedBitmap) {
     ASSERT_EQ(streamed->write(home.path("strips.jpg"), std::nullopt, nullptr, nullptr),
               VRStreamedPhoto::Outcome::written);
     EXPECT_TRUE(bytesOf(home.path("whole.jpg")) == bytesOf(home.path("strips.jpg")));
+}
+
+// A sideways stretch repeats one geometry strip after strip, so the strips share their
+// resampling graphs, two bands of each at once; the strips at the top and bottom, whose
+// filters meet the picture's edges, must not take the middle's. Stretched both ways, every
+// strip samples the source at its own phase.
+TEST(StreamedPhotoWritingMedia, StripsSharingTheirGeometryDrawWhatTheWholeBitmapDraws) {
+    TestHome home;
+    struct BandsGuard {
+        ~BandsGuard() { platform::BitmapContext::setDrawingBands(0); }
+    } guard;
+    platform::BitmapContext::setDrawingBands(2);
+    run("convert -seed 11 -size 150x700 plasma:fractal -blur 0x1 -quality 92 '" +
+        home.path("tall.jpg") + "'");
+    const VRFormat jpeg(VRFormatTypeJPEG, VRFormatMediaTypePhoto, 0.85f);
+    const CGSize targets[] = {{200, 700}, {200, 433}, {120, 700}};
+    for (const CGSize target : targets) {
+        SCOPED_TRACE(std::to_string(target.width) + " x " + std::to_string(target.height));
+        auto image = VRImage::imageWithData(bytesOf(home.path("tall.jpg")));
+        ASSERT_TRUE(image);
+        auto drawn = VRRenderCGImage(image->cgImage(), 0, platform::kCGInterpolationHigh,
+                                     std::nullopt, kBase, 1, 0, CGRect{}, target, {0, 0});
+        ASSERT_TRUE(drawn);
+        ASSERT_TRUE(VRWriteImageFile(*drawn, 0, jpeg, home.path("whole.jpg"), std::nullopt));
+        auto fresh = VRImage::imageWithData(bytesOf(home.path("tall.jpg")));
+        auto streamed =
+            VRStreamedPhoto::make(*fresh, 0, std::nullopt, kBase, target, {0, 0}, 1, jpeg);
+        ASSERT_TRUE(streamed);
+        ASSERT_EQ(streamed->write(home.path("strips.jpg"), std::nullopt, nullptr, nullptr),
+                  VRStreamedPhoto::Outcome::written);
+        EXPECT_TRUE(bytesOf(home.path("whole.jpg")) == bytesOf(home.path("strips.jpg")));
+    }
 }
 
 TEST(StreamedPhotoWritingMedia, WhatCannotStreamIsLeftToTheWholeBitmap) {

@@ -11,6 +11,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <memory>
+#include <mutex>
 #include <system_error>
 #include <thread>
 
@@ -345,6 +346,115 @@ zimg_resample_filter_e filterFor(CGInterpolationQuality quality, double& a, doub
     }
 }
 
+// A zimg graph with the sizes of the buffers that running it takes, and buffers that earlier
+// runs gave back.
+struct Graph {
+    std::unique_ptr<zimg_filter_graph, void (*)(zimg_filter_graph*)> graph{nullptr,
+                                                                           zimg_filter_graph_free};
+    std::size_t tmpSize = 0, inStride = 0, outStride = 0, inLines = 0, outLines = 0;
+    unsigned inMask = 0, outMask = 0;
+
+    struct Buffers {
+        AlignedBuffer tmp, in, out;
+    };
+    Buffers take() const {
+        {
+            std::lock_guard lock(mutex);
+            if (!spare.empty()) {
+                Buffers b = std::move(spare.back());
+                spare.pop_back();
+                return b;
+            }
+        }
+        return {alignedAlloc(tmpSize), alignedAlloc(inStride * inLines * 4),
+                alignedAlloc(outStride * outLines * 4)};
+    }
+    void giveBack(Buffers b) const {
+        std::lock_guard lock(mutex);
+        spare.push_back(std::move(b));
+    }
+
+  private:
+    mutable std::mutex mutex;
+    mutable std::vector<Buffers> spare;
+};
+
+// Everything a graph is built from.
+struct GraphKey {
+    unsigned srcWidth, srcHeight, dstWidth, dstHeight;
+    int srcType, dstType, planes;
+    bool alpha;
+    double left, top, width, height;
+    int filter;
+    double a, b;
+    bool operator==(const GraphKey& o) const {
+        auto same = [](double x, double y) { return x == y || (std::isnan(x) && std::isnan(y)); };
+        return srcWidth == o.srcWidth && srcHeight == o.srcHeight && dstWidth == o.dstWidth &&
+               dstHeight == o.dstHeight && srcType == o.srcType && dstType == o.dstType &&
+               planes == o.planes && alpha == o.alpha && left == o.left && top == o.top &&
+               width == o.width && height == o.height && filter == o.filter && same(a, o.a) &&
+               same(b, o.b);
+    }
+};
+
+}  // namespace
+
+class ResizeGraphs {
+  public:
+    std::shared_ptr<const Graph> find(const GraphKey& key) {
+        std::lock_guard lock(_mutex);
+        for (std::size_t i = 0; i < _kept.size(); ++i)
+            if (_kept[i].first == key) {
+                // The most recent first: a miss evicts the least recently used.
+                std::rotate(_kept.begin(), _kept.begin() + static_cast<std::ptrdiff_t>(i),
+                            _kept.begin() + static_cast<std::ptrdiff_t>(i) + 1);
+                return _kept.front().second;
+            }
+        return nullptr;
+    }
+    void keep(const GraphKey& key, std::shared_ptr<const Graph> graph) {
+        std::lock_guard lock(_mutex);
+        _kept.insert(_kept.begin(), {key, std::move(graph)});
+        // Bands above, inside and below the picture, each at a few phases, and no more.
+        constexpr std::size_t kKept = 8;
+        if (_kept.size() > kKept) _kept.resize(kKept);
+    }
+
+  private:
+    std::mutex _mutex;
+    std::vector<std::pair<GraphKey, std::shared_ptr<const Graph>>> _kept;
+};
+
+std::shared_ptr<ResizeGraphs> makeResizeGraphs() {
+    return std::make_shared<ResizeGraphs>();
+}
+
+namespace {
+
+std::shared_ptr<const Graph> buildGraph(const zimg_image_format& src, const zimg_image_format& dst,
+                                        const zimg_graph_builder_params& params, bool byteInput,
+                                        bool byteOutput, std::string& why) {
+    auto g = std::make_shared<Graph>();
+    g->graph.reset(zimg_filter_graph_build(&src, &dst, &params));
+    if (!g->graph) {
+        char message[256] = {0};
+        zimg_get_last_error(message, sizeof message);
+        why = message;
+        return nullptr;
+    }
+    unsigned inRows = 0, outRows = 0;
+    zimg_filter_graph_get_tmp_size(g->graph.get(), &g->tmpSize);
+    zimg_filter_graph_get_input_buffering(g->graph.get(), &inRows);
+    zimg_filter_graph_get_output_buffering(g->graph.get(), &outRows);
+    g->inMask = zimg_select_buffer_mask(inRows);
+    g->outMask = zimg_select_buffer_mask(outRows);
+    g->inLines = g->inMask == ZIMG_BUFFER_MAX ? src.height : g->inMask + 1;
+    g->outLines = g->outMask == ZIMG_BUFFER_MAX ? dst.height : g->outMask + 1;
+    g->inStride = (src.width * (byteInput ? 1 : 2) + 63) / 64 * 64;
+    g->outStride = (dst.width * (byteOutput ? 1 : 2) + 63) / 64 * 64;
+    return g;
+}
+
 bool Band::run(std::string& why) noexcept try {
     const AlignedDraw& draw = *d;
     const bool byteInput = draw.input == AlignedDraw::Input::Bytes;
@@ -376,38 +486,38 @@ bool Band::run(std::string& why) noexcept try {
     zimg_graph_builder_params_default(&params, ZIMG_API_VERSION);
     params.resample_filter = filterFor(draw.quality, params.filter_param_a, params.filter_param_b);
     params.dither_type = ZIMG_DITHER_NONE;
-    std::unique_ptr<zimg_filter_graph, void (*)(zimg_filter_graph*)> graph(
-        zimg_filter_graph_build(&src, &dst, &params), zimg_filter_graph_free);
-    char message[256] = {0};
+    const GraphKey key{src.width,
+                       src.height,
+                       dst.width,
+                       dst.height,
+                       src.pixel_type,
+                       dst.pixel_type,
+                       draw.planes,
+                       draw.alpha,
+                       src.active_region.left,
+                       src.active_region.top,
+                       src.active_region.width,
+                       src.active_region.height,
+                       params.resample_filter,
+                       params.filter_param_a,
+                       params.filter_param_b};
+    std::shared_ptr<const Graph> graph = draw.graphs ? draw.graphs->find(key) : nullptr;
     if (!graph) {
-        zimg_get_last_error(message, sizeof message);
-        why = message;
-        return false;
+        graph = buildGraph(src, dst, params, byteInput, draw.byteOutput, why);
+        if (!graph) return false;
+        if (draw.graphs) draw.graphs->keep(key, graph);
     }
-    std::size_t tmpSize = 0;
-    unsigned inRows = 0, outRows = 0;
-    zimg_filter_graph_get_tmp_size(graph.get(), &tmpSize);
-    zimg_filter_graph_get_input_buffering(graph.get(), &inRows);
-    zimg_filter_graph_get_output_buffering(graph.get(), &outRows);
-    unsigned inMask = zimg_select_buffer_mask(inRows);
-    unsigned outMask = zimg_select_buffer_mask(outRows);
-    std::size_t inLines = inMask == ZIMG_BUFFER_MAX ? window.height : inMask + 1;
-    std::size_t outLines = outMask == ZIMG_BUFFER_MAX ? (Y1 - Y0) : outMask + 1;
-    std::size_t inStride = (window.width * (byteInput ? 1 : 2) + 63) / 64 * 64;
-    std::size_t outStride = ((draw.X1 - draw.X0) * (draw.byteOutput ? 1 : 2) + 63) / 64 * 64;
-    AlignedBuffer tmp = alignedAlloc(tmpSize);
-    AlignedBuffer inBuffer = alignedAlloc(inStride * inLines * 4);
-    AlignedBuffer outBuffer = alignedAlloc(outStride * outLines * 4);
-    if (!tmp || !inBuffer || !outBuffer) return why = "out of memory", false;
+    Graph::Buffers buffers = graph->take();
+    if (!buffers.tmp || !buffers.in || !buffers.out) return why = "out of memory", false;
     in.version = ZIMG_API_VERSION;
     out.version = ZIMG_API_VERSION;
     for (int k = 0; k < 4; ++k) {
-        in.plane[k].data = inBuffer.get() + k * inStride * inLines;
-        in.plane[k].stride = static_cast<std::ptrdiff_t>(inStride);
-        in.plane[k].mask = inMask;
-        out.plane[k].data = outBuffer.get() + k * outStride * outLines;
-        out.plane[k].stride = static_cast<std::ptrdiff_t>(outStride);
-        out.plane[k].mask = outMask;
+        in.plane[k].data = buffers.in.get() + k * graph->inStride * graph->inLines;
+        in.plane[k].stride = static_cast<std::ptrdiff_t>(graph->inStride);
+        in.plane[k].mask = graph->inMask;
+        out.plane[k].data = buffers.out.get() + k * graph->outStride * graph->outLines;
+        out.plane[k].stride = static_cast<std::ptrdiff_t>(graph->outStride);
+        out.plane[k].mask = graph->outMask;
     }
     auto unpack = [](void* user, unsigned i, unsigned left, unsigned right) {
         return static_cast<Band*>(user)->unpack(i, left, right);
@@ -415,12 +525,15 @@ bool Band::run(std::string& why) noexcept try {
     auto pack = [](void* user, unsigned i, unsigned left, unsigned right) {
         return static_cast<Band*>(user)->pack(i, left, right);
     };
-    if (zimg_filter_graph_process(graph.get(), &in, &out, tmp.get(), unpack, this, pack, this) !=
-        ZIMG_ERROR_SUCCESS) {
+    if (zimg_filter_graph_process(graph->graph.get(), &in, &out, buffers.tmp.get(), unpack, this,
+                                  pack, this) != ZIMG_ERROR_SUCCESS) {
+        char message[256] = {0};
         zimg_get_last_error(message, sizeof message);
         why = message;
         return false;
     }
+    // Only a kept graph has another run to lend its buffers to.
+    if (draw.graphs) graph->giveBack(std::move(buffers));
     return true;
 } catch (const std::exception& e) {
     why = e.what();

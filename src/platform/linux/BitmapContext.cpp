@@ -152,8 +152,10 @@ std::unique_ptr<BitmapContext> BitmapContext::createStrip(std::size_t width, std
         return refuse("byte order " + std::to_string(order));
     if (firstRow >= height || rowCount == 0) return refuse("no rows of the picture in the strip");
     std::unique_ptr<BitmapContext> context(new BitmapContext());
-    context->_bitmap = Bitmap(width, height, layout, colorSpace, {}, 0);
-    context->_bitmap._pixels.reset();
+    // No pixels until moveToRows gives the strip its own: a strip context never holds the
+    // whole picture, not even for a moment.
+    context->_bitmap = Bitmap::strip(
+        width, height, layout, std::make_shared<const ColorSpace>(colorSpace), 0, 0, nullptr, 0);
     context->_state.clip = {{0, 0}, {static_cast<double>(width), static_cast<double>(height)}};
     context->moveToRows(firstRow, rowCount);
     return context;
@@ -436,6 +438,11 @@ bool BitmapContext::drawImage(CGRect userRect, const Bitmap& image, ErrorRef* er
     d.byteOutput = dst.bitsPerComponent == 8;
     d.dest = destAccess(mutablePixels(), _bitmap);
     d.quality = _state.quality;
+    // A strip context draws the same geometry strip after strip: it keeps its graphs.
+    if (rowsEnd() - _bitmap.firstRow() < height()) {
+        if (!_graphs) _graphs = makeResizeGraphs();
+        d.graphs = _graphs.get();
+    }
     std::string why;
     if (drawAligned(d, why)) return true;
     logf("~~ IMAGE: drawing failed: %s", why.c_str());

@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <memory>
 #include <string>
 
 #include "platform/Bitmap.h"
@@ -118,6 +119,12 @@ struct SourceReader {
     }
 };
 
+// The resampling graphs that a strip context's draws built, kept for its next strips: the
+// strips of one picture mostly repeat a handful of geometries, and building a graph (its
+// filter taps) costs more than running it over a strip's rows. Safe to share between bands.
+class ResizeGraphs;
+std::shared_ptr<ResizeGraphs> makeResizeGraphs();
+
 // One axis-aligned draw: the oriented source O (the image flipped and/or transposed so that its
 // axes run with the device's) placed at (ox, oy) with scales (kx, ky) in top-left device space.
 // Read only while its bands run.
@@ -139,6 +146,7 @@ struct AlignedDraw {
     bool byteOutput;  // zimg writes 8-bit samples for an 8-bit destination
     DestAccess dest;
     CGInterpolationQuality quality;
+    ResizeGraphs* graphs = nullptr;  // where graphs are kept between draws, if anywhere
 
     // Address of O's pixel (p, q) and the step to O's pixel (p + 1, q).
     const std::uint8_t* pixel(std::size_t p, std::size_t q, std::ptrdiff_t& step) const {

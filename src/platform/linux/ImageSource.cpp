@@ -7,7 +7,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <system_error>
 
+#include "platform/BitmapStripQueue.h"
 #include "platform/ImagePropertyKeys.h"
 #include "platform/ImageRowReader.h"
 #include "platform/linux/ImageCodecs.h"
@@ -288,10 +290,59 @@ std::unique_ptr<ImageRowReader> ImageRowReader::create(std::shared_ptr<const Ima
     reader->_decoder = std::move(decoder);
     reader->_source = std::move(source);
     reader->_buffer = std::make_shared<std::vector<std::uint8_t>>();
+    // Two bands wait beside the one being read: the decoder stays ahead of a drawing that
+    // takes its rows in bursts, and holds little.
+    reader->_ahead = std::make_unique<BitmapStripQueue>(2);
+    try {
+        reader->_thread = std::thread([r = reader.get()] { r->decodeAhead(); });
+    } catch (const std::system_error&) {
+        reader->_ahead.reset();  // no thread to be had: rows() decodes them itself
+    }
     return reader;
 }
 
-ImageRowReader::~ImageRowReader() = default;
+ImageRowReader::~ImageRowReader() {
+    if (_ahead) _ahead->close();  // a decoder waiting for room stops
+    if (_thread.joinable()) _thread.join();
+}
+
+void ImageRowReader::decodeAhead() {
+    const std::size_t height = _shape.height();
+    bool complete = true;
+    for (std::size_t y0 = 0; y0 < height; y0 += kAheadRows) {
+        const std::size_t count = std::min(kAheadRows, height - y0);
+        auto pixels = std::make_shared<std::vector<std::uint8_t>>(count * _stride);
+        std::string why;
+        for (std::size_t i = 0; complete && i < count; ++i)
+            if (!_decoder->readRow(pixels->data() + i * _stride, why)) _why = why, complete = false;
+        if (!complete) break;
+        if (!_ahead->push(Bitmap::strip(_shape.width(), height, _shape.layout(),
+                                        _shape.sharedColorSpace(), y0, count, std::move(pixels),
+                                        _stride)))
+            return;  // the reader is going away
+    }
+    _ahead->finish(complete);
+}
+
+bool ImageRowReader::nextRow(std::uint8_t* out, ErrorRef* error) {
+    std::string why;
+    bool read = false;
+    if (_ahead) {
+        if (const Bitmap* band = _ahead->rowsFor(_decoded)) {
+            std::memcpy(out, band->row(_decoded), _stride);
+            read = true;
+        } else {
+            why = _why.empty() ? std::string("no more rows") : _why;
+        }
+    } else {
+        read = _decoder->readRow(out, why);
+    }
+    if (!read)
+        setError(error,
+                 readError(NSFileReadCorruptFileError,
+                           "The " + _source->type() + " image could not be decoded: " + why));
+    return read;
+}
 
 const Bitmap* ImageRowReader::rows(std::size_t first, std::size_t end, ErrorRef* error) {
     const std::size_t height = _shape.height();
@@ -319,14 +370,8 @@ const Bitmap* ImageRowReader::rows(std::size_t first, std::size_t end, ErrorRef*
                          keep * _stride);
         }
         _base = from;
-        std::string why;
         while (_decoded < end) {
-            if (!_decoder->readRow(_buffer->data() + (_decoded - _base) * _stride, why)) {
-                setError(error, readError(NSFileReadCorruptFileError,
-                                          "The " + _source->type() +
-                                              " image could not be decoded: " + why));
-                return nullptr;
-            }
+            if (!nextRow(_buffer->data() + (_decoded - _base) * _stride, error)) return nullptr;
             ++_decoded;
         }
     }
