@@ -11,6 +11,8 @@
 #include "platform/ImagePropertyKeys.h"
 #include "platform/linux/ImageCodecs.h"
 #include "platform/linux/PngIdatWriter.h"
+#include "platform/linux/PngPixelRows.h"
+#include "platform/linux/RowReadAhead.h"
 
 namespace platform::codecs {
 namespace {
@@ -273,6 +275,8 @@ struct PngShape {
     PixelLayout layout;
     std::size_t stride = 0;
     ColorSpace::Model model = ColorSpace::Model::RGB;
+    int depth = 8, colorType = 0;
+    bool trns = false;
 };
 
 bool setUpDecoding(Reader& r, PngShape& shape, std::vector<std::uint8_t>& icc, std::string& why) {
@@ -281,6 +285,7 @@ bool setUpDecoding(Reader& r, PngShape& shape, std::vector<std::uint8_t>& icc, s
     png_get_IHDR(r.png, r.info, &shape.width, &shape.height, &depth, &colorType, &shape.interlace,
                  nullptr, nullptr);
     bool trns = png_get_valid(r.png, r.info, PNG_INFO_tRNS);
+    shape.depth = depth, shape.colorType = colorType, shape.trns = trns;
     bool alpha = (colorType & PNG_COLOR_MASK_ALPHA) || trns;
     bool gray = !(colorType & PNG_COLOR_MASK_COLOR) && colorType != PNG_COLOR_TYPE_PALETTE;
     int bits = depth == 16 ? 16 : 8;
@@ -315,19 +320,76 @@ bool setUpDecoding(Reader& r, PngShape& shape, std::vector<std::uint8_t>& icc, s
     return true;
 }
 
+// The channels of a row of `colorType` that PngPixelRows can give, in the file's order; 0 for
+// those that libpng must transform beyond what pngRowLayout does (palettes, a tRNS chunk,
+// samples of fewer than 8 bits).
+int directChannels(const PngShape& shape) {
+    if (shape.trns || (shape.depth != 8 && shape.depth != 16)) return 0;
+    switch (shape.colorType) {
+        case PNG_COLOR_TYPE_GRAY:
+            return 1;
+        case PNG_COLOR_TYPE_GRAY_ALPHA:
+            return 2;
+        case PNG_COLOR_TYPE_RGB:
+            return 3;
+        case PNG_COLOR_TYPE_RGB_ALPHA:
+            return 4;
+        default:
+            return 0;
+    }
+}
+
+// A row in PNG order into the layout setUpDecoding asks libpng for: gray with alpha widened to
+// RGBA, RGB given an opaque fourth sample, 16-bit samples in the machine's order.
+void pngRowLayout(const std::uint8_t* in, std::size_t width, int channels, bool sixteen,
+                  std::uint8_t* out) {
+    if (!sixteen && (channels == 1 || channels == 4)) {
+        std::memcpy(out, in, width * channels);
+        return;
+    }
+    if (sixteen && (channels == 1 || channels == 4)) {
+        const std::size_t samples = width * channels;
+        for (std::size_t i = 0; i < samples; ++i) {
+            out[2 * i] = in[2 * i + 1];
+            out[2 * i + 1] = in[2 * i];
+        }
+        return;
+    }
+    const std::size_t bytes = sixteen ? 2 : 1;
+    for (std::size_t x = 0; x < width; ++x, in += channels * bytes, out += 4 * bytes) {
+        const std::uint8_t* samples[4];
+        const std::uint8_t opaque[2] = {0xFF, 0xFF};
+        if (channels == 2) {
+            samples[0] = samples[1] = samples[2] = in, samples[3] = in + bytes;
+        } else {
+            samples[0] = in, samples[1] = in + bytes, samples[2] = in + 2 * bytes;
+            samples[3] = opaque;
+        }
+        for (int c = 0; c < 4; ++c) {
+            if (sixteen) {
+                out[2 * c] = samples[c][1];
+                out[2 * c + 1] = samples[c][0];
+            } else {
+                out[c] = samples[c][0];
+            }
+        }
+    }
+}
+
 class PngRowDecoder final : public RowDecoder {
   public:
     const Bitmap& shape() const override { return _shape; }
 
     bool readRow(std::uint8_t* out, std::string& why) override {
         if (_next >= _shape.height()) return why = "no more rows", false;
-        if (setjmp(png_jmpbuf(_r->png))) {
-            why = _r->message;
-            return false;
+        if (_pixels) {
+            const std::uint8_t* row = _pixels->next(why);
+            if (!row) return false;
+            pngRowLayout(row, _shape.width(), _channels, _sixteen, out);
+            ++_next;
+            return true;
         }
-        png_read_row(_r->png, out, nullptr);
-        ++_next;
-        return true;
+        return readTransformed(out, why);
     }
 
     // Opens the decoder; false with `why` empty for a file that has no row decoder.
@@ -345,11 +407,34 @@ class PngRowDecoder final : public RowDecoder {
         _shape = Bitmap::strip(shape->width, shape->height, shape->layout,
                                std::make_shared<const ColorSpace>(shape->model, std::move(*icc)), 0,
                                0, nullptr, shape->stride);
+        // libpng has read everything before the pixels; they are inflated and unfiltered
+        // apart from it where no transformation but the layout's is needed.
+        _channels = directChannels(*shape);
+        _sixteen = shape->depth == 16;
+        if (_channels) {
+            const std::size_t pixelBytes = std::size_t(_channels) * (_sixteen ? 2 : 1);
+            _pixels = std::make_unique<PngPixelRows>(data, size, shape->width * pixelBytes,
+                                                     pixelBytes, shape->height);
+        }
         return true;
     }
 
   private:
+    // A row through libpng's transformations (which alone set the jump target).
+    bool readTransformed(std::uint8_t* out, std::string& why) {
+        if (setjmp(png_jmpbuf(_r->png))) {
+            why = _r->message;
+            return false;
+        }
+        png_read_row(_r->png, out, nullptr);
+        ++_next;
+        return true;
+    }
+
     std::unique_ptr<Reader> _r;
+    std::unique_ptr<PngPixelRows> _pixels;
+    int _channels = 0;
+    bool _sixteen = false;
     Bitmap _shape;
     std::size_t _next = 0;
 };
@@ -359,7 +444,7 @@ class PngRowDecoder final : public RowDecoder {
 std::unique_ptr<RowDecoder> pngRowDecoder(Bytes data, std::size_t size, std::string& why) {
     auto decoder = std::make_unique<PngRowDecoder>();
     if (!decoder->open(data, size, why)) return nullptr;
-    return decoder;
+    return readAhead(std::move(decoder));
 }
 
 std::optional<Bitmap> pngDecode(Bytes data, std::size_t size, std::string& why) {
