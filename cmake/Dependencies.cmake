@@ -16,8 +16,8 @@ target_link_libraries(unwarp_platform_deps INTERFACE PkgConfig::PLIST)
 # Image codecs, colour management, scaling, the photo library's SQLite catalogue and
 # ICU's text rules behind the platform services; libmd's MD5 names the thumbnails.
 # ISA-L inflates the pixel data of PNGs read row by row.
-foreach(mod IN ITEMS libjpeg libpng zlib libdeflate libisal libtiff-4 libwebp libwebpdemux libwebpmux
-                     zimg lcms2 imagequant icu-uc sqlite3 libmd)
+foreach(mod IN ITEMS libjpeg libpng zlib libisal libtiff-4 libwebp libwebpdemux libwebpmux zimg
+                     lcms2 imagequant icu-uc sqlite3 libmd)
     string(MAKE_C_IDENTIFIER "${mod}" var)
     string(TOUPPER "${var}" var)
     pkg_check_modules(${var} REQUIRED IMPORTED_TARGET ${mod})
