@@ -325,6 +325,7 @@ bool setUpDecoding(Reader& r, PngShape& shape, std::vector<std::uint8_t>& icc, s
 // samples of fewer than 8 bits).
 int directChannels(const PngShape& shape) {
     if (shape.trns || (shape.depth != 8 && shape.depth != 16)) return 0;
+    if (shape.interlace != PNG_INTERLACE_NONE) return 0;
     switch (shape.colorType) {
         case PNG_COLOR_TYPE_GRAY:
             return 1;
@@ -374,6 +375,21 @@ void pngRowLayout(const std::uint8_t* in, std::size_t width, int channels, bool 
             }
         }
     }
+}
+
+// Every row into `pixels` (shape.stride apart) without libpng, where directChannels allows.
+bool decodeDirect(Bytes data, std::size_t size, const PngShape& shape, std::uint8_t* pixels,
+                  std::string& why) {
+    const int channels = directChannels(shape);
+    const bool sixteen = shape.depth == 16;
+    const std::size_t pixelBytes = std::size_t(channels) * (sixteen ? 2 : 1);
+    PngPixelRows rows(data, size, shape.width * pixelBytes, pixelBytes, shape.height);
+    for (std::size_t y = 0; y < shape.height; ++y) {
+        const std::uint8_t* row = rows.next(why);
+        if (!row) return false;
+        pngRowLayout(row, shape.width, channels, sixteen, pixels + y * shape.stride);
+    }
+    return true;
 }
 
 class PngRowDecoder final : public RowDecoder {
@@ -462,9 +478,14 @@ std::optional<Bitmap> pngDecode(Bytes data, std::size_t size, std::string& why) 
     const std::size_t stride = shape->stride;
     const png_uint_32 h = shape->height;
     pixels->resize(stride * h);
-    rows->resize(h);
-    for (png_uint_32 y = 0; y < h; ++y) (*rows)[y] = pixels->data() + stride * y;
-    png_read_image(r->png, rows->data());
+    if (directChannels(*shape)) {
+        // The pixel data apart from libpng, as the row decoder reads them.
+        if (!decodeDirect(data, size, *shape, pixels->data(), why)) return std::nullopt;
+    } else {
+        rows->resize(h);
+        for (png_uint_32 y = 0; y < h; ++y) (*rows)[y] = pixels->data() + stride * y;
+        png_read_image(r->png, rows->data());
+    }
     // Chunks after the pixels are not needed, and a missing end is no damage to the image.
     return Bitmap(shape->width, h, shape->layout, ColorSpace(shape->model, std::move(*icc)),
                   std::move(*pixels), stride);
