@@ -186,10 +186,15 @@ const std::uint8_t* PngPixelRows::next(std::string& why) {
     while (filled < _filtered.size()) {
         s.next_out = _filtered.data() + filled;
         s.avail_out = static_cast<std::uint32_t>(_filtered.size() - filled);
-        const int result = isal_inflate(&s);
         const std::size_t before = filled;
+        const std::uint32_t given = s.avail_in;
+        const int result = isal_inflate(&s);
         filled = _filtered.size() - s.avail_out;
-        if (result < 0) return why = "IDAT: invalid compressed data", nullptr;
+        // A failure, a preset dictionary (which PNG has none of), or a stall.
+        const bool stalled = filled == before && given != 0 && s.avail_in == given;
+        if ((result != ISAL_DECOMP_OK && result != ISAL_END_INPUT && result != ISAL_OUT_OVERFLOW) ||
+            stalled)
+            return why = "IDAT: invalid compressed data", nullptr;
         if (filled == _filtered.size()) break;
         if (s.block_state == ISAL_BLOCK_FINISH) return why = "Not enough image data", nullptr;
         // The inflater may hold output of its own beyond its input: more data only once it
