@@ -37,8 +37,8 @@ JOBS = {
 
 # The quality that unwarp's HEIC writer gives libheif for a compression of 0.85 (CRF 22).
 HEIC_QUALITY = 56
-# unwarp's PNG writer: Paeth filter on every row, zlib level 4 (16-bit pictures up to 32 MB:
-# libdeflate level 1, within 0.3 % of that size).
+# unwarp's PNG writer: Paeth filter on every row, zlib level 4 (16-bit pictures: matching runs
+# only, within 0.4 % of that size).
 PNG_VIPS = "compression=4,filter=paeth"
 PNG_MAGICK = "44"
 P1_SCALE = 5363 / 4032
@@ -297,7 +297,8 @@ def main():
         "(about 3 bytes a pixel, 72 MB at 24 MP) beside the decoded bitmap; the libvips row "
         "holds the coefficients too but streams its output")
     log("P3: the peers write PNG with zlib level 4 and the Paeth filter; unwarp filters alike and "
-        "deflates its 16-bit result with libdeflate level 1 (within 0.3 % of zlib's size); "
+        "deflates its 16-bit result matching runs only (zlib's RLE strategy, within 0.4 % of the "
+        "size); "
         "vips thumbnail makes 8-bit output, so vips writes half the bytes that unwarp and "
         "ImageMagick write")
     log(f"P4: all three write HEIC at libheif quality {HEIC_QUALITY} (CRF 22); unwarp sets x265's "

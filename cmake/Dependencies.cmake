@@ -15,7 +15,8 @@ target_link_libraries(unwarp_platform_deps INTERFACE PkgConfig::PLIST)
 
 # Image codecs, colour management, scaling, the photo library's SQLite catalogue and
 # ICU's text rules behind the platform services; libmd's MD5 names the thumbnails.
-foreach(mod IN ITEMS libjpeg libpng zlib libdeflate libtiff-4 libwebp libwebpdemux libwebpmux zimg
+# ISA-L inflates the pixel data of PNGs read row by row.
+foreach(mod IN ITEMS libjpeg libpng zlib libisal libtiff-4 libwebp libwebpdemux libwebpmux zimg
                      lcms2 imagequant icu-uc sqlite3 libmd)
     string(MAKE_C_IDENTIFIER "${mod}" var)
     string(TOUPPER "${var}" var)

@@ -32,15 +32,14 @@ struct Written {
     std::string why;
 };
 
-using Deflater = PngIdatWriter::Deflater;
+using Matching = PngIdatWriter::Matching;
 
 Written compress(const std::vector<std::uint8_t>& raw, std::size_t rowBytes, std::size_t pixelBytes,
-                 unsigned threads, std::size_t rowsGiven,
-                 Deflater deflater = Deflater::zlibGroups) {
+                 unsigned threads, std::size_t rowsGiven, Matching matching = Matching::strings) {
     Written w;
     const std::size_t height = raw.size() / rowBytes;
     PngIdatWriter writer(
-        rowBytes, pixelBytes, height, deflater, deflater == Deflater::zlibGroups ? 4 : 1,
+        rowBytes, pixelBytes, height, matching, 4,
         [&](const std::uint8_t* data, std::size_t size) {
             w.stream.insert(w.stream.end(), data, data + size);
             ++w.pieces;
@@ -83,15 +82,15 @@ std::vector<std::uint8_t> decode(const std::vector<std::uint8_t>& stream, std::s
 
 // What one serial zlib stream at the writer's settings makes of the same filtered rows.
 std::size_t serialSize(const std::vector<std::uint8_t>& raw, std::size_t rowBytes,
-                       std::size_t pixelBytes) {
+                       std::size_t pixelBytes, Matching matching) {
     const std::size_t height = raw.size() / rowBytes;
     // The filtered bytes, from the writer's own stream (checked above), deflated in one piece.
-    Written w = compress(raw, rowBytes, pixelBytes, 1, height);
+    Written w = compress(raw, rowBytes, pixelBytes, 1, height, matching);
     std::vector<std::uint8_t> filtered((rowBytes + 1) * height);
     uLongf length = filtered.size();
     uncompress(filtered.data(), &length, w.stream.data(), w.stream.size());
     z_stream z{};
-    deflateInit2(&z, 4, Z_DEFLATED, 15, 8, Z_FILTERED);
+    deflateInit2(&z, 4, Z_DEFLATED, 15, 8, matching == Matching::runs ? Z_RLE : Z_FILTERED);
     std::vector<std::uint8_t> serial(deflateBound(&z, length));
     z.next_in = filtered.data();
     z.avail_in = static_cast<uInt>(length);
@@ -118,13 +117,13 @@ TEST(PngIdatWriter, RowsComeBackExactlyFromOneStreamWhateverTheGroupsAndThreads)
     };
     for (const auto& c : cases) {
         auto raw = rows(c.rowBytes, c.height, 7);
-        for (Deflater deflater : {Deflater::zlibGroups, Deflater::libdeflateWhole}) {
+        for (Matching matching : {Matching::strings, Matching::runs}) {
             SCOPED_TRACE(std::string(c.what) +
-                         (deflater == Deflater::zlibGroups ? ", zlib" : ", libdeflate"));
+                         (matching == Matching::strings ? ", strings" : ", runs"));
             std::vector<std::uint8_t> first;
             for (unsigned threads : {1u, 2u, 5u}) {
                 SCOPED_TRACE(threads);
-                Written w = compress(raw, c.rowBytes, c.pixelBytes, threads, c.height, deflater);
+                Written w = compress(raw, c.rowBytes, c.pixelBytes, threads, c.height, matching);
                 ASSERT_TRUE(w.ok) << w.why;
                 std::string why;
                 EXPECT_TRUE(decode(w.stream, c.rowBytes, c.pixelBytes, c.height, why) == raw)
@@ -140,13 +139,17 @@ TEST(PngIdatWriter, RowsComeBackExactlyFromOneStreamWhateverTheGroupsAndThreads)
 TEST(PngIdatWriter, GroupsCompressWithinOnePercentOfOneSerialStream) {
     struct Case {
         std::size_t rowBytes, pixelBytes, height;
-    } cases[] = {{1080 * 8, 8, 400}, {3000 * 3, 3, 300}};
+        Matching matching;
+    } cases[] = {{1080 * 8, 8, 400, Matching::strings},
+                 {3000 * 3, 3, 300, Matching::strings},
+                 {1080 * 8, 8, 400, Matching::runs}};
     for (const auto& c : cases) {
         auto raw = rows(c.rowBytes, c.height, 3);
-        Written w = compress(raw, c.rowBytes, c.pixelBytes, 2, c.height);
+        Written w = compress(raw, c.rowBytes, c.pixelBytes, 2, c.height, c.matching);
         ASSERT_TRUE(w.ok) << w.why;
         EXPECT_GT(w.pieces, 3u) << "the picture is cut into groups";
-        const double serial = static_cast<double>(serialSize(raw, c.rowBytes, c.pixelBytes));
+        const double serial =
+            static_cast<double>(serialSize(raw, c.rowBytes, c.pixelBytes, c.matching));
         EXPECT_LT(std::abs(static_cast<double>(w.stream.size()) - serial) / serial, 0.01)
             << w.stream.size() << " against " << serial;
     }
@@ -154,8 +157,8 @@ TEST(PngIdatWriter, GroupsCompressWithinOnePercentOfOneSerialStream) {
 
 TEST(PngIdatWriter, MissingRowsAndARefusingSinkFailWithAReason) {
     auto raw = rows(4000, 600, 5);
-    for (Deflater deflater : {Deflater::zlibGroups, Deflater::libdeflateWhole}) {
-        Written shortOf = compress(raw, 4000, 4, 2, 599, deflater);
+    for (Matching matching : {Matching::strings, Matching::runs}) {
+        Written shortOf = compress(raw, 4000, 4, 2, 599, matching);
         EXPECT_FALSE(shortOf.ok);
         EXPECT_EQ(shortOf.why, "the picture ended early");
         EXPECT_TRUE(shortOf.stream.empty());
@@ -164,7 +167,7 @@ TEST(PngIdatWriter, MissingRowsAndARefusingSinkFailWithAReason) {
     for (std::size_t refuseAt : {0u, 2u}) {
         std::size_t calls = 0;
         PngIdatWriter writer(
-            4000, 4, 600, Deflater::zlibGroups, 4,
+            4000, 4, 600, Matching::strings, 4,
             [&](const std::uint8_t*, std::size_t) { return calls++ < refuseAt; }, 2);
         for (std::size_t y = 0; y < 600; ++y) {
             std::copy_n(raw.data() + y * 4000, 4000, writer.nextRow());

@@ -2,7 +2,6 @@
 // joined in order by the calling thread.
 #include "platform/linux/PngIdatWriter.h"
 
-#include <libdeflate.h>
 #include <zlib.h>
 
 #include <algorithm>
@@ -32,10 +31,7 @@ struct Group {
     std::size_t context = 0;
     std::size_t rows = 0;
     bool first = false, last = false;
-    // Where the filtered rows go when the picture is deflated whole; else they stay the
-    // group's own and `out` takes its deflated piece.
-    std::uint8_t* whole = nullptr;
-    std::vector<std::uint8_t> out;
+    std::vector<std::uint8_t> out;  // the deflated piece
     uLong adler = 1;
     std::size_t length = 0;  // filtered bytes the piece stands for
     bool done = false;
@@ -81,7 +77,7 @@ bool deflateAll(z_stream& z, const std::uint8_t* data, std::size_t size, int flu
 
 struct PngIdatWriter::State {
     std::size_t rowBytes, pixelBytes, height;
-    Deflater deflater;
+    Matching matching;
     int level;
     Sink sink;
     unsigned threadCount;
@@ -89,7 +85,6 @@ struct PngIdatWriter::State {
     std::size_t committed = 0;  // rows handed over
     std::size_t filled = 0;     // of them, in the group being filled
     std::shared_ptr<Group> filling;
-    std::vector<std::uint8_t> whole;  // every filtered row, for libdeflate
     uLong adler = 1;
     bool failed = false;
     std::string why;
@@ -101,12 +96,12 @@ struct PngIdatWriter::State {
     std::vector<std::thread> threads;
     bool stopping = false;
 
-    State(std::size_t rowBytes_, std::size_t pixelBytes_, std::size_t height_, Deflater deflater_,
+    State(std::size_t rowBytes_, std::size_t pixelBytes_, std::size_t height_, Matching matching_,
           int level_, Sink sink_, unsigned threads_)
         : rowBytes(rowBytes_),
           pixelBytes(pixelBytes_),
           height(height_),
-          deflater(deflater_),
+          matching(matching_),
           level(level_),
           sink(std::move(sink_)),
           threadCount(threads_ ? threads_ : std::max(1u, std::thread::hardware_concurrency())) {
@@ -130,10 +125,6 @@ struct PngIdatWriter::State {
         g->rows = std::min(rowsPerGroup, height - committed);
         g->last = committed + g->rows == height;
         g->raw.resize((g->context + g->rows) * rowBytes);
-        if (deflater == Deflater::libdeflateWhole) {
-            if (whole.empty()) whole.resize(height * (rowBytes + 1));
-            g->whole = whole.data() + committed * (rowBytes + 1);
-        }
         if (filling) {
             // The previous group's last row, which the filter of this one's first row reads.
             const auto& previous = filling->raw;
@@ -143,10 +134,11 @@ struct PngIdatWriter::State {
         filled = 0;
     }
 
-    static void compress(Group& g, std::size_t rowBytes, std::size_t pixelBytes, int level) try {
+    static void compress(Group& g, std::size_t rowBytes, std::size_t pixelBytes, int level,
+                         Matching matching) try {
         const std::size_t stride = rowBytes + 1;
-        std::vector<std::uint8_t> filtered(g.whole ? 0 : g.rows * stride);
-        std::uint8_t* into = g.whole ? g.whole : filtered.data();
+        std::vector<std::uint8_t> filtered(g.rows * stride);
+        std::uint8_t* into = filtered.data();
         const std::vector<std::uint8_t> zeros(g.first ? rowBytes : 0);
         for (std::size_t r = 0; r < g.rows; ++r) {
             const std::size_t row = g.context + r;  // index into raw
@@ -154,13 +146,10 @@ struct PngIdatWriter::State {
                 row == 0 ? zeros.data() : g.raw.data() + (row - 1) * rowBytes;
             paethRow(g.raw.data() + row * rowBytes, prior, rowBytes, pixelBytes, into + r * stride);
         }
-        if (g.whole) {
-            g.raw = {};
-            return;
-        }
         z_stream z{};
-        // The strategy and memory level libpng gives filtered rows.
-        if (deflateInit2(&z, level, Z_DEFLATED, -15, 8, Z_FILTERED) != Z_OK) {
+        // The memory level libpng gives filtered rows.
+        const int strategy = matching == Matching::runs ? Z_RLE : Z_FILTERED;
+        if (deflateInit2(&z, level, Z_DEFLATED, -15, 8, strategy) != Z_OK) {
             g.error = "out of memory";
             return;
         }
@@ -191,7 +180,7 @@ struct PngIdatWriter::State {
             auto g = std::move(queued.front());
             queued.pop_front();
             lock.unlock();
-            compress(*g, rowBytes, pixelBytes, level);
+            compress(*g, rowBytes, pixelBytes, level, matching);
             lock.lock();
             g->done = true;
             finished.notify_all();
@@ -211,10 +200,6 @@ struct PngIdatWriter::State {
 
     void pass(Group& g) {
         if (!g.error.empty()) return fail(g.error);
-        if (g.whole) {
-            if (g.last) deflateWhole();
-            return;
-        }
         adler = adler32_combine(adler, g.adler, static_cast<z_off_t>(g.length));
         if (g.last) {
             for (int shift = 24; shift >= 0; shift -= 8)
@@ -222,27 +207,6 @@ struct PngIdatWriter::State {
         }
         if (!g.out.empty() && !sink(g.out.data(), g.out.size())) fail("writing failed");
         g.out = {};
-    }
-
-    void deflateWhole() {
-        libdeflate_compressor* compressor = libdeflate_alloc_compressor(level);
-        if (!compressor) return fail("out of memory");
-        std::vector<std::uint8_t> out;
-        try {
-            out.resize(libdeflate_zlib_compress_bound(compressor, whole.size()));
-        } catch (const std::bad_alloc&) {
-            libdeflate_free_compressor(compressor);
-            return fail("out of memory");
-        }
-        const std::size_t size = libdeflate_zlib_compress(compressor, whole.data(), whole.size(),
-                                                          out.data(), out.size());
-        libdeflate_free_compressor(compressor);
-        whole = {};
-        if (size == 0) return fail("compressing the pixels failed");
-        // In chunks of a size that readers take in one piece.
-        constexpr std::size_t kChunk = 1 << 20;
-        for (std::size_t at = 0; at < size && !failed; at += kChunk)
-            if (!sink(out.data() + at, std::min(kChunk, size - at))) fail("writing failed");
     }
 
     void fail(const std::string& reason) {
@@ -253,14 +217,14 @@ struct PngIdatWriter::State {
     void submit(std::shared_ptr<Group> g) {
         if (g->first && g->last) {
             // One group: no thread is worth starting.
-            compress(*g, rowBytes, pixelBytes, level);
+            compress(*g, rowBytes, pixelBytes, level, matching);
             return pass(*g);
         }
         startThreads();
         std::unique_lock lock(mutex);
         if (threads.empty()) {
             lock.unlock();
-            compress(*g, rowBytes, pixelBytes, level);
+            compress(*g, rowBytes, pixelBytes, level, matching);
             return pass(*g);
         }
         inOrder.push_back(g);
@@ -289,8 +253,8 @@ struct PngIdatWriter::State {
 };
 
 PngIdatWriter::PngIdatWriter(std::size_t rowBytes, std::size_t pixelBytes, std::size_t height,
-                             Deflater deflater, int level, Sink sink, unsigned threads)
-    : _state(std::make_unique<State>(rowBytes, pixelBytes, height, deflater, level, std::move(sink),
+                             Matching matching, int level, Sink sink, unsigned threads)
+    : _state(std::make_unique<State>(rowBytes, pixelBytes, height, matching, level, std::move(sink),
                                      threads)) {}
 
 PngIdatWriter::~PngIdatWriter() = default;
