@@ -55,6 +55,59 @@ function measure(groups) {
   };
 }
 
+// Text whose contrast with what lies under it is below 4.5:1 (WCAG AA for body text), among
+// the elements the selectors name; a colour is read from its computed rgb() or color(srgb).
+function lowContrast(selectors) {
+  const channels = (text) => {
+    const srgb = text.match(/color\(srgb ([\d.]+) ([\d.]+) ([\d.]+)(?: \/ ([\d.]+))?\)/);
+    if (srgb) return [...srgb.slice(1, 4).map((v) => Number(v) * 255), srgb[4] === undefined ? 1 : Number(srgb[4])];
+    const [r, g, b, a = 1] = text.match(/[\d.]+/g).map(Number);
+    return [r, g, b, a];
+  };
+  const luminance = ([r, g, b]) => [r, g, b].map((v) => { const c = v / 255; return c <= 0.04045 ? c / 12.92 : ((c + 0.055) / 1.055) ** 2.4; })
+    .reduce((sum, c, i) => sum + c * [0.2126, 0.7152, 0.0722][i], 0);
+  const backdrop = (element) => {
+    for (let e = element; e; e = e.parentElement) {
+      const colour = channels(getComputedStyle(e).backgroundColor);
+      if (colour[3] > 0.5) return colour;
+    }
+    return channels(getComputedStyle(document.body).backgroundColor);
+  };
+  const found = [];
+  for (const selector of selectors) {
+    for (const element of document.querySelectorAll(selector)) {
+      if (!element.getClientRects().length || !element.textContent.trim() || element.disabled) continue;
+      const [l1, l2] = [luminance(channels(getComputedStyle(element).color)), luminance(backdrop(element))].sort((a, b) => b - a);
+      const ratio = (l1 + 0.05) / (l2 + 0.05);
+      if (ratio < 4.5) found.push(`${selector} "${element.textContent.trim().slice(0, 30)}" ${ratio.toFixed(2)}`);
+    }
+  }
+  return found;
+}
+
+async function checkContrast(page, selectors) {
+  for (const colorScheme of ['light', 'dark']) {
+    await page.emulateMedia({ colorScheme });
+    assert.deepEqual(await page.evaluate(lowContrast, selectors), [], `text readable in ${colorScheme}`);
+  }
+  await page.emulateMedia({ colorScheme: 'light' });
+}
+
+// Each control the Tab key reaches shows a focus ring of at least 2 px.
+async function checkFocusRings(page, stops) {
+  const unmarked = [];
+  for (let i = 0; i < stops; ++i) {
+    await page.keyboard.press('Tab');
+    const ring = await page.evaluate(() => {
+      const style = getComputedStyle(document.activeElement);
+      const shown = style.outlineStyle !== 'none' && parseFloat(style.outlineWidth) >= 2;
+      return shown ? null : document.activeElement.outerHTML.slice(0, 60);
+    });
+    if (ring) unmarked.push(ring);
+  }
+  assert.deepEqual(unmarked, [], 'the keyboard focus shows');
+}
+
 // Checks the screen at each phone width (screenshots at 390 light and dark, 320 light).
 async function checkScreen(page, name, groups) {
   const size = page.viewportSize();
@@ -82,6 +135,9 @@ test('layout: every screen fits a phone and keeps its rows of actions on one lin
   const cells = page.locator('uw-grid .cell img');
   await cells.nth(1).waitFor();
   await checkScreen(page, 'home', ['.home header .tools > *:not(.hidden)']);
+  await checkContrast(page, ['.home .count', '.home .chip', '.home header button']);
+  await page.locator('.home h1').click();
+  await checkFocusRings(page, 8);
 
   await cells.nth(0).click();
   await cells.nth(1).click({ modifiers: ['Shift'] });
@@ -92,6 +148,7 @@ test('layout: every screen fits a phone and keeps its rows of actions on one lin
   await page.getByRole('dialog').getByRole('button', { name: 'Save' }).click();
   const own = page.locator('[data-list=own] .template-row');
   await own.first().waitFor();
+  await checkContrast(page, ['.templates .subtitle', '.templates .template .detail', '.templates header button']);
   await checkScreen(page, 'templates', ['.templates header .tools > *', '[data-list=own] .template-row:first-child .row-tools > *']);
   // The tools keep their names for the keyboard and screen readers when they show icons.
   await page.setViewportSize({ width: 390, height: 844 });
@@ -108,6 +165,7 @@ test('layout: every screen fits a phone and keeps its rows of actions on one lin
   await page.locator('#processing').filter({ hasText: 'Results' }).waitFor({ timeout: 60000 });
   await page.locator('.result input[type=checkbox]').first().check();
   await page.locator('#clear').waitFor();
+  await checkContrast(page, ['.results .selection-title', '.result a', '.results footer button']);
   await checkScreen(page, 'results', ['.results footer .actions > button']);
   const footer = await page.locator('.results footer .actions > button:not([hidden])').allTextContents();
   assert.ok(footer.length >= 4, `the footer offers clear, download, export and share: ${footer}`);
@@ -115,6 +173,7 @@ test('layout: every screen fits a phone and keeps its rows of actions on one lin
   await page.locator('.results header .back').click();
   await page.getByRole('button', { name: 'Settings', exact: true }).click();
   await page.locator('.settings-row').first().waitFor();
+  await checkContrast(page, ['.settings-footer', '.settings-section h3', '.settings-row .unit', '.settings-tabs .chip']);
   await checkScreen(page, 'settings', []);
   // At phone width the screens are chosen in a list, which shows the chosen one.
   await page.setViewportSize({ width: 390, height: 844 });
@@ -163,6 +222,7 @@ test('layout: the tutorial text covers neither the step\'s control nor the contr
 
   await page.getByRole('button', { name: 'Tutorial' }).click();
   await checkStep('Select the first photo', ['.home uw-grid', '.home .albums', '.home header select']);
+  await checkContrast(page, ['.tutorial-focus p', '.tutorial-focus .styled-red']);
   await page.setViewportSize({ width: 390, height: 844 });
   await screenshots(page, 'layout-tutorial-home-390');
   await page.setViewportSize(sizes[0]);
