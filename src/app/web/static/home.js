@@ -23,11 +23,11 @@ export class HomeScreen {
       onchange: (e) => this.upload([...e.target.files]) });
     this.element = h('section', { class: 'screen home' },
       h('header', {}, h('h1', {}, 'Unwarp'),
-        h('div', { class: 'tools' }, filter,
-          h('button', { onclick: () => this.openFiles() }, 'Files'),
-          h('button', { onclick: () => uploader.click() }, 'Upload'), uploader,
-          h('button', { onclick: () => this.camera() }, 'Camera'),
-          h('button', { onclick: () => this.app.show('settings') }, 'Settings'))),
+        h('div', { class: 'tools icon-bar' }, filter,
+          h('button', { dataset: { icon: 'files' }, onclick: () => this.openFiles() }, 'Files'),
+          h('button', { dataset: { icon: 'upload' }, onclick: () => uploader.click() }, 'Upload'), uploader,
+          h('button', { dataset: { icon: 'camera' }, onclick: () => this.camera() }, 'Camera'),
+          h('button', { dataset: { icon: 'settings' }, onclick: () => this.app.show('settings') }, 'Settings'))),
       this.albums, this.grid,
       h('footer', {}, this.count, this.next));
   }

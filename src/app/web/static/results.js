@@ -14,15 +14,15 @@ export class ResultsScreen {
     this.list = h('ul', { class: 'results-list', 'aria-live': 'polite' });
     this.button = h('button', { class: 'primary', id: 'processing', onclick: () => this.touch() });
     this.selectionTitle = h('span', { class: 'selection-title' });
-    this.share = h('button', { id: 'share', onclick: () => this.shareSelected() }, 'Share');
-    this.exporter = h('button', { id: 'export', onclick: () => this.exportSelected() }, 'Export');
-    this.albums = h('button', { id: 'albums', hidden: true, onclick: () => this.saveSelected() }, 'Save');
-    this.download = h('button', { id: 'download', onclick: () => this.downloadSelected() }, 'Download');
-    this.clear = h('button', { id: 'clear', onclick: () => this.clearSelected() }, 'Clear');
+    this.share = h('button', { id: 'share', dataset: { icon: 'share' }, onclick: () => this.shareSelected() }, 'Share');
+    this.exporter = h('button', { id: 'export', dataset: { icon: 'export' }, onclick: () => this.exportSelected() }, 'Export');
+    this.albums = h('button', { id: 'albums', dataset: { icon: 'albums' }, hidden: true, onclick: () => this.saveSelected() }, 'Save');
+    this.download = h('button', { id: 'download', dataset: { icon: 'download' }, onclick: () => this.downloadSelected() }, 'Download');
+    this.clear = h('button', { id: 'clear', dataset: { icon: 'clear' }, onclick: () => this.clearSelected() }, 'Clear');
     this.element = h('section', { class: 'screen results' },
       h('header', {}, h('button', { class: 'back', onclick: () => this.close() }, '‹ Home'), h('h1', {}, 'Results'), this.button),
       this.list,
-      h('footer', {}, this.selectionTitle, h('div', { class: 'actions' }, this.clear, this.download, this.albums, this.exporter, this.share)));
+      h('footer', {}, this.selectionTitle, h('div', { class: 'actions icon-bar' }, this.clear, this.download, this.albums, this.exporter, this.share)));
     this.listeners = {
       progress: (e) => this.progress(JSON.parse(e.data)),
       committed: () => this.refresh(),

@@ -10,10 +10,13 @@ export class SettingsScreen {
     this.app = app;
     this.title = 'Settings';
     this.tabs = h('nav', { class: 'albums settings-tabs', 'aria-label': 'Settings screens' });
+    // At phone width the screens are one choice in a list instead of a row of tabs.
+    this.picker = h('select', { class: 'settings-picker', 'aria-label': 'Settings screens',
+      onchange: (e) => this.draw(this.settings, e.target.value) });
     this.body = h('div', { class: 'settings-body' });
     this.element = h('section', { class: 'screen settings' },
       h('header', {}, h('button', { class: 'back', onclick: () => this.close() }, '‹ Home'), h('h1', {}, 'Settings')),
-      this.tabs, this.body);
+      this.tabs, h('div', { class: 'settings-picker-row' }, this.picker), this.body);
   }
 
   async enter() {
@@ -42,6 +45,7 @@ export class SettingsScreen {
       class: 'chip', 'aria-pressed': String(screen.id === this.screenId),
       onclick: () => this.draw(this.settings, screen.id),
     }, screen.title)));
+    this.picker.replaceChildren(...settings.screens.map((screen) => h('option', { value: screen.id, selected: screen.id === this.screenId }, screen.title)));
     const screen = settings.screens.find((s) => s.id === this.screenId);
     this.body.replaceChildren(h('h2', { class: 'settings-screen-title' }, screen.title),
       ...screen.sections.map((section) => h('section', { class: 'settings-section', 'aria-label': section.title },

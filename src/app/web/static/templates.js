@@ -35,7 +35,7 @@ export class TemplateScreen {
   row(section, item) {
     const name = item.title || item.identifier;
     const tools = [];
-    const act = (label, action) => h('button', { type: 'button', class: 'small', 'aria-label': `${label} ${name}`, onclick: action }, label);
+    const act = (label, action) => h('button', { type: 'button', class: 'small', 'aria-label': `${label} ${name}`, title: label, dataset: { icon: label.toLowerCase() }, onclick: action }, label);
     if (section.list === 'own') {
       tools.push(act('Rename', () => this.rename(item)), act('Duplicate', () => this.change('duplicate', { key: item.identifier })),
         act('Remove', () => this.remove(item)));

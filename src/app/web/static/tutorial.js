@@ -12,13 +12,50 @@ const targets = {
   closeButton: '.results header .back',
 };
 
+// What the user works with at each step besides the focused control, which the text must not
+// cover either: the albums and the media filter to find the photo, the search for a template.
+const companions = {
+  grid: ['.home .albums', '.home header select'],
+  templateList: ['.templates header input[type=search]'],
+};
+
+function keepClear(target) {
+  return (companions[target] || []).map((selector) => document.querySelector(selector)).filter(Boolean);
+}
+
+const overlaps = (a, b) => a.left < b.right && b.left < a.right && a.top < b.bottom && b.top < a.bottom;
+
+// The first place for a box of the bubble's size, 12 px from the control, inside the window
+// and clear of every element given; null when there is none.
+function freeSpot(bubble, elements) {
+  const boxes = elements.map((e) => e.getBoundingClientRect());
+  const [box] = boxes;
+  const width = bubble.offsetWidth;
+  const height = bubble.offsetHeight;
+  const margin = 8;
+  const gap = 12;
+  const across = (left) => Math.min(Math.max(left, margin), window.innerWidth - width - margin);
+  const down = (top) => Math.min(Math.max(top, margin), window.innerHeight - height - margin);
+  const candidates = [
+    { top: box.bottom + gap, left: across(box.left) },
+    { top: box.top - gap - height, left: across(box.left) },
+    { top: down(box.top), left: box.right + gap },
+    { top: down(box.top), left: box.left - gap - width },
+  ];
+  return candidates.find(({ top, left }) => {
+    const spot = { top, left, bottom: top + height, right: left + width };
+    const inside = top >= margin && left >= margin && spot.bottom <= window.innerHeight - margin && spot.right <= window.innerWidth - margin;
+    return inside && !boxes.some((b) => overlaps(spot, b));
+  }) || null;
+}
+
 export class TutorialGuide {
   constructor(app) {
     this.app = app;
     this.state = {};
     this.text = h('p', {});
     this.bubble = h('div', { class: 'tutorial-focus', role: 'status', 'aria-live': 'polite', hidden: true }, this.text);
-    this.startButton = h('button', { class: 'tutorial-start', onclick: () => this.start() }, 'Tutorial');
+    this.startButton = h('button', { class: 'tutorial-start', dataset: { icon: 'tutorial' }, onclick: () => this.start() }, 'Tutorial');
     document.body.append(this.bubble);
     app.events.addEventListener('focus', () => this.refresh());
     document.addEventListener('click', (event) => this.touch(event), true);
@@ -58,19 +95,38 @@ export class TutorialGuide {
 
   target() { return this.focus && document.querySelector(targets[this.focus.target]); }
 
+  // The text goes where it covers neither the control nor what the step has the user use with
+  // it: below, above, then beside the control. When none of those has room (a grid as tall as
+  // the window) it docks at the window's foot, and the screen gives up that much height for it.
   place() {
-    document.querySelectorAll('.tutorial-target').forEach((e) => e.classList.remove('tutorial-target'));
+    document.querySelectorAll('.tutorial-target, .tutorial-companion').forEach((e) => e.classList.remove('tutorial-target', 'tutorial-companion'));
     const element = this.target();
-    if (!element) return;
+    if (!element) return this.dock(false);
     element.classList.add('tutorial-target');
-    const box = element.getBoundingClientRect();
-    const height = this.bubble.offsetHeight;
-    // Below the control, else above it, else (a control as tall as the window) inside its foot.
-    let top = box.bottom + 12;
-    if (top + height > window.innerHeight) top = box.top - height - 12;
-    if (top < 8) top = Math.min(box.bottom, window.innerHeight) - height - 24;
-    const left = Math.min(Math.max(box.left, 8), window.innerWidth - this.bubble.offsetWidth - 8);
-    Object.assign(this.bubble.style, { top: `${Math.max(top, 8)}px`, left: `${Math.max(left, 8)}px` });
+    const others = keepClear(this.focus.target);
+    others.forEach((e) => e.classList.add('tutorial-companion'));
+    const key = `${this.focus.target} ${window.innerWidth}x${window.innerHeight}`;
+    // Docking changes the layout it was chosen by; it holds while the step and the window do.
+    if (this.docked && this.dockedFor === key) return this.dock(true);
+    this.dock(false);
+    const spot = freeSpot(this.bubble, [element, ...others]);
+    if (spot) {
+      Object.assign(this.bubble.style, { top: `${spot.top}px`, left: `${spot.left}px` });
+    } else {
+      this.dockedFor = key;
+      this.dock(true);
+    }
+  }
+
+  dock(docked) {
+    this.docked = docked;
+    this.bubble.classList.toggle('docked', docked);
+    if (docked) {
+      Object.assign(this.bubble.style, { top: '', left: '' });
+      document.documentElement.style.setProperty('--tutorial-room', `${this.bubble.offsetHeight + 16}px`);
+    } else {
+      document.documentElement.style.removeProperty('--tutorial-room');
+    }
   }
 
   // A touch on the results screen's focus goes to the run first, then on to the control.

@@ -1,0 +1,240 @@
+// The screens at phone width: no screen scrolls sideways, and every row of actions (the home
+// tools, the template rows' tools, the results footer) keeps its buttons on one line with
+// their labels unclipped, at 390 and at 320 pixels. The tutorial's text never covers the
+// control of its step nor what the user works with at that step.
+import { test } from 'node:test';
+import assert from 'node:assert/strict';
+import path from 'node:path';
+import { makeHome, unwarp, run, startServer, launchBrowser, watchedPage, screenshots, screenshotDir, passLaunchSteps } from './support.mjs';
+
+const widths = [390, 320];
+
+// Two small photos in an album "Trip".
+function makeLibrary(home) {
+  const red = path.join(home.root, 'a-red.jpg');
+  const blue = path.join(home.root, 'b-blue.jpg');
+  run('convert', ['-size', '320x240', 'gradient:red-yellow', red]);
+  run('convert', ['-size', '320x240', 'gradient:blue-white', blue]);
+  unwarp(home.root, ['library', 'add', '--album', 'Trip', red, blue]);
+}
+
+async function start(t) {
+  const home = makeHome();
+  t.after(home.cleanup);
+  makeLibrary(home);
+  const server = await startServer(home.root);
+  t.after(server.stop);
+  const browser = await launchBrowser();
+  t.after(browser.close);
+  const { page, problems } = await watchedPage(browser.context);
+  await page.goto(server.url);
+  await passLaunchSteps(page);
+  return { page, problems };
+}
+
+// What the page shows of its width and of each group of buttons: the tops of the group's
+// visible buttons, and the buttons whose label is cut or runs onto a second line.
+function measure(groups) {
+  const lines = (element) => {
+    const range = document.createRange();
+    range.selectNodeContents(element);
+    return new Set([...range.getClientRects()].filter((r) => r.width > 0).map((r) => Math.round(r.top))).size;
+  };
+  return {
+    overflow: document.scrollingElement.scrollWidth - window.innerWidth,
+    groups: groups.map((selector) => {
+      const buttons = [...document.querySelectorAll(selector)].filter((b) => b.getClientRects().length);
+      return {
+        selector,
+        count: buttons.length,
+        tops: [...new Set(buttons.map((b) => Math.round(b.getBoundingClientRect().top)))],
+        broken: buttons.filter((b) => b.scrollWidth > b.clientWidth + 1 || lines(b) > 1
+          || b.getBoundingClientRect().right > window.innerWidth).map((b) => b.textContent || b.getAttribute('aria-label')),
+      };
+    }),
+  };
+}
+
+// Text whose contrast with what lies under it is below 4.5:1 (WCAG AA for body text), among
+// the elements the selectors name; a colour is read from its computed rgb() or color(srgb).
+function lowContrast(selectors) {
+  const channels = (text) => {
+    const srgb = text.match(/color\(srgb ([\d.]+) ([\d.]+) ([\d.]+)(?: \/ ([\d.]+))?\)/);
+    if (srgb) return [...srgb.slice(1, 4).map((v) => Number(v) * 255), srgb[4] === undefined ? 1 : Number(srgb[4])];
+    const [r, g, b, a = 1] = text.match(/[\d.]+/g).map(Number);
+    return [r, g, b, a];
+  };
+  const luminance = ([r, g, b]) => [r, g, b].map((v) => { const c = v / 255; return c <= 0.04045 ? c / 12.92 : ((c + 0.055) / 1.055) ** 2.4; })
+    .reduce((sum, c, i) => sum + c * [0.2126, 0.7152, 0.0722][i], 0);
+  const backdrop = (element) => {
+    for (let e = element; e; e = e.parentElement) {
+      const colour = channels(getComputedStyle(e).backgroundColor);
+      if (colour[3] > 0.5) return colour;
+    }
+    return channels(getComputedStyle(document.body).backgroundColor);
+  };
+  const found = [];
+  for (const selector of selectors) {
+    for (const element of document.querySelectorAll(selector)) {
+      if (!element.getClientRects().length || !element.textContent.trim() || element.disabled) continue;
+      const [l1, l2] = [luminance(channels(getComputedStyle(element).color)), luminance(backdrop(element))].sort((a, b) => b - a);
+      const ratio = (l1 + 0.05) / (l2 + 0.05);
+      if (ratio < 4.5) found.push(`${selector} "${element.textContent.trim().slice(0, 30)}" ${ratio.toFixed(2)}`);
+    }
+  }
+  return found;
+}
+
+async function checkContrast(page, selectors) {
+  for (const colorScheme of ['light', 'dark']) {
+    await page.emulateMedia({ colorScheme });
+    assert.deepEqual(await page.evaluate(lowContrast, selectors), [], `text readable in ${colorScheme}`);
+  }
+  await page.emulateMedia({ colorScheme: 'light' });
+}
+
+// Each control the Tab key reaches shows a focus ring of at least 2 px.
+async function checkFocusRings(page, stops) {
+  const unmarked = [];
+  for (let i = 0; i < stops; ++i) {
+    await page.keyboard.press('Tab');
+    const ring = await page.evaluate(() => {
+      const style = getComputedStyle(document.activeElement);
+      const shown = style.outlineStyle !== 'none' && parseFloat(style.outlineWidth) >= 2;
+      return shown ? null : document.activeElement.outerHTML.slice(0, 60);
+    });
+    if (ring) unmarked.push(ring);
+  }
+  assert.deepEqual(unmarked, [], 'the keyboard focus shows');
+}
+
+// Checks the screen at each phone width (screenshots at 390 light and dark, 320 light).
+async function checkScreen(page, name, groups) {
+  const size = page.viewportSize();
+  for (const width of widths) {
+    await page.setViewportSize({ width, height: 844 });
+    const shown = await page.evaluate(measure, groups);
+    assert.ok(shown.overflow <= 0, `${name} at ${width} px scrolls sideways by ${shown.overflow} px`);
+    for (const group of shown.groups) {
+      assert.ok(group.count > 0, `${name} at ${width} px shows ${group.selector}`);
+      assert.equal(group.tops.length, 1, `${name} at ${width} px: ${group.selector} on one row (tops ${group.tops})`);
+      assert.deepEqual(group.broken, [], `${name} at ${width} px: labels of ${group.selector} whole and on one line`);
+    }
+    if (width === 390) await screenshots(page, `layout-${name}-390`);
+    else await page.screenshot({ path: path.join(screenshotDir, `layout-${name}-${width}.png`) });
+  }
+  await page.setViewportSize(size);
+}
+
+test('layout: every screen fits a phone and keeps its rows of actions on one line', async (t) => {
+  const { page, problems } = await start(t);
+
+  // The home tools with the tutorial's offer, the longest row the home screen has.
+  await page.getByRole('button', { name: 'Tutorial' }).waitFor();
+  await page.getByRole('button', { name: 'Trip (2)' }).click();
+  const cells = page.locator('uw-grid .cell img');
+  await cells.nth(1).waitFor();
+  await checkScreen(page, 'home', ['.home header .tools > *:not(.hidden)']);
+  await checkContrast(page, ['.home .count', '.home .chip', '.home header button']);
+  await page.locator('.home h1').click();
+  await checkFocusRings(page, 8);
+
+  await cells.nth(0).click();
+  await cells.nth(1).click({ modifiers: ['Shift'] });
+  await page.getByText('2 photos / 0 videos selected').waitFor();
+  await page.getByRole('button', { name: 'Next' }).click();
+  await page.getByRole('button', { name: 'New Template' }).click();
+  await page.getByRole('textbox', { name: 'Name' }).fill('A poster for the hall');
+  await page.getByRole('dialog').getByRole('button', { name: 'Save' }).click();
+  const own = page.locator('[data-list=own] .template-row');
+  await own.first().waitFor();
+  await checkContrast(page, ['.templates .subtitle', '.templates .template .detail', '.templates header button']);
+  await checkScreen(page, 'templates', ['.templates header .tools > *', '[data-list=own] .template-row:first-child .row-tools > *']);
+  // The tools keep their names for the keyboard and screen readers when they show icons.
+  await page.setViewportSize({ width: 390, height: 844 });
+  await page.getByRole('button', { name: 'Duplicate A poster for the hall' }).click();
+  await own.nth(1).waitFor();
+  await page.setViewportSize({ width: 1000, height: 720 });
+
+  await page.getByRole('searchbox', { name: 'Search templates' }).fill('1.33');
+  await page.getByRole('button', { name: /Unwarp 1\.33x/ }).first().click();
+  await page.locator('#start').waitFor();
+  await checkScreen(page, 'summary', ['.summary footer button']);
+
+  await page.locator('#start').click();
+  await page.locator('#processing').filter({ hasText: 'Results' }).waitFor({ timeout: 60000 });
+  await page.locator('.result input[type=checkbox]').first().check();
+  await page.locator('#clear').waitFor();
+  await checkContrast(page, ['.results .selection-title', '.result a', '.results footer button']);
+  await checkScreen(page, 'results', ['.results footer .actions > button']);
+  const footer = await page.locator('.results footer .actions > button:not([hidden])').allTextContents();
+  assert.ok(footer.length >= 4, `the footer offers clear, download, export and share: ${footer}`);
+
+  await page.locator('.results header .back').click();
+  await page.getByRole('button', { name: 'Settings', exact: true }).click();
+  await page.locator('.settings-row').first().waitFor();
+  await checkContrast(page, ['.settings-footer', '.settings-section h3', '.settings-row .unit', '.settings-tabs .chip']);
+  await checkScreen(page, 'settings', []);
+  // At phone width the screens are chosen in a list, which shows the chosen one.
+  await page.setViewportSize({ width: 390, height: 844 });
+  assert.equal(await page.locator('.settings-tabs').isVisible(), false);
+  const picker = page.getByRole('combobox', { name: 'Settings screens' });
+  const titles = await picker.locator('option').allTextContents();
+  assert.ok(titles.length > 1);
+  await picker.selectOption({ label: titles[1] });
+  await page.locator('.settings-screen-title').filter({ hasText: titles[1] }).waitFor();
+  await page.setViewportSize({ width: 1000, height: 720 });
+  assert.equal(await picker.isVisible(), false);
+  assert.equal(await page.locator('.settings-tabs [aria-pressed=true]').textContent(), titles[1]);
+  assert.deepEqual(problems, []);
+});
+
+// Whether the bubble is inside the window, and which of the named elements it overlaps; with
+// `wait`, null until it is inside and clear of them all (for waitForFunction to poll).
+function covered({ selectors, wait }) {
+  const bubble = document.querySelector('.tutorial-focus').getBoundingClientRect();
+  const inside = bubble.top >= 0 && bubble.left >= 0 && bubble.bottom <= window.innerHeight && bubble.right <= window.innerWidth;
+  const hit = selectors.filter((selector) => {
+    const box = document.querySelector(selector).getBoundingClientRect();
+    return box.left < bubble.right && bubble.left < box.right && box.top < bubble.bottom && bubble.top < box.bottom;
+  });
+  if (wait && !(inside && hit.length === 0)) return null;
+  return { inside, hit, overflow: document.scrollingElement.scrollWidth - window.innerWidth };
+}
+
+test('layout: the tutorial text covers neither the step\'s control nor the controls used with it', async (t) => {
+  const { page, problems } = await start(t);
+  const focus = page.locator('.tutorial-focus');
+  const sizes = [{ width: 1000, height: 720 }, { width: 390, height: 844 }, { width: 320, height: 640 }];
+  const checkStep = async (text, selectors) => {
+    await focus.filter({ hasText: text }).waitFor();
+    for (const size of sizes) {
+      await page.setViewportSize(size);
+      // The bubble follows the layout on resize; wait until it stands clear, then check.
+      await page.waitForFunction(covered, { selectors, wait: true }, { timeout: 3000 }).catch(() => {});
+      const shown = await page.evaluate(covered, { selectors });
+      assert.ok(shown.inside, `"${text}" inside the window at ${size.width} px`);
+      assert.deepEqual(shown.hit, [], `"${text}" at ${size.width} px covers nothing of its step`);
+      assert.ok(shown.overflow <= 0, `no sideways scroll at ${size.width} px`);
+    }
+    await page.setViewportSize(sizes[0]);
+  };
+
+  await page.getByRole('button', { name: 'Tutorial' }).click();
+  await checkStep('Select the first photo', ['.home uw-grid', '.home .albums', '.home header select']);
+  await checkContrast(page, ['.tutorial-focus p', '.tutorial-focus .styled-red']);
+  await page.setViewportSize({ width: 390, height: 844 });
+  await screenshots(page, 'layout-tutorial-home-390');
+  await page.setViewportSize(sizes[0]);
+  // The albums stay usable under the focus.
+  await page.getByRole('button', { name: 'Trip (2)' }).click();
+  const cells = page.locator('uw-grid .cell img');
+  await cells.nth(0).click();
+  await checkStep('Tap Next to choose a template', ['.home footer button.primary']);
+  await page.getByRole('button', { name: 'Next' }).click();
+  await page.locator('.template-row').first().waitFor();
+  await checkStep('Choose a template for the selection', ['.templates .sections', '.templates header input[type=search]']);
+  await page.setViewportSize({ width: 390, height: 844 });
+  await screenshots(page, 'layout-tutorial-templates-390');
+  assert.deepEqual(problems, []);
+});
