@@ -6,6 +6,7 @@
 #include "app/web/WebRoutes.h"
 #include "app/web/WebSession.h"
 #include "platform/Bitmap.h"
+#include "platform/BitmapContext.h"
 
 namespace app::web {
 namespace {
@@ -93,6 +94,24 @@ Reply assets(WebSession& session, Listings& listings, const httplib::Request& re
         {{"total", found.count()}, {"offset", std::min(offset, found.count())}, {"items", items}});
 }
 
+// The picture scaled to cover a square of `side` pixels and cut to it around its centre, as a
+// grid cell shows it: the browser then draws it pixel for pixel, with no scaling of its own.
+std::optional<Bitmap> squareCover(const Bitmap& image, std::uint32_t side, ErrorRef* error) {
+    const double width = double(image.width()), height = double(image.height());
+    const double scale = std::max(double(side) / width, double(side) / height);
+    const ColorSpace space =
+        image.layout().colorComponents == 3 ? image.colorSpace() : ColorSpace::deviceRGB();
+    const PixelLayout layout{8, 3, kCGImageAlphaPremultipliedLast};
+    auto context =
+        BitmapContext::create(side, side, 8, space, Bitmap::bitmapInfoForLayout(layout), error);
+    if (!context) return std::nullopt;
+    context->setInterpolationQuality(kCGInterpolationHigh);
+    const CGSize drawn{width * scale, height * scale};
+    const CGPoint origin{(double(side) - drawn.width) / 2, (double(side) - drawn.height) / 2};
+    if (!context->drawImage(CGRect{origin, drawn}, image, error)) return std::nullopt;
+    return context->createImage();
+}
+
 }  // namespace
 
 void installLibraryRoutes(WebServer& server, WebSession& session) {
@@ -118,6 +137,9 @@ void installLibraryRoutes(WebServer& server, WebSession& session) {
         const std::string local = id.rfind("library:", 0) == 0 ? id.substr(8) : id;
         ErrorRef error;
         auto picture = library->requestThumbnail(local, std::max<std::uint32_t>(side, 64), &error);
+        // `square`: exactly `side` by `side`, for a cell of that many device pixels.
+        if (picture && request.has_param("square"))
+            picture = squareCover(*picture, std::max<std::uint32_t>(side, 16), &error);
         std::string problem;
         auto bytes = picture ? encodedImage(*picture, true, &problem) : std::nullopt;
         if (!bytes)
