@@ -3,7 +3,8 @@
 //   - the first screen shows in under 1 s after `unwarp serve` starts (a new user's launch
 //     steps, and a returning user's home with its thumbnails);
 //   - the grid of a 10,000-photo album scrolls at 60 frames a second (requestAnimationFrame
-//     intervals and long-task entries while the grid scrolls to its end by itself);
+//     intervals and long-task entries while the grid scrolls to its end by itself, with the
+//     browser's CPU a frame and the frames its display compositor really drew);
 //   - progress events reach the page within 100 ms of the run's update (the server stamps each
 //     progress event with its wall clock, the page compares with its own on receipt);
 //   - the server's resident peak (VmHWM) stays under 60 MB idle and under 200 MB with the album
@@ -16,7 +17,7 @@
 // load average is printed at the start and the end: on a shared machine the figures wait for
 // a core as often as they work.
 import { execFileSync, spawn } from 'node:child_process';
-import { existsSync, linkSync, mkdirSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
+import { existsSync, linkSync, mkdirSync, readdirSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import path from 'node:path';
 import { createInterface } from 'node:readline';
@@ -64,6 +65,47 @@ async function rendererCounters(session) {
   const { metrics } = await session.send('Performance.getMetrics');
   const value = (name) => metrics.find((m) => m.name === name)?.value ?? NaN;
   return { thread: value('ThreadTime'), layouts: value('LayoutCount'), styles: value('RecalcStyleCount') };
+}
+
+// CPU milliseconds used so far by the browser: every process under this one but `except`
+// (the server), since the page's frames are also drawn by the compositor, raster and display
+// threads of other processes.
+function browserCpuMs(except) {
+  const parents = new Map();
+  for (const entry of readdirSync('/proc')) {
+    if (!/^\d+$/.test(entry)) continue;
+    try {
+      const fields = readFileSync(`/proc/${entry}/stat`, 'utf8').split(') ')[1].split(' ');
+      parents.set(Number(entry), { parent: Number(fields[1]), ms: ((Number(fields[11]) + Number(fields[12])) * 1000) / 100 });
+    } catch {
+      // Gone meanwhile.
+    }
+  }
+  const under = (pid) => {
+    for (let p = pid; p > 1; p = parents.get(p)?.parent ?? 0) {
+      if (p === except) return false;
+      if (p === process.pid) return pid !== process.pid;
+    }
+    return false;
+  };
+  let total = 0;
+  for (const [pid, { ms }] of parents) if (under(pid)) total += ms;
+  return total;
+}
+
+// Records the display compositor's draws while `work` runs: a frame callback of the page is
+// not a frame shown when the compositor waits for tiles.
+async function countDraws(session, work) {
+  let draws = 0;
+  const counted = (e) => { draws += e.value.filter((v) => v.name === 'Display::DrawAndSwap' && v.ph === 'X').length; };
+  session.on('Tracing.dataCollected', counted);
+  await session.send('Tracing.start', { transferMode: 'ReportEvents', traceConfig: { includedCategories: ['viz'] } });
+  const result = await work();
+  const complete = new Promise((resolve) => session.once('Tracing.tracingComplete', resolve));
+  await session.send('Tracing.end');
+  await complete;
+  session.off('Tracing.dataCollected', counted);
+  return { result, draws };
 }
 
 // The kB of a VmHWM or VmRSS line of /proc/PID/status.
@@ -219,7 +261,9 @@ async function main() {
     for (const [pace, step, pixels] of [['fling', 150, null], ['reading', 25, 25 * 600]]) {
       await page.evaluate(() => { document.querySelector('uw-grid').scrollTop = 0; });
       const before = await rendererCounters(cdp);
-      const scrolled = await scrollGrid(page, step, pixels);
+      const browserBefore = browserCpuMs(server.child.pid);
+      const { result: scrolled, draws } = await countDraws(cdp, () => scrollGrid(page, step, pixels));
+      const browserMs = browserCpuMs(server.child.pid) - browserBefore;
       const after = await rendererCounters(cdp);
       const { intervals, longTasks } = scrolled;
       const meanMs = intervals.reduce((a, b) => a + b, 0) / intervals.length;
@@ -230,6 +274,8 @@ async function main() {
       const frames = intervals.length;
       log(`  page's main thread a frame: ${((after.thread - before.thread) * 1000 / frames).toFixed(2)} ms CPU, ` +
         `${((after.layouts - before.layouts) / frames).toFixed(2)} layouts, ${((after.styles - before.styles) / frames).toFixed(2)} style recalculations`);
+      log(`  the browser's processes a frame: ${(browserMs / frames).toFixed(2)} ms CPU; ` +
+        `${draws} frames drawn by the display compositor (${(100 * draws / frames).toFixed(0)}% of the page's frames)`);
       // A display's 60 Hz comes as intervals of 16.6 to 16.8 ms: one frame a second is the
       // measure's own rounding, not a frame missed.
       lines.push(goalLine(`grid scroll (${pace})`, 1000 / meanMs, GOALS.fps - 1, { higher: true, unit: ' fps' }));

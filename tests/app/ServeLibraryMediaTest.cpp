@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <fstream>
 #include <nlohmann/json.hpp>
+#include <sstream>
 
 #include "app/ServeSupport.h"
 #include "support/TestHome.h"
@@ -110,6 +112,64 @@ TEST(ServeLibraryMedia, ThumbnailsAreKeptByTheBrowserAndAnswersAreNot) {
     auto listing = client->Get("/api/library/assets?limit=1", server.pageHeaders());
     ASSERT_TRUE(listing);
     EXPECT_EQ(listing->get_header_value("Cache-Control"), "no-store");
+}
+
+// A wide photo, blue, red and blue in thirds, asked for as a grid cell's square: it comes
+// exactly that many pixels a side, cut from the middle (red to its edges), while the plain
+// thumbnail keeps the whole picture (blue at its left edge).
+TEST(ServeLibraryMedia, SquareThumbnailsCoverTheCellAndCutAroundTheMiddle) {
+    testing_support::TestHome home;
+    const std::string photo = home.path("wide.png");
+    ASSERT_EQ(testing_support::runCommand("convert -size 50x50 xc:blue xc:red xc:blue +append '" +
+                                          photo + "'"),
+              0);
+    ASSERT_EQ(testing_support::runCommand(std::string(UNWARP_BINARY) + " --home '" + home.root() +
+                                          "' library add '" + photo + "' > /dev/null"),
+              0);
+    Server server(home);
+    ASSERT_TRUE(server.running());
+    const json page = getJSON(server, "/api/library/assets?limit=1");
+    ASSERT_EQ(page["items"].size(), 1u) << page.dump();
+    const std::string id =
+        httplib::detail::encode_query_param(page["items"][0]["id"].get<std::string>());
+    // "WIDTHxHEIGHT R,G,B at (x,y)" of each point of a thumbnail asked for by `query`.
+    const auto shown = [&](const std::string& query, const std::vector<std::string>& points) {
+        auto answer =
+            server.client()->Get("/api/library/thumbnail?id=" + id + query, server.pageHeaders());
+        if (!answer || answer->status != 200) return std::string("no thumbnail");
+        const std::string file = home.path("answer.jpg");
+        std::ofstream(file, std::ios::binary) << answer->body;
+        std::string format = "%wx%h";
+        for (const auto& point : points)
+            format += " %[fx:round(255*p{" + point + "}.r)],%[fx:round(255*p{" + point + "}.b)]";
+        std::string out;
+        testing_support::runCommand("convert '" + file + "' -format '" + format + "' info:", &out);
+        return out;
+    };
+    // Size, then red and blue of each point.
+    const auto parsed = [](const std::string& text) {
+        std::istringstream in(text);
+        std::string size;
+        in >> size;
+        std::vector<std::pair<int, int>> samples;
+        for (std::string sample; in >> sample;)
+            samples.emplace_back(std::stoi(sample), std::stoi(sample.substr(sample.find(',') + 1)));
+        return std::make_pair(size, samples);
+    };
+    const std::string square = shown("&size=40&square=1", {"4,20", "20,20", "35,20"});
+    const auto [squareSize, middle] = parsed(square);
+    EXPECT_EQ(squareSize, "40x40") << square;
+    ASSERT_EQ(middle.size(), 3u) << square;
+    for (const auto& [red, blue] : middle) {
+        EXPECT_GT(red, 200) << square;
+        EXPECT_LT(blue, 60) << square;
+    }
+    const std::string whole = shown("&size=128", {"1,10"});
+    const auto [wholeSize, edge] = parsed(whole);
+    EXPECT_NE(wholeSize, "40x40") << whole;
+    ASSERT_EQ(edge.size(), 1u) << whole;
+    EXPECT_LT(edge[0].first, 60) << whole;
+    EXPECT_GT(edge[0].second, 200) << whole;
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include "assets/VRAssetThumbnails.h"
 #include "assets/VRURLAsset.h"
 #include "platform/Bitmap.h"
+#include "platform/BitmapContext.h"
 #include "platform/FileManager.h"
 
 namespace app::web {
@@ -98,6 +99,24 @@ Reply assets(WebSession& session, Listings& listings, const httplib::Request& re
         {{"total", found.count()}, {"offset", std::min(offset, found.count())}, {"items", items}});
 }
 
+// The picture scaled to cover a square of `side` pixels and cut to it around its centre, as a
+// grid cell shows it: the browser then draws it pixel for pixel, with no scaling of its own.
+std::optional<Bitmap> squareCover(const Bitmap& image, std::uint32_t side, ErrorRef* error) {
+    const double width = double(image.width()), height = double(image.height());
+    const double scale = std::max(double(side) / width, double(side) / height);
+    const ColorSpace space =
+        image.layout().colorComponents == 3 ? image.colorSpace() : ColorSpace::deviceRGB();
+    const PixelLayout layout{8, 3, kCGImageAlphaPremultipliedLast};
+    auto context =
+        BitmapContext::create(side, side, 8, space, Bitmap::bitmapInfoForLayout(layout), error);
+    if (!context) return std::nullopt;
+    context->setInterpolationQuality(kCGInterpolationHigh);
+    const CGSize drawn{width * scale, height * scale};
+    const CGPoint origin{(double(side) - drawn.width) / 2, (double(side) - drawn.height) / 2};
+    if (!context->drawImage(CGRect{origin, drawn}, image, error)) return std::nullopt;
+    return context->createImage();
+}
+
 std::optional<Bitmap> libraryThumbnail(WebSession& session, const std::string& id,
                                        std::uint32_t side, std::string* problem) {
     std::shared_ptr<PhotoLibrary> library;
@@ -131,9 +150,15 @@ Reply fileThumbnail(WebSession& session, const std::string& given, std::uint32_t
 }
 
 Reply libraryThumbnailReply(WebSession& session, const std::string& id, std::uint32_t side,
-                            bool* keep) {
+                            std::optional<std::uint32_t> square, bool* keep) {
     std::string problem;
     auto picture = libraryThumbnail(session, id, side, &problem);
+    // `square`: exactly that many pixels a side, for a cell of that many device pixels.
+    if (picture && square) {
+        ErrorRef error;
+        picture = squareCover(*picture, *square, &error);
+        if (!picture && error) problem = error->localizedDescription();
+    }
     auto bytes = picture ? encodedImage(*picture, true, &problem) : std::nullopt;
     if (!bytes) return Reply::error(404, "No thumbnail: " + problem);
     *keep = true;
@@ -154,12 +179,16 @@ void installLibraryRoutes(WebServer& server, WebSession& session) {
     server.http().Get("/api/library/thumbnail", [&session](const httplib::Request& request,
                                                            httplib::Response& response) {
         const std::string id = request.get_param_value("id");
-        const auto side = std::max<std::uint32_t>(
-            static_cast<std::uint32_t>(countParameter(request, "size", 256, 1024)), 64);
+        const auto asked = static_cast<std::uint32_t>(countParameter(request, "size", 256, 1024));
+        // Pictures are drawn no smaller than 64; a square for a small cell is cut from that.
+        const auto side = std::max<std::uint32_t>(asked, 64);
+        const std::optional<std::uint32_t> square =
+            request.has_param("square") ? std::optional(std::max<std::uint32_t>(asked, 16))
+                                        : std::nullopt;
         bool keep = false;
         const Reply reply = id.rfind("file:", 0) == 0
                                 ? fileThumbnail(session, id.substr(5), side, &keep)
-                                : libraryThumbnailReply(session, id, side, &keep);
+                                : libraryThumbnailReply(session, id, side, square, &keep);
         WebServer::send(response, reply);
         // The grid shows a cell's picture again on the way back up without asking anew.
         if (keep) WebServer::allowCaching(response, "private, max-age=3600");

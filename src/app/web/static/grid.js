@@ -5,6 +5,7 @@
 import { h, thumbnailURL } from './api.js';
 
 const PAGE = 200;
+const OVERSCAN = 2;
 
 export class UwGrid extends HTMLElement {
   constructor() {
@@ -20,16 +21,19 @@ export class UwGrid extends HTMLElement {
     this.focusIndex = 0;
     this.cell = 120;
     this.onselectionchange = null;
-    // The cells in the page by index; a scroll frame only adds and removes cells at the
-    // edges, and the sizes measured once per resize are all it reads.
-    this.cells = new Map();
-    this.spare = [];
-    this.geometry = { columns: 1, side: this.cell, height: 0, rows: 0 };
+    // A fixed pool of rows, made when the size changes: scrolling moves a row that left the
+    // view to the other end and gives its cells other items, and never adds or removes an
+    // element. Row `r` lives in slot `r % pool.length`.
+    this.pool = [];
+    this.geometry = { columns: 0, side: this.cell, height: 0, rows: 0, picture: 0 };
     this.frameAsked = false;
     this.lastTop = 0;
+    // Pictures decoded and waiting for the next frame, where they go in together.
+    this.decoded = [];
   }
 
   connectedCallback() {
+    if (this.layer) return;
     this.setAttribute('role', 'grid');
     this.tabIndex = 0;
     this.spacer = h('div', { class: 'grid-spacer' });
@@ -55,9 +59,8 @@ export class UwGrid extends HTMLElement {
     if (generation !== this.generation) return;
     this.total = first.total;
     this.pages.set(0, first.items);
-    this.clearCells();
     this.scrollTop = this.lastTop = 0;
-    this.measure();
+    this.measure(true);
     this.changed();
   }
 
@@ -74,7 +77,9 @@ export class UwGrid extends HTMLElement {
       this.pending.set(number, this.source(number * PAGE, PAGE).then((answer) => {
         if (generation !== this.generation) return;
         this.pages.set(number, answer.items);
-        for (const [index, cell] of this.cells) if (cell.dataset.empty && this.itemAt(index)) this.fill(cell, index, true);
+        this.eachCell((cell, index) => {
+          if (cell.dataset.empty && this.itemAt(index)) this.fill(cell, index, true);
+        });
       }, () => { this.pending.delete(number); }));
     }
     return this.pending.get(number);
@@ -84,18 +89,50 @@ export class UwGrid extends HTMLElement {
     return this.geometry.columns;
   }
 
+  eachCell(visit) {
+    for (const slot of this.pool) {
+      if (slot.row < 0) continue;
+      slot.cells.forEach((cell, column) => visit(cell, slot.row * this.geometry.columns + column));
+    }
+  }
+
   // Sizes change with the window and the item count only, not with scrolling.
-  measure() {
+  measure(refill = false) {
     if (!this.layer) return;
     const width = this.clientWidth;
+    const height = this.clientHeight;
     const columns = Math.max(1, Math.floor(width / this.cell));
     const side = width / columns;
     const rows = Math.ceil(this.total / columns);
-    const changed = columns !== this.geometry.columns || side !== this.geometry.side;
-    this.geometry = { columns, side, height: this.clientHeight, rows };
+    // Two rows beyond each edge, so that a row is in place before it shows.
+    const poolRows = Math.min(rows, Math.ceil(height / side) + 1 + 2 * OVERSCAN);
+    // A picture is asked for at the device pixels it covers (the cell less its padding), so
+    // it is drawn without scaling.
+    const picture = Math.max(16, Math.round((side - 4) * window.devicePixelRatio));
+    const old = this.geometry;
+    this.geometry = { columns, side, height, rows, picture };
     this.spacer.style.height = `${rows * side}px`;
-    if (changed) this.clearCells();
-    this.draw();
+    if (columns !== old.columns || side !== old.side || poolRows !== this.pool.length || picture !== old.picture) {
+      this.style.setProperty('--grid-side', `${side}px`);
+      this.makePool(poolRows, columns);
+      refill = true;
+    }
+    this.draw(refill);
+  }
+
+  makePool(rows, columns) {
+    this.pool = Array.from({ length: rows }, () => {
+      const cells = Array.from({ length: columns }, () => {
+        const img = h('img', { alt: '', draggable: 'false', decoding: 'async' });
+        const badge = h('span', { class: 'badge', hidden: true });
+        const cell = h('div', { class: 'cell', role: 'gridcell' }, img, badge, h('span', { class: 'mark', 'aria-hidden': 'true' }, '✓'));
+        cell.img = img;
+        cell.badge = badge;
+        return cell;
+      });
+      return { row: -1, element: h('div', { class: 'grid-row', role: 'row' }, ...cells), cells };
+    });
+    this.layer.replaceChildren(...this.pool.map((slot) => slot.element));
   }
 
   scrolled() {
@@ -110,66 +147,105 @@ export class UwGrid extends HTMLElement {
     this.restTimer = setTimeout(() => this.showPictures(), 150);
   }
 
-  draw() {
-    if (!this.layer) return;
+  // Moves the rows that left the view to the rows coming into it; `refill` gives every row
+  // its items anew (another album, another size).
+  draw(refill = false) {
+    if (!this.layer || !this.pool.length) return;
     const { columns, side, height, rows } = this.geometry;
     const top = this.scrollTop;
     // A fling passes cells too fast to see: their pictures wait until the grid slows down.
     const fast = Math.abs(top - this.lastTop) > height / 4;
+    const down = top >= this.lastTop;
     this.lastTop = top;
-    const firstRow = Math.max(0, Math.floor(top / side) - 2);
-    const lastRow = Math.min(rows, Math.ceil((top + height) / side) + 2);
+    const count = this.pool.length;
+    const firstRow = Math.max(0, Math.min(Math.floor(top / side) - OVERSCAN, rows - count));
+    for (let row = firstRow; row < firstRow + count; ++row) {
+      const slot = this.pool[row % count];
+      if (slot.row === row && !refill) continue;
+      slot.row = row;
+      slot.element.style.transform = `translateY(${row * side}px)`;
+      for (let column = 0; column < columns; ++column) this.fill(slot.cells[column], row * columns + column, !fast);
+    }
+    // The items of the rows in the pool, and of the page the scroll heads into.
     const first = firstRow * columns;
-    const end = Math.min(this.total, lastRow * columns);
-    for (const [index, cell] of this.cells) {
-      if (index >= first && index < end) continue;
-      this.cells.delete(index);
-      cell.remove();
-      if (this.spare.length < 100) this.spare.push(cell);
-    }
-    for (let i = first; i < end; ++i) {
-      if (i % PAGE === 0 || i === first) this.fetchPage(Math.floor(i / PAGE));
-      if (this.cells.has(i)) continue;
-      const cell = this.spare.pop() || h('div', { class: 'cell', role: 'gridcell' });
-      cell.style.transform = `translate(${(i % columns) * side}px, ${Math.floor(i / columns) * side}px)`;
-      cell.style.width = cell.style.height = `${side}px`;
-      this.fill(cell, i, !fast);
-      this.cells.set(i, cell);
-      this.layer.append(cell);
-    }
-  }
-
-  clearCells() {
-    for (const cell of this.cells.values()) cell.remove();
-    this.cells.clear();
+    const last = Math.min(this.total, (firstRow + count) * columns) - 1;
+    this.fetchPage(Math.floor(first / PAGE));
+    this.fetchPage(Math.floor(last / PAGE));
+    const ahead = Math.floor((down ? last + PAGE / 2 : first - PAGE / 2) / PAGE);
+    if (ahead >= 0 && ahead * PAGE < this.total) this.fetchPage(ahead);
   }
 
   // Gives `cell` the item at `index`; its picture only when `picture` (else on rest).
   fill(cell, index, picture) {
-    const item = this.itemAt(index);
+    if (index >= this.total) {
+      cell.hidden = true;
+      delete cell.dataset.index;
+      cell.setAttribute('aria-selected', 'false');
+      this.setPicture(cell, null);
+      return;
+    }
+    cell.hidden = false;
     cell.dataset.index = String(index);
-    cell.replaceChildren();
     this.mark(cell, index);
+    const item = this.itemAt(index);
     if (!item) {
       cell.dataset.empty = '1';
       cell.removeAttribute('title');
+      cell.badge.hidden = true;
+      this.setPicture(cell, null);
       return;
     }
     delete cell.dataset.empty;
     cell.title = item.name || item.id;
-    const img = h('img', { alt: item.name || '', draggable: 'false' });
-    if (picture) img.src = thumbnailURL(item.id);
-    else img.dataset.src = thumbnailURL(item.id);
-    cell.append(img);
-    if (item.media === 'video') cell.append(h('span', { class: 'badge' }, formatDuration(item.duration)));
-    cell.append(h('span', { class: 'mark', 'aria-hidden': 'true' }, '✓'));
+    const video = item.media === 'video';
+    cell.badge.hidden = !video;
+    if (video) cell.badge.textContent = formatDuration(item.duration);
+    this.setPicture(cell, `${thumbnailURL(item.id, this.geometry.picture)}&square=1`, picture);
+  }
+
+  // The cell shows `url` once it is decoded; until then, and while it waits for the grid to
+  // rest, it shows its empty colour rather than the picture of the item it had before.
+  setPicture(cell, url, now = true) {
+    if (cell.wanted !== url) {
+      cell.wanted = url;
+      cell.asked = false;
+      if (cell.img.getAttribute('src') !== url) {
+        cell.img.removeAttribute('src');
+        cell.img.alt = '';
+      }
+    }
+    if (url && now && !cell.asked) this.askPicture(cell);
+  }
+
+  askPicture(cell) {
+    const url = cell.wanted;
+    cell.asked = true;
+    if (cell.img.getAttribute('src') === url) return;
+    const probe = new Image();
+    probe.decoding = 'async';
+    probe.src = url;
+    probe.decode().then(() => {
+      if (cell.wanted !== url) return;
+      this.decoded.push([cell, url]);
+      if (this.decoded.length === 1) requestAnimationFrame(() => this.showDecoded());
+    }, () => {
+      // A picture the server could not give stays asked for: the cell keeps its colour.
+    });
+  }
+
+  showDecoded() {
+    for (const [cell, url] of this.decoded) {
+      if (cell.wanted !== url) continue;
+      cell.img.src = url;
+      cell.img.alt = cell.title || '';
+    }
+    this.decoded = [];
   }
 
   showPictures() {
-    for (const img of this.layer.querySelectorAll('img[data-src]')) {
-      img.src = img.dataset.src;
-      delete img.dataset.src;
-    }
+    this.eachCell((cell) => {
+      if (cell.wanted && !cell.asked) this.askPicture(cell);
+    });
   }
 
   // Selection and focus of one cell.
@@ -183,7 +259,9 @@ export class UwGrid extends HTMLElement {
 
   // Selection or focus changed: the cells in the page take it, none is made anew.
   remark() {
-    for (const [index, cell] of this.cells) this.mark(cell, index);
+    this.eachCell((cell, index) => {
+      if (index < this.total) this.mark(cell, index);
+    });
   }
 
   // A range may reach over pages never scrolled through: they are asked for first.
