@@ -150,13 +150,14 @@ Reply fileThumbnail(WebSession& session, const std::string& given, std::uint32_t
 }
 
 Reply libraryThumbnailReply(WebSession& session, const std::string& id, std::uint32_t side,
-                            std::optional<std::uint32_t> square, bool* keep) {
+                            std::uint32_t square, bool* keep) {
     std::string problem;
     auto picture = libraryThumbnail(session, id, side, &problem);
-    // `square`: exactly that many pixels a side, for a cell of that many device pixels.
-    if (picture && square) {
+    // `square` (0 for none): exactly that many pixels a side, for a cell of that many device
+    // pixels.
+    if (picture && square != 0) {
         ErrorRef error;
-        picture = squareCover(*picture, *square, &error);
+        picture = squareCover(*picture, square, &error);
         if (!picture && error) problem = error->localizedDescription();
     }
     auto bytes = picture ? encodedImage(*picture, true, &problem) : std::nullopt;
@@ -182,9 +183,8 @@ void installLibraryRoutes(WebServer& server, WebSession& session) {
         const auto asked = static_cast<std::uint32_t>(countParameter(request, "size", 256, 1024));
         // Pictures are drawn no smaller than 64; a square for a small cell is cut from that.
         const auto side = std::max<std::uint32_t>(asked, 64);
-        const std::optional<std::uint32_t> square =
-            request.has_param("square") ? std::optional(std::max<std::uint32_t>(asked, 16))
-                                        : std::nullopt;
+        const std::uint32_t square =
+            request.has_param("square") ? std::max<std::uint32_t>(asked, 16) : 0;
         bool keep = false;
         const Reply reply = id.rfind("file:", 0) == 0
                                 ? fileThumbnail(session, id.substr(5), side, &keep)
