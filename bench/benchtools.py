@@ -49,11 +49,12 @@ def loadavg():
         return " ".join(f.read().split()[:3])
 
 
-def goal_line(name, value, limit, higher=False, unit=""):
+def goal_line(name, value, limit, higher=False, unit="", digits=2):
     met = value >= limit if higher else value <= limit
     if met:
-        return f"{name}: goal met ({value:.2f}{unit})"
-    return f"{name}: gap {value - limit:+.2f}{unit} ({value:.2f}{unit} against {limit:.2f}{unit})"
+        return f"{name}: goal met ({value:.{digits}f}{unit})"
+    return (f"{name}: gap {value - limit:+.{digits}f}{unit} ({value:.{digits}f}{unit} against "
+            f"{limit:.{digits}f}{unit})")
 
 
 def kernel_medians(binary, repetitions, env=None):

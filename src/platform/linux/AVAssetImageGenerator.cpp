@@ -1,5 +1,7 @@
-// Frames come from the platform's movie reader, decoded as BGRA, so that every codec the
-// reader handles gives pictures here too without a second decoding path.
+// Frames come from the platform's movie reader, so that every codec the reader handles gives
+// pictures here too without a second decoding path. The reader hands them out in the decoder's
+// own 4:2:0 layout where it has one (no copy per frame), and only the frame chosen is converted
+// to RGB; other layouts (4:2:2, 4:4:4, RGB) come as BGRA from the reader itself.
 #include "platform/AVAssetImageGenerator.h"
 
 #include <algorithm>
@@ -10,6 +12,7 @@
 #include "platform/AVMediaFormat.h"
 #include "platform/AVVideoSettings.h"
 #include "platform/CVPixelBuffer.h"
+#include "platform/linux/FramePicture.h"
 
 using namespace platform;
 
@@ -35,6 +38,13 @@ Bitmap bitmapOfFrame(const CVPixelBufferRef& buffer) {
     PixelLayout layout;
     layout.alphaInfo = kCGImageAlphaNoneSkipLast;
     return Bitmap(width, height, layout, ColorSpace::deviceRGB(), std::move(pixels));
+}
+
+bool isFourTwoZero(OSType code) {
+    return code == kCVPixelFormatType_420YpCbCr8BiPlanarFullRange ||
+           code == kCVPixelFormatType_420YpCbCr8BiPlanarVideoRange ||
+           code == kCVPixelFormatType_420YpCbCr10BiPlanarFullRange ||
+           code == kCVPixelFormatType_420YpCbCr10BiPlanarVideoRange;
 }
 
 // The display matrix reduced to what it does to the picture's axes: where the displayed pixel
@@ -88,9 +98,17 @@ std::optional<Bitmap> AVAssetImageGenerator::copyCGImageAtTime(CMTime requestedT
     ErrorRef readerError;
     auto reader = AVAssetReader::assetReaderWithAsset(_asset, &readerError);
     if (!reader) return fail(readerError);
+    // The decoder's own 4:2:0 layout where the stream header names one, else BGRA: only the
+    // frame chosen is converted, not every frame decoded on the way to it.
+    PlistArray codes{PlistValue(static_cast<std::int64_t>(kCVPixelFormatType_32BGRA))};
+    auto descriptions = track->loadFormatDescriptions();
+    if (descriptions && !descriptions.value().empty() && descriptions.value().front() &&
+        isFourTwoZero(descriptions.value().front()->pixelFormat)) {
+        codes.push_back(
+            PlistValue(static_cast<std::int64_t>(descriptions.value().front()->pixelFormat)));
+    }
     PlistDictionary settings;
-    settings[kCVPixelBufferPixelFormatTypeKey] =
-        PlistValue(static_cast<std::int64_t>(kCVPixelFormatType_32BGRA));
+    settings[kCVPixelBufferPixelFormatTypeKey] = PlistValue(std::move(codes));
     auto output = AVAssetReaderTrackOutput::assetReaderTrackOutputWithTrack(track, settings);
     if (!reader->canAddOutput(output))
         return fail(avError(AVErrorDecodeFailed, "The movie's frames cannot be decoded"));
@@ -111,7 +129,14 @@ std::optional<Bitmap> AVAssetImageGenerator::copyCGImageAtTime(CMTime requestedT
         return fail(reader->error() ? reader->error()
                                     : avError(AVErrorDecodeFailed, "The movie has no frame"));
     if (actualTime) *actualTime = CMSampleBufferGetPresentationTimeStamp(chosen);
-    Bitmap image = bitmapOfFrame(CMSampleBufferGetImageBuffer(chosen));
+    const CVPixelBufferRef& buffer = CMSampleBufferGetImageBuffer(chosen);
+    std::optional<Bitmap> converted;
+    if (isFourTwoZero(buffer->pixelFormatType())) {
+        converted = platform::media::pictureOfYCbCrFrame(*buffer);
+        if (!converted)
+            return fail(avError(AVErrorDecodeFailed, "The movie's frames cannot be converted"));
+    }
+    Bitmap image = converted ? std::move(*converted) : bitmapOfFrame(buffer);
     if (_appliesPreferredTrackTransform) {
         auto transform = track->loadPreferredTransform();
         if (transform) image = transformed(image, transform.value());

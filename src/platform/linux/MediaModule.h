@@ -18,13 +18,14 @@
 #include "platform/AVAssetWriterInputPixelBufferAdaptor.h"
 #include "platform/Camera.h"
 #include "platform/Error.h"
+#include "platform/linux/FramePicture.h"
 #include "platform/linux/ImageCodecs.h"
 #include "platform/linux/LoadableModule.h"
 
 namespace platform::media {
 
 // Raised whenever the table changes, so that a module left from another build is refused.
-inline constexpr int kModuleVersion = 1;
+inline constexpr int kModuleVersion = 2;
 inline constexpr const char* kModuleFileName = "unwarp-media.so";
 // The module's one exported function: `const modules::ModuleHeader* unwarp_media_module()`,
 // the header of its ModuleApi.
@@ -94,6 +95,8 @@ struct ModuleApi {
     decltype(&codecs::heifDecode) heifDecode;
     decltype(&codecs::heifEncode) heifEncode;
     decltype(&codecs::heifCanEncode) heifCanEncode;
+
+    decltype(&pictureOfYCbCrFrame) framePicture;
 };
 
 // The module's table, loading it on the first call (thread-safe, once per process). Null with

@@ -64,6 +64,11 @@ std::shared_ptr<AVAsset> AVAsset::assetWithURL(const std::string& path) {
 
 // Reader.
 
+std::optional<platform::Bitmap> platform::media::pictureOfYCbCrFrame(const CVPixelBuffer& frame) {
+    // Frames come from the module's reader, so the module is loaded.
+    return loadedModule().framePicture(frame);
+}
+
 std::shared_ptr<AVAssetReader> AVAssetReader::assetReaderWithAsset(AVAssetRef asset,
                                                                    ErrorRef* error) {
     const ModuleApi* api = loadModule(error);

@@ -62,6 +62,7 @@ const ModuleApi kApi{
     .heifDecode = &codecs::heifDecode,
     .heifEncode = &codecs::heifEncode,
     .heifCanEncode = &codecs::heifCanEncode,
+    .framePicture = &pictureOfYCbCrFrame,
 };
 
 }  // namespace
