@@ -313,13 +313,19 @@ void ImageRowReader::decodeAhead() {
         const std::size_t count = std::min(kAheadRows, height - y0);
         auto pixels = std::make_shared<std::vector<std::uint8_t>>(count * _stride);
         std::string why;
-        for (std::size_t i = 0; complete && i < count; ++i)
-            if (!_decoder->readRow(pixels->data() + i * _stride, why)) _why = why, complete = false;
-        if (!complete) break;
-        if (!_ahead->push(Bitmap::strip(_shape.width(), height, _shape.layout(),
-                                        _shape.sharedColorSpace(), y0, count, std::move(pixels),
-                                        _stride)))
+        std::size_t read = 0;
+        while (read < count && _decoder->readRow(pixels->data() + read * _stride, why)) ++read;
+        // The rows before a damaged one still go out, as a decoder without a thread ahead
+        // would give them, and only then the failure.
+        if (read > 0 && !_ahead->push(Bitmap::strip(_shape.width(), height, _shape.layout(),
+                                                    _shape.sharedColorSpace(), y0, read,
+                                                    std::move(pixels), _stride)))
             return;  // the reader is going away
+        if (read < count) {
+            _why = why;
+            complete = false;
+            break;
+        }
     }
     _ahead->finish(complete);
 }
