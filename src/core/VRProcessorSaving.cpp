@@ -6,6 +6,7 @@
 #include "platform/Log.h"
 #include "results/ResultManager.h"
 #include "storage/VRSettings.h"
+#include "video/VRVideoResizer2.h"
 
 namespace {
 
@@ -21,12 +22,15 @@ VRErrorRef saveError() {
 }  // namespace
 
 void VRProcessor::_clearMainURLForResource(const VRAssetResource& resource) {
-    if (!resource.url.empty()) platform::FileManager::removeItemAtPath(resource.url);
+    if (resource.url.empty()) return;
+    platform::FileManager::removeItemAtPath(resource.url);
+    VRVideoResizer2::removeEmptyJobFolderOfOutput(resource.url);
 }
 
 void VRProcessor::_clearPairedURLForResource(const VRAssetResource& resource) {
-    if (resource.pairedURL && !resource.pairedURL->empty())
-        platform::FileManager::removeItemAtPath(*resource.pairedURL);
+    if (!resource.pairedURL || resource.pairedURL->empty()) return;
+    platform::FileManager::removeItemAtPath(*resource.pairedURL);
+    VRVideoResizer2::removeEmptyJobFolderOfOutput(*resource.pairedURL);
 }
 
 void VRProcessor::_processingCompleteWithResource(const VRAssetResource& resource,
@@ -83,6 +87,8 @@ void VRProcessor::_processingSaveLocallyWithResource(const VRAssetResource& reso
         store.addLocalAssetResultWith(resource.url, [&store, resource, completion](
                                                         bool success, std::size_t index) {
             VRAssetRef asset = success ? store.assetAt(static_cast<std::int64_t>(index)) : nullptr;
+            // The store moved the file away from the folder its video job wrote it in.
+            if (success) VRVideoResizer2::removeEmptyJobFolderOfOutput(resource.url);
             if (asset) return completion(asset, nullptr);
             platform::logf("~~ PROCESSOR: the result store refused %s", resource.url.c_str());
             _clearMainURLForResource(resource);

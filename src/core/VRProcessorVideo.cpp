@@ -171,16 +171,25 @@ void VRProcessor::_videoStageWithAVAsset(const AVAssetRef& movie, const VRAssetR
     const VRFormat format = resolved.format;
     const VRSizeOptions options = request.options;
 
-    auto ended = std::make_shared<std::atomic<bool>>(false);
+    // This job once started, and whether it has ended; both under _videoJobsMutex.
+    struct Running {
+        VRVideoJob job;
+        bool ended = false;
+    };
+    auto running = std::make_shared<Running>();
     auto onEnd = [this, movie, identifier, paired, sourceURL, format, options, bitrate, frame,
-                  completion, ended](const std::optional<std::string>& url,
-                                     VRVideoResizeStatus state, const platform::ErrorRef& error) {
+                  completion, running](const std::optional<std::string>& url,
+                                       VRVideoResizeStatus state, const platform::ErrorRef& error) {
         // Leave the registry before anyone hears of the end, so a caller woken by the
-        // completion never finds the finished job still listed.
-        *ended = true;
+        // completion never finds the finished job still listed. Only this job's own entry
+        // goes: a restart of the same asset is listed under the same name.
         {
             std::lock_guard<std::mutex> lock(_videoJobsMutex);
-            _videoResizers.erase(identifier);
+            running->ended = true;
+            auto listed = _videoResizers.find(identifier);
+            if (listed != _videoResizers.end() && running->job &&
+                listed->second.resizer() == running->job.resizer())
+                _videoResizers.erase(listed);
         }
         if (state == VRVideoResizeStatus::finished) {
             // The Live Photo's temporary link to its movie has served.
@@ -202,9 +211,19 @@ void VRProcessor::_videoStageWithAVAsset(const AVAssetRef& movie, const VRAssetR
         movie, identifier, format, frame, resolved.arrangement, bitrate, codecType,
         adjustState ? adjustState->orientation() : std::nullopt, resolved.fillColor, copyLocation,
         progression, onEnd);
-    // A job that has already ended has nothing left to cancel.
-    std::lock_guard<std::mutex> lock(_videoJobsMutex);
-    if (!*ended) _videoResizers[identifier] = std::move(job);
+    VRVideoJob older;
+    {
+        std::lock_guard<std::mutex> lock(_videoJobsMutex);
+        running->job = job;
+        // A job that has already ended has nothing left to cancel.
+        if (!running->ended) {
+            VRVideoJob& listed = _videoResizers[identifier];
+            // One asset is live at a time: a job still listed under this name is stale.
+            older = std::move(listed);
+            listed = std::move(job);
+        }
+    }
+    LegacyManager::videoResizerCancel(older);
 }
 
 VRErrorRef VRProcessor::_videoJobError(VRVideoResizeStatus state, const platform::ErrorRef& error,

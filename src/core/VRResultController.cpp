@@ -169,15 +169,19 @@ void VRResultController::_startProcessingPendingAssetsWithSize(CGSize size) {
                 _events.progress(_picker.processingIndex(), progress);
             }
         },
-        [this, alive, run](VRAssetRef result, VRErrorRef error) {
+        [this, alive, run, asset](VRAssetRef result, VRErrorRef error) {
             if (!alive.expired()) {
-                _didCompleteAsset(run, result, error);
+                _didCompleteAsset(run, asset, result, error);
             }
         });
 }
 
-void VRResultController::_didCompleteAsset(std::uint64_t run, VRAssetRef result, VRErrorRef error) {
+void VRResultController::_didCompleteAsset(std::uint64_t run, const VRAssetRef& source,
+                                           VRAssetRef result, VRErrorRef error) {
     if (run != _run) {
+        if (result && !error) {
+            _didCompleteCancelledAsset(source, result);
+        }
         return;
     }
     if (error && _isTutorialRunning()) {
@@ -214,6 +218,68 @@ void VRResultController::_didCompleteAsset(std::uint64_t run, VRAssetRef result,
     }
     if (!_picker.processingAsset()) {
         _finishProcessing();
+    }
+}
+
+void VRResultController::_didCompleteCancelledAsset(const VRAssetRef& source,
+                                                    const VRAssetRef& result) {
+    const std::vector<VRAssetRef>& list = _picker.assetList();
+    auto same = [](const VRAssetRef& asset) {
+        return [asset](const VRAssetRef& entry) { return entry && entry->isEqual(*asset); };
+    };
+    const std::size_t cursor = std::min(_picker.processingIndex(), list.size());
+    auto pending =
+        std::find_if(list.begin() + static_cast<std::ptrdiff_t>(cursor), list.end(), same(source));
+    if (pending == list.end()) {
+        // Cleared meanwhile, or done by a later pass.
+        return;
+    }
+    const auto index = static_cast<std::size_t>(pending - list.begin());
+    const bool listed = std::any_of(list.begin(), list.end(), same(result));
+    if (_picker.processing() && index == _picker.processingIndex()) {
+        // The pass started again for it has nothing left to do.
+        ++_run;
+        _services.processor->cancelProcessingAssets();
+        _picker.cancelProcessing();
+    }
+    if (listed) {
+        _dropDoneAssetAt(index);
+        _commitProcessingPedningAsset();
+        return;
+    }
+    if (index != _picker.processingIndex()) {
+        return;
+    }
+    ++_reloadCount;
+    std::weak_ptr<int> alive = _alive;
+    _picker.beginProcessing();
+    _picker.commitProcessingAsset(result, [this, alive, index, result] {
+        if (alive.expired()) {
+            return;
+        }
+        if (_events.committed) {
+            _events.committed(index, result);
+        }
+        _commitProcessingPedningAsset();
+    });
+}
+
+void VRResultController::_dropDoneAssetAt(std::size_t index) {
+    std::vector<VRAssetRef> list = _picker.assetList();
+    const VRAssetRef done = list[index];
+    list.erase(list.begin() + static_cast<std::ptrdiff_t>(index));
+    std::vector<VRAssetRef> selected;
+    for (const VRAssetRef& asset : _picker.selectedAssets()) {
+        if (!asset->isEqual(*done)) {
+            selected.push_back(asset);
+        }
+    }
+    if (_picker.processingIndex() >= list.size()) {
+        _picker.setProcessingIndex(VRAssetPickerView::NSNotFound);
+    }
+    _picker.reloadAssetList(std::move(list), selected);
+    if (_events.listChanged) {
+        _events.listChanged();
     }
 }
 

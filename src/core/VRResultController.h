@@ -156,7 +156,13 @@ class VRResultController {
 
   private:
     void _startProcessingPendingAssetsWithSize(CGSize size);
-    void _didCompleteAsset(std::uint64_t run, VRAssetRef result, VRErrorRef error);
+    void _didCompleteAsset(std::uint64_t run, const VRAssetRef& source, VRAssetRef result,
+                           VRErrorRef error);
+    // A pass cancelled after its last check still stores its result: the asset counts as
+    // done once, wherever the list has it by now (at the cursor, or listed from the store by
+    // a return from the background), and a pass started again for it stops.
+    void _didCompleteCancelledAsset(const VRAssetRef& source, const VRAssetRef& result);
+    void _dropDoneAssetAt(std::size_t index);
     void _handleLimitError(const VRError& error);
     void _commitProcessingPedningAsset();
     void _cancelProcessingPendingAssets();
@@ -204,7 +210,8 @@ class VRResultController {
     // in a row) must not take the run for one the user paused.
     bool _inBackground = false;
     // Each start gets a number; a completion of an older start (cancelled, or its asset
-    // cleared) is dropped, so it can't take the place of the asset now in work.
+    // cleared) can't take the place of the asset now in work: only a result of its own
+    // asset, still pending, is kept.
     std::uint64_t _run = 0;
     // Callbacks that outlive the controller find this expired.
     std::shared_ptr<int> _alive = std::make_shared<int>(0);

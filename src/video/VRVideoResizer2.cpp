@@ -9,6 +9,7 @@
 #include "platform/AVVideoSettings.h"
 #include "platform/FileManager.h"
 #include "platform/Log.h"
+#include "platform/UUID.h"
 #include "storage/VRFileStorage.h"
 #include "storage/VXHelperFiles.h"
 #include "video/VRVideoMetadataManager.h"
@@ -63,6 +64,13 @@ platform::ErrorRef refusedInputError(const AVAssetWriterInput& input, const VRFo
                              "A " + format.extension() + " file cannot hold " + what);
 }
 
+// The folders that hold one job's output each start with this.
+constexpr const char* kJobFolderPrefix = "job-";
+
+bool isJobFolder(const std::string& path) {
+    return FileManager::lastPathComponent(path).rfind(kJobFolderPrefix, 0) == 0;
+}
+
 void logStatuses(const char* opening, const AVAssetReader& reader, const AVAssetWriter& writer) {
     platform::logf("~~ %s%d, status for writer %d", opening, static_cast<int>(reader.status()),
                    static_cast<int>(writer.status()));
@@ -103,10 +111,18 @@ struct VRVideoResizer2::Job {
 VRVideoResizer2::VRVideoResizer2(AVAssetRef asset, std::string identifier,
                                  VRVideoResizeOptions options)
     : _asset(std::move(asset)), _identifier(std::move(identifier)), _options(options) {
-    std::string directory =
-        VRFileStorage::ownTemporaryFolder(VRFileStorage::temporaryVideoDirectory());
+    const std::string directory = FileManager::stringByAppendingPathComponent(
+        VRFileStorage::ownTemporaryFolder(VRFileStorage::temporaryVideoDirectory()),
+        kJobFolderPrefix + platform::UUIDString());
     _outputURL = FileManager::stringByAppendingPathComponent(directory, _identifier) + "." +
                  _options.fileFormat.extension();
+}
+
+void VRVideoResizer2::removeEmptyJobFolderOfOutput(const std::string& outputURL) {
+    const std::string folder = FileManager::stringByDeletingLastPathComponent(outputURL);
+    if (!isJobFolder(folder)) return;
+    const auto contents = FileManager::contentsOfDirectoryAtPath(folder);
+    if (contents && contents->empty()) FileManager::removeItemAtPath(folder);
 }
 
 std::shared_ptr<VRVideoResizer2> VRVideoResizer2::resizerWithAsset(AVAssetRef asset,
@@ -157,6 +173,7 @@ void VRVideoResizer2::_run(const Completion& completion) {
     }
     if (job.reader) job.reader->cancelReading();
     FileManager::removeItemAtPath(_outputURL);
+    removeEmptyJobFolderOfOutput(_outputURL);
     auto [status, error] =
         failure ? failure->outcome() : std::pair{VRVideoResizeStatus::failed, otherError};
     if (completion) completion(std::nullopt, status, error);

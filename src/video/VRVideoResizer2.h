@@ -53,8 +53,10 @@ class VRVideoResizer2 : public std::enable_shared_from_this<VRVideoResizer2> {
         std::function<void(const std::optional<std::string>& url, VRVideoResizeStatus status,
                            const platform::ErrorRef& error)>;
 
-    // The output is <this process's folder in documents/_vrtempvideodir>/<identifier>.
-    // <extension of the format>: jobs of two processes never share a file.
+    // The output is <this process's folder in documents/_vrtempvideodir>/<a folder of this
+    // job's own>/<identifier>.<extension of the format>: jobs of two processes, and two jobs
+    // of one asset (a cancelled one still ending and its restart), never share a file, and
+    // the file keeps the name the result is stored under.
     static std::shared_ptr<VRVideoResizer2> resizerWithAsset(AVAssetRef asset,
                                                              std::string identifier,
                                                              VRVideoResizeOptions options);
@@ -64,6 +66,10 @@ class VRVideoResizer2 : public std::enable_shared_from_this<VRVideoResizer2> {
     // job's thread, with the URL only when the status is finished. Anything else ends with
     // the output file removed. A resizer runs once.
     void resize(Progress progress, Completion completion);
+
+    // Removes the folder of a finished job's output once whoever took the file has moved or
+    // removed it; anything else (a folder not made by a job, one still holding a file) stays.
+    static void removeEmptyJobFolderOfOutput(const std::string& outputURL);
 
     // Made on first use.
     std::shared_ptr<VRInternalStateManager> stateManager();

@@ -143,26 +143,83 @@ TEST(VRResultControllerErrors, WordsByCodeAndResumeRetriesTheSameAsset) {
 
 // A pause by the user holds the asset at the cursor; results and the rate counters move only
 // for assets that finish.
-TEST(VRResultControllerRun, PauseCancelsInFlightAndDropsItsLateResult) {
+TEST(VRResultControllerRun, PauseCancelsInFlightAndResumeGoesOn) {
     BatchFixture f({urlAsset("a.jpg"), urlAsset("b.jpg")});
     f.start();
     f.controller->touchProcessingButton();
     EXPECT_EQ(f.processor->cancels, 1);
     EXPECT_EQ(f.controller->processingState(), VRProcessingState::resume);
-    // The result of the cancelled pass arrives after all: it is dropped.
-    f.processor->succeed(0);
     EXPECT_EQ(f.controller->pickerView().processingIndex(), 0u);
     EXPECT_EQ(f.processor->calls.size(), 1u);
 
     f.controller->touchProcessingButton();
+    ASSERT_EQ(f.processor->calls.size(), 2u);
+    EXPECT_EQ(f.processor->calls[1].asset->objectIdentifier(), "a.jpg");
     f.processor->progress(1, 0.5);
     EXPECT_EQ(f.progress, (std::vector<std::pair<std::size_t, double>>{{0, 0.5}}));
+    // The cancelled pass ends as cancelled passes mostly do: with nothing.
+    f.processor->calls[0].completion(nullptr, nullptr);
     f.processor->succeed(1);
     f.processor->succeed(2);
     EXPECT_EQ(f.committed, (std::vector<std::size_t>{0, 1}));
     EXPECT_EQ(f.rateProcessed, 2);
     EXPECT_EQ(f.controller->reloadCount(), 2);
     EXPECT_EQ(f.controller->processingState(), VRProcessingState::results);
+}
+
+// A pass that had finished when the pause came delivers its result late; it was stored, so
+// the asset counts as done exactly once: it is not made again, whether the result comes while
+// paused, after a resume has started the asset again, or after a return from the background
+// has already listed it from the store.
+TEST(VRResultControllerRun, ALateResultOfACancelledPassCountsAsDoneOnce) {
+    enum class Before { userPause, userPauseAndResume, systemPauseStoredAndBack };
+    struct Case {
+        const char* what;
+        Before before;
+        VRProcessingState stateAfterLateResult;
+        int cancels;  // by the end of the run
+    };
+    const Case cases[] = {
+        {"paused", Before::userPause, VRProcessingState::resume, 1},
+        {"resumed", Before::userPauseAndResume, VRProcessingState::processing, 2},
+        {"background", Before::systemPauseStoredAndBack, VRProcessingState::processing, 2},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        BatchFixture f({urlAsset("a.jpg"), urlAsset("b.jpg")});
+        f.start();
+        if (c.before == Before::systemPauseStoredAndBack) {
+            f.controller->_didEnterBackground();
+            f.stored = {urlAsset("a.jpg-result")};
+            f.controller->_willEnterForeground();
+        } else {
+            f.controller->touchProcessingButton();
+            if (c.before == Before::userPauseAndResume) {
+                f.controller->touchProcessingButton();
+            }
+        }
+        f.processor->succeed(0);
+        EXPECT_EQ(f.controller->processingState(), c.stateAfterLateResult);
+        EXPECT_EQ(f.controller->pickerView().processingIndex(), 1u);
+        if (c.stateAfterLateResult == VRProcessingState::resume) {
+            f.controller->touchProcessingButton();
+        }
+        // Whatever the restarted pass of a.jpg still delivers is not a second result.
+        if (f.processor->calls.size() == 3) {
+            f.processor->succeed(1);
+        }
+        ASSERT_FALSE(f.processor->calls.empty());
+        EXPECT_EQ(f.processor->calls.back().asset->objectIdentifier(), "b.jpg");
+        f.processor->succeed(f.processor->calls.size() - 1);
+
+        std::vector<std::string> names;
+        for (const VRAssetRef& asset : f.controller->pickerView().assetList()) {
+            names.push_back(asset->objectIdentifier());
+        }
+        EXPECT_EQ(names, (std::vector<std::string>{"a.jpg-result", "b.jpg-result"}));
+        EXPECT_EQ(f.controller->processingState(), VRProcessingState::results);
+        EXPECT_EQ(f.processor->cancels, c.cancels);
+    }
 }
 
 TEST(VRResultControllerRun, EmptyBatchWithoutStoredResultsFinishesAtOnce) {

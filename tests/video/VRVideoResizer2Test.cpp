@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <fstream>
 #include <mutex>
 #include <vector>
 
@@ -92,7 +94,9 @@ TEST(VRVideoResizer2, ErrorsMapToStatuses) {
     }
 }
 
-// The output path is made of the identifier and the format's extension alone.
+// The output is named by the identifier and the format's extension alone, in a folder of the
+// job's own inside this process's temporary folder: two jobs of one name never share a file,
+// and the emptied folder goes once the file is taken, but never a folder holding anything.
 TEST(VRVideoResizer2, OutputPath) {
     testing_support::TestHome home;
     VRVideoResizeOptions options;
@@ -101,10 +105,27 @@ TEST(VRVideoResizer2, OutputPath) {
         VRVideoResizer2::resizerWithAsset(AVAsset::assetWithURL("/x/a.mov"), "IMG_1-uwrp", options);
     auto b =
         VRVideoResizer2::resizerWithAsset(AVAsset::assetWithURL("/y/b.mov"), "IMG_1-uwrp", options);
-    EXPECT_EQ(a->outputURL(),
-              VRFileStorage::ownTemporaryFolder(VRFileStorage::temporaryVideoDirectory()) +
-                  "/IMG_1-uwrp.mp4");
-    EXPECT_EQ(a->outputURL(), b->outputURL());
+    const std::filesystem::path own =
+        VRFileStorage::ownTemporaryFolder(VRFileStorage::temporaryVideoDirectory());
+    for (const auto& job : {a, b}) {
+        const std::filesystem::path output = job->outputURL();
+        EXPECT_EQ(output.filename(), "IMG_1-uwrp.mp4");
+        EXPECT_EQ(output.parent_path().parent_path(), own);
+    }
+    EXPECT_NE(a->outputURL(), b->outputURL());
+
+    const std::filesystem::path folder = std::filesystem::path(a->outputURL()).parent_path();
+    std::filesystem::create_directories(folder);
+    std::ofstream(a->outputURL()) << "x";
+    VRVideoResizer2::removeEmptyJobFolderOfOutput(a->outputURL());
+    EXPECT_TRUE(std::filesystem::exists(a->outputURL())) << "a folder holding the file stays";
+    std::filesystem::remove(a->outputURL());
+    VRVideoResizer2::removeEmptyJobFolderOfOutput(a->outputURL());
+    EXPECT_FALSE(std::filesystem::exists(folder));
+    // The process's own folder is no job's folder, empty or not.
+    std::filesystem::create_directories(own / "empty");
+    VRVideoResizer2::removeEmptyJobFolderOfOutput((own / "empty" / "x.mp4").string());
+    EXPECT_TRUE(std::filesystem::exists(own / "empty"));
 }
 
 // A cancel before the job starts ends it cancelled before any reading (the missing source
@@ -168,9 +189,10 @@ TEST(LegacyManager, VideoBridge) {
     EXPECT_EQ(o.codecType, VRCodecTypeH264);
     ASSERT_TRUE(o.metadataOptions);
     EXPECT_FALSE(o.metadataOptions->copyGPSMetadata);
-    EXPECT_EQ((*resizer)->outputURL(),
-              VRFileStorage::ownTemporaryFolder(VRFileStorage::temporaryVideoDirectory()) +
-                  "/missing.m4v");
+    const std::filesystem::path output = (*resizer)->outputURL();
+    EXPECT_EQ(output.filename(), "missing.m4v");
+    EXPECT_EQ(output.parent_path().parent_path(),
+              VRFileStorage::ownTemporaryFolder(VRFileStorage::temporaryVideoDirectory()));
 
     EXPECT_FALSE((*resizer)->stateManager()->isCancelled());
     LegacyManager::videoResizerCancel(VRVideoJob());
