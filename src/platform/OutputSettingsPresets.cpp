@@ -8,12 +8,12 @@
 // within 0.0005 of "medium" at the same bit rate (0.9766 to 0.9769 against 0.9771) for about a
 // third of its encoder time, and the diamond search takes 5 to 15 percent off plain "veryfast"
 // (0.9758) at no loss. Cheaper still fails the quality: "superfast" 0.9694, with the
-// macroblock tree back 0.9735, "veryfast" at subme 1 0.9738 or with a lookahead of 5 0.9735. The smaller rows stay at libx264's default "medium": at their lower bit
-// rates the slower search pays more, and they are fast enough already. HEVC uses "faster":
-// on 1080p 10-bit frames with grain at 7.5 Mbit/s its SSIM is within 0.0006 of "fast" and
-// "medium" (0.6925 against 0.6930 and 0.6929) for 17 and 37 percent less encoder time, while
-// "superfast" and "ultrafast" lose 0.013 to 0.016; libx265 at its default is several times
-// slower than libx264 for a similar result at these rates.
+// macroblock tree back 0.9735, "veryfast" at subme 1 0.9738 or with a lookahead of 5 0.9735. The
+// smaller rows stay at libx264's default "medium": at their lower bit rates the slower search pays
+// more, and they are fast enough already. HEVC uses "faster": on 1080p 10-bit frames with grain
+// at 7.5 Mbit/s its SSIM is within 0.0006 of "fast" and "medium" (0.6925 against 0.6930 and 0.6929)
+// for 17 and 37 percent less encoder time, while "superfast" and "ultrafast" lose 0.013 to 0.016;
+// libx265 at its default is several times slower than libx264 for a similar result at these rates.
 const std::vector<OutputSettingsPreset>& outputSettingsPresets() {
     static const std::vector<OutputSettingsPreset> presets = {
         {AVOutputSettingsPreset640x480, AVVideoCodec::h264, AVVideoProfileLevelH264HighAutoLevel,
