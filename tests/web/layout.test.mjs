@@ -29,7 +29,7 @@ async function start(t) {
   const { page, problems } = await watchedPage(browser.context);
   await page.goto(server.url);
   await passLaunchSteps(page);
-  return { page, problems };
+  return { page, problems, home };
 }
 
 // What the page shows of its width and of each group of buttons: the tops of the group's
@@ -85,11 +85,32 @@ function lowContrast(selectors) {
   return found;
 }
 
-async function checkContrast(page, selectors) {
+// The page takes the stored theme (colorThemeType) as the settings screen makes it do: a fresh
+// /theme.css after the one app.css imported.
+async function storeTheme(page, home, type) {
+  unwarp(home.root, ['settings', 'set', 'colorThemeType', type]);
+  await page.evaluate(() => new Promise((resolve, reject) => {
+    document.getElementById('theme-reloaded')?.remove();
+    const link = Object.assign(document.createElement('link'), { id: 'theme-reloaded', rel: 'stylesheet', href: `/theme.css?at=${Date.now()}` });
+    link.onload = resolve;
+    link.onerror = reject;
+    document.head.append(link);
+  }));
+}
+
+// In the browser's light and dark, and in the theme stored against the browser's preference
+// (dark chosen while the browser prefers light, and light while it prefers dark).
+async function checkContrast(page, selectors, home) {
   for (const colorScheme of ['light', 'dark']) {
     await page.emulateMedia({ colorScheme });
     assert.deepEqual(await page.evaluate(lowContrast, selectors), [], `text readable in ${colorScheme}`);
   }
+  for (const [type, colorScheme, name] of [['2', 'light', 'stored dark'], ['1', 'dark', 'stored light']]) {
+    await page.emulateMedia({ colorScheme });
+    await storeTheme(page, home, type);
+    assert.deepEqual(await page.evaluate(lowContrast, selectors), [], `text readable in ${name}`);
+  }
+  await storeTheme(page, home, '0');
   await page.emulateMedia({ colorScheme: 'light' });
 }
 
@@ -127,7 +148,7 @@ async function checkScreen(page, name, groups) {
 }
 
 test('layout: every screen fits a phone and keeps its rows of actions on one line', async (t) => {
-  const { page, problems } = await start(t);
+  const { page, problems, home } = await start(t);
 
   // The home tools with the tutorial's offer, the longest row the home screen has.
   await page.getByRole('button', { name: 'Tutorial' }).waitFor();
@@ -135,7 +156,7 @@ test('layout: every screen fits a phone and keeps its rows of actions on one lin
   const cells = page.locator('uw-grid .cell img');
   await cells.nth(1).waitFor();
   await checkScreen(page, 'home', ['.home header .tools > *:not(.hidden)']);
-  await checkContrast(page, ['.home .count', '.home .chip', '.home header button']);
+  await checkContrast(page, ['.home .count', '.home .chip', '.home header button'], home);
   await page.locator('.home h1').click();
   await checkFocusRings(page, 8);
 
@@ -148,7 +169,7 @@ test('layout: every screen fits a phone and keeps its rows of actions on one lin
   await page.getByRole('dialog').getByRole('button', { name: 'Save' }).click();
   const own = page.locator('[data-list=own] .template-row');
   await own.first().waitFor();
-  await checkContrast(page, ['.templates .subtitle', '.templates .template .detail', '.templates header button']);
+  await checkContrast(page, ['.templates .subtitle', '.templates .template .detail', '.templates header button'], home);
   await checkScreen(page, 'templates', ['.templates header .tools > *', '[data-list=own] .template-row:first-child .row-tools > *']);
   // The tools keep their names for the keyboard and screen readers when they show icons.
   await page.setViewportSize({ width: 390, height: 844 });
@@ -160,12 +181,18 @@ test('layout: every screen fits a phone and keeps its rows of actions on one lin
   await page.getByRole('button', { name: /Unwarp 1\.33x/ }).first().click();
   await page.locator('#start').waitFor();
   await checkScreen(page, 'summary', ['.summary footer button']);
+  // An adjusted item wears its green mark.
+  await page.locator('.summary-list .item').first().click();
+  await page.locator('.adjust').getByRole('button', { name: 'Rotate', exact: true }).click();
+  await page.locator('.summary-list .badge').first().waitFor();
+  await checkContrast(page, ['.summary-list .badge', '.summary-list .name', '.summary header button', '.adjust .tools button'], home);
+  await page.locator('.adjust').getByRole('button', { name: 'Done', exact: true }).click();
 
   await page.locator('#start').click();
   await page.locator('#processing').filter({ hasText: 'Results' }).waitFor({ timeout: 60000 });
   await page.locator('.result input[type=checkbox]').first().check();
   await page.locator('#clear').waitFor();
-  await checkContrast(page, ['.results .selection-title', '.result a', '.results footer button']);
+  await checkContrast(page, ['.results .selection-title', '.result a', '.results footer button'], home);
   await checkScreen(page, 'results', ['.results footer .actions > button']);
   const footer = await page.locator('.results footer .actions > button:not([hidden])').allTextContents();
   assert.ok(footer.length >= 4, `the footer offers clear, download, export and share: ${footer}`);
@@ -173,7 +200,7 @@ test('layout: every screen fits a phone and keeps its rows of actions on one lin
   await page.locator('.results header .back').click();
   await page.getByRole('button', { name: 'Settings', exact: true }).click();
   await page.locator('.settings-row').first().waitFor();
-  await checkContrast(page, ['.settings-footer', '.settings-section h3', '.settings-row .unit', '.settings-tabs .chip']);
+  await checkContrast(page, ['.settings-footer', '.settings-section h3', '.settings-row .unit', '.settings-tabs .chip'], home);
   await checkScreen(page, 'settings', []);
   // At phone width the screens are chosen in a list, which shows the chosen one.
   await page.setViewportSize({ width: 390, height: 844 });
@@ -203,7 +230,7 @@ function covered({ selectors, wait }) {
 }
 
 test('layout: the tutorial text covers neither the step\'s control nor the controls used with it', async (t) => {
-  const { page, problems } = await start(t);
+  const { page, problems, home } = await start(t);
   const focus = page.locator('.tutorial-focus');
   const sizes = [{ width: 1000, height: 720 }, { width: 390, height: 844 }, { width: 320, height: 640 }];
   const checkStep = async (text, selectors) => {
@@ -222,7 +249,7 @@ test('layout: the tutorial text covers neither the step\'s control nor the contr
 
   await page.getByRole('button', { name: 'Tutorial' }).click();
   await checkStep('Select the first photo', ['.home uw-grid', '.home .albums', '.home header select']);
-  await checkContrast(page, ['.tutorial-focus p', '.tutorial-focus .styled-red']);
+  await checkContrast(page, ['.tutorial-focus p', '.tutorial-focus .styled-red'], home);
   await page.setViewportSize({ width: 390, height: 844 });
   await screenshots(page, 'layout-tutorial-home-390');
   await page.setViewportSize(sizes[0]);

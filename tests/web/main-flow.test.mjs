@@ -5,7 +5,7 @@ import { test } from 'node:test';
 import assert from 'node:assert/strict';
 import path from 'node:path';
 import { existsSync } from 'node:fs';
-import { makeHome, makeMedia, unwarp, run, startServer, launchBrowser, watchedPage, screenshots, passLaunchSteps } from './support.mjs';
+import { makeHome, makeMedia, unwarp, run, startServer, launchBrowser, watchedPage, screenshots, passLaunchSteps, picturesShown } from './support.mjs';
 
 function vipsSize(file) {
   return `${run('vipsheader', ['-f', 'width', file]).trim()}x${run('vipsheader', ['-f', 'height', file]).trim()}`;
@@ -42,6 +42,7 @@ test('main flow: album, template, adjust, run, limit, share', async (t) => {
   await cells.nth(3).waitFor();
   const firstScreenMs = Date.now() - opened;
   console.log(`first screen with thumbnails ${firstScreenMs} ms after the page was asked; server listening ${server.startMs} ms after start`);
+  await picturesShown(page, '.home uw-grid .cell img');
   await screenshots(page, 'home');
 
   await cells.nth(0).click();
@@ -51,6 +52,7 @@ test('main flow: album, template, adjust, run, limit, share', async (t) => {
   await page.getByRole('button', { name: 'Next' }).click();
 
   await page.getByRole('searchbox', { name: 'Search templates' }).fill('1.33');
+  await picturesShown(page, '.templates .template-row img.picture');
   await screenshots(page, 'templates');
   await page.getByRole('button', { name: /Unwarp 1\.33x/ }).first().click();
 

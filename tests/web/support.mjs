@@ -131,6 +131,18 @@ export async function passLaunchSteps(page) {
   return seen;
 }
 
+// Waits until the pictures `selector` names that lie in the window are there and drawn (at
+// least one of them), so that a screenshot shows them rather than empty frames.
+export async function picturesShown(page, selector) {
+  await page.waitForFunction((s) => {
+    const shown = [...document.querySelectorAll(s)].filter((img) => {
+      const box = img.getBoundingClientRect();
+      return box.width > 0 && box.bottom > 0 && box.top < window.innerHeight;
+    });
+    return shown.length > 0 && shown.every((img) => img.complete && img.naturalWidth > 0);
+  }, selector);
+}
+
 // The page at phone width (390 x 844), light, then back at the desktop size.
 export async function phoneScreenshot(page, name) {
   mkdirSync(screenshotDir, { recursive: true });

@@ -4,7 +4,7 @@
 import { test } from 'node:test';
 import assert from 'node:assert/strict';
 import path from 'node:path';
-import { makeHome, makeMedia, unwarp, screenshots, openHome, chooseTemplate } from './support.mjs';
+import { makeHome, makeMedia, unwarp, screenshots, openHome, chooseTemplate, picturesShown } from './support.mjs';
 
 test('tutorial: focus texts step by step, the note, and the way back', async (t) => {
   const home = makeHome();
@@ -38,6 +38,7 @@ test('tutorial: focus texts step by step, the note, and the way back', async (t)
   await focusSays('Tap Next to choose a template', 'nextButton');
   await page.getByRole('button', { name: 'Next' }).click();
   await focusSays('Choose a template for the selection', 'templateList');
+  await picturesShown(page, '.templates .template-row img.picture');
   await screenshots(page, 'tutorial-templates');
   await chooseTemplate(page);
   await focusSays('Tap Start to resize the selection', 'startButton');

@@ -102,3 +102,45 @@ test('walk: the settings over home, and a file from outside presented until let 
   assert.deepEqual(await page.locator('.summary-list .name').allTextContents(), ['b-blue.jpg']);
   assert.deepEqual(problems, []);
 });
+
+// The settings open over the summary and close back to it: the adjust session left under them
+// is the one shown again (its adjusted item still marked, the panel on the same item), not a
+// fresh one, and its preview is drawn again.
+test('walk: the settings over the summary keep its adjust session', async (t) => {
+  const home = makeHome();
+  t.after(home.cleanup);
+  const media = makeMedia(path.join(home.root, 'media'));
+  unwarp(home.root, ['library', 'add', '--album', 'Trip', media.red, media.blue]);
+  const { page, problems } = await openHome(t, home);
+
+  await walkToTemplate(page, { album: 'Trip (2)', last: 1 });
+  await page.locator('.summary').waitFor();
+  await page.locator('.summary-list .item').nth(1).click();
+  await page.locator('.adjust').getByRole('button', { name: 'Rotate', exact: true }).click();
+  const badge = page.locator('.summary-list li').nth(1).getByText('adjusted');
+  await badge.waitFor();
+  const loaded = () => page.waitForFunction(() => {
+    const img = document.querySelector('.frame img');
+    return img?.complete && img.naturalWidth > 0 && [...document.querySelectorAll('.summary-list img')].every((i) => i.complete && i.naturalWidth > 0);
+  });
+  await loaded();
+  await screenshotsWithPhone(page, 'walk-summary-settings-button');
+
+  await page.locator('.summary header').getByRole('button', { name: 'Settings', exact: true }).click();
+  await page.getByRole('heading', { name: 'Photo DPI' }).waitFor();
+  assert.equal(await walkKinds(page), 'home summary +settings');
+  const before = await page.locator('.frame img').count();
+  assert.equal(before, 0, 'the settings screen replaces the summary in the page');
+  await page.getByRole('button', { name: '‹ Back' }).click();
+  await page.locator('.summary .frame img').waitFor();
+  assert.equal(await walkKinds(page), 'home summary');
+  await badge.waitFor();
+  assert.equal(await page.locator('.summary-list li').nth(0).getByText('adjusted').count(), 0);
+  assert.equal(await page.locator('.summary-list .item[aria-current=true] .name').textContent(), 'b-blue.jpg');
+  await loaded();
+  assert.match(await page.locator('.frame img').getAttribute('src'), /[?&]at=\d+/, 'the preview is asked for again');
+  // Undo still has the rotation to take back: the session is the one the settings were opened over.
+  await page.locator('.adjust').getByRole('button', { name: 'Undo', exact: true }).click();
+  await badge.waitFor({ state: 'detached' });
+  assert.deepEqual(problems, []);
+});

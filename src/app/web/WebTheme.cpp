@@ -1,7 +1,8 @@
 // /theme.css: the interface's colours as CSS custom properties, light by default and dark
 // when the browser prefers it, both from the program's own theme table, so the pages and the
 // rest of the program never disagree on a colour. The colorThemeType setting (1 light, 2
-// dark) overrides the browser's preference.
+// dark) overrides the browser's preference; the color-scheme it sets lets the page's own
+// light-dark() colours follow the same choice.
 #include <cmath>
 #include <cstdio>
 
@@ -36,7 +37,8 @@ std::string properties(const VRTheme& theme) {
 std::string themeStyleSheet(std::int64_t colorThemeType) {
     const auto light = VRTheme::_createThemeWithName(VRTheme::VRThemeNameLight);
     const auto dark = VRTheme::_createThemeWithName(VRTheme::VRThemeNameDark);
-    if (colorThemeType == 1) return ":root {\n" + properties(*light) + "}\n";
+    if (colorThemeType == 1)
+        return ":root {\n  color-scheme: light;\n" + properties(*light) + "}\n";
     if (colorThemeType == 2) return ":root {\n  color-scheme: dark;\n" + properties(*dark) + "}\n";
     return ":root {\n  color-scheme: light dark;\n" + properties(*light) +
            "}\n@media (prefers-color-scheme: dark) {\n:root {\n" + properties(*dark) + "}\n}\n";

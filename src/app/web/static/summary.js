@@ -38,7 +38,8 @@ export class SummaryScreen {
     const tpl = app.state.template;
     this.element = h('section', { class: 'screen summary' },
       h('header', {}, this.backButton(),
-        h('h1', {}, tpl.title || tpl.identifier)),
+        h('h1', {}, tpl.title || tpl.identifier),
+        h('button', { class: 'settings-button', onclick: () => this.openSettings() }, 'Settings')),
       h('div', { class: 'summary-body' },
         h('p', { class: 'description' }, tpl.descriptionLine || ''),
         this.list, this.panel),
@@ -62,7 +63,26 @@ export class SummaryScreen {
 
   enter() {
     this.drawList();
-    this.opening = this.call('/api/adjust/open', { assets: this.items.map((i) => i.id), template: this.app.state.template.identifier });
+    const back = this.app.state.summarySettings;
+    delete this.app.state.summarySettings;
+    this.opening = back ? this.resume(back) : this.call('/api/adjust/open', { assets: this.items.map((i) => i.id), template: this.app.state.template.identifier });
+  }
+
+  // The settings open over the summary; its adjust session stays open under them, and whether
+  // the panel was open is remembered.
+  openSettings() {
+    this.app.state.summarySettings = { panelOpen: !this.panel.hidden };
+    this.app.show('settings');
+  }
+
+  // Back from the settings the session is the one left, and its items are drawn again, since
+  // the settings may have changed the defaults they are drawn with (a new token in the
+  // preview's address makes the browser ask the server again).
+  async resume(back) {
+    this.redrawn = Date.now();
+    this.panel.hidden = !back.panelOpen;
+    await this.call('/api/adjust');
+    this.panel.querySelector('.frame')?.focus();
   }
 
   picture(item) {
@@ -143,7 +163,7 @@ export class SummaryScreen {
     const ratio = state.frame.width / Math.max(1, state.frame.height);
     const side = Math.min(2048, Math.round(480 * Math.max(1, devicePixelRatio)));
     const img = h('img', {
-      src: `/api/adjust/preview?index=${state.current}&size=${side}&v=${state.revision}`,
+      src: `/api/adjust/preview?index=${state.current}&size=${side}&v=${state.revision}${this.redrawn ? `&at=${this.redrawn}` : ''}`,
       alt: `Preview of ${this.items[state.current]?.name || ''}`, draggable: 'false',
       'data-revision': state.revision,
     });
