@@ -254,7 +254,7 @@ TEST(StreamedPhotoWritingMedia, WhatCannotStreamIsLeftToTheWholeBitmap) {
     run("convert -size 64x48 gradient:red-blue -interlace PNG PNG24:'" + home.path("i.png") + "'");
     const std::string tiff8 = "convert '" + home.path("s8.png") + "' -depth 8 ";
     run(tiff8 + "-colorspace CMYK 'TIFF:" + home.path("cmyk.tif") + "'");
-    run(tiff8 + "-monochrome 'TIFF:" + home.path("bilevel.tif") + "'");
+    run(tiff8 + "-monochrome -depth 1 'TIFF:" + home.path("bilevel.tif") + "'");
     run(tiff8 + "-define tiff:tile-geometry=64x48 -orient bottom-left 'TIFF:" +
         home.path("bottomup.tif") + "'");
     const VRFormat jpeg(VRFormatTypeJPEG, VRFormatMediaTypePhoto, 0.85f);

@@ -275,14 +275,14 @@ bool flipsRowsOnly(TIFF* t) {
            orientation == ORIENTATION_LEFTTOP || orientation == ORIENTATION_RIGHTTOP;
 }
 
-// The layouts the RGBA reader serves that also stream: 8 or 16 bits (or a palette), in the
+// The layouts the RGBA reader serves that also stream: 8 or 16 bits, in the
 // colour models whose rows come out as the whole picture's do. CMYK, other depths and files
 // stored bottom up are left to the whole decode.
 bool streamsAsRgba(TIFF* t, const Layout& l) {
     bool model = l.photometric == PHOTOMETRIC_RGB || l.photometric == PHOTOMETRIC_MINISBLACK ||
                  l.photometric == PHOTOMETRIC_MINISWHITE || l.photometric == PHOTOMETRIC_YCBCR ||
                  l.photometric == PHOTOMETRIC_PALETTE;
-    bool depth = l.bits == 8 || l.bits == 16 || l.photometric == PHOTOMETRIC_PALETTE;
+    bool depth = l.bits == 8 || l.bits == 16;
     char message[1024] = {0};
     return model && depth && flipsRowsOnly(t) && TIFFRGBAImageOK(t, message);
 }
