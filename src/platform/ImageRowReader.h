@@ -27,8 +27,8 @@ class ImageRowReader {
   public:
     // A reader of image 0 at 1/`denominator` of each side (1, or what
     // ImageSource::canDecodeReduced accepts). Null without an error where the format has no
-    // row decoder (only JPEG other than CMYK and PNG without interlacing have one); null with
-    // an error where the header can't be read.
+    // row decoder (JPEG other than CMYK, PNG without interlacing, and TIFF in 8 or 16 bits other
+    // than CMYK have one); null with an error where the header can't be read.
     static std::unique_ptr<ImageRowReader> create(std::shared_ptr<const ImageSource> source,
                                                   std::uint32_t denominator = 1,
                                                   ErrorRef* error = nullptr);

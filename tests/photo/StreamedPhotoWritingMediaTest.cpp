@@ -7,7 +7,9 @@
 
 #include <filesystem>
 #include <fstream>
+#include <initializer_list>
 #include <iterator>
+#include <vector>
 
 #include "photo/ImageFileWriting.h"
 #include "photo/PhotoSupport.h"
@@ -25,6 +27,67 @@ constexpr VRImageArrangementBits kBase =
 std::vector<std::uint8_t> bytesOf(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+// An uncompressed 8-bit RGB TIFF whose directory comes first, so that it still opens when
+// the pixels are cut short; `planar` 2 stores each channel as its own plane.
+std::vector<std::uint8_t> uncompressedTiff(std::uint32_t width, std::uint32_t height,
+                                           std::uint16_t planar) {
+    constexpr std::uint32_t kRowsPerStrip = 16;
+    const std::uint32_t perPlane = (height + kRowsPerStrip - 1) / kRowsPerStrip;
+    const std::uint32_t strips = planar == 2 ? perPlane * 3 : perPlane;
+    const std::uint32_t sampleBytes = planar == 2 ? 1 : 3;
+    std::vector<std::uint8_t> out = {'I', 'I', 42, 0, 8, 0, 0, 0};
+    auto put16 = [&](std::uint32_t v) {
+        out.push_back(std::uint8_t(v));
+        out.push_back(std::uint8_t(v >> 8));
+    };
+    auto put32 = [&](std::uint32_t v) {
+        put16(v & 0xFFFF);
+        put16(v >> 16);
+    };
+    struct Entry {
+        std::uint16_t tag, type;
+        std::uint32_t count, value;
+    };
+    constexpr std::uint16_t kShort = 3, kLong = 4;
+    const std::uint32_t entries = 10;
+    const std::uint32_t arrays = 8 + 2 + entries * 12 + 4;  // after the directory
+    const std::uint32_t offsetsAt = arrays + 8, countsAt = offsetsAt + 4 * strips;
+    const std::uint32_t dataAt = countsAt + 4 * strips;
+    const Entry directory[entries] = {
+        {256, kLong, 1, width},
+        {257, kLong, 1, height},
+        {258, kShort, 3, arrays},
+        {259, kShort, 1, 1},
+        {262, kShort, 1, 2},
+        {273, kLong, strips, offsetsAt},
+        {277, kShort, 1, 3},
+        {278, kLong, 1, kRowsPerStrip},
+        {279, kLong, strips, countsAt},
+        {284, kShort, 1, planar},
+    };
+    put16(entries);
+    for (const auto& e : directory) {
+        put16(e.tag);
+        put16(e.type);
+        put32(e.count);
+        e.type == kShort&& e.count == 1 ? (put16(e.value), put16(0)) : put32(e.value);
+    }
+    put32(0);
+    for (int i = 0; i < 4; ++i) put16(8);  // three samples of 8 bits, and padding
+    std::uint32_t at = dataAt;
+    for (std::uint32_t s = 0; s < strips; ++s) {
+        const std::uint32_t rows = std::min(kRowsPerStrip, height - (s % perPlane) * kRowsPerStrip);
+        put32(at);
+        at += rows * width * sampleBytes;
+    }
+    for (std::uint32_t s = 0; s < strips; ++s) {
+        const std::uint32_t rows = std::min(kRowsPerStrip, height - (s % perPlane) * kRowsPerStrip);
+        put32(rows * width * sampleBytes);
+    }
+    for (std::uint32_t i = 0; i < width * height * 3; ++i) out.push_back(std::uint8_t(i * 7 / 5));
+    return out;
 }
 
 struct Method {
@@ -56,41 +119,79 @@ void makeSources(const TestHome& home) {
 
 }  // namespace
 
+namespace {
+
+// Draws `name` whole and in strips with every method, and expects the same file both ways.
+void expectStripsWriteTheWholeFile(const TestHome& home, const std::string& name,
+                                   std::initializer_list<std::int64_t> orientations,
+                                   const std::vector<VRFormat>& formats) {
+    const platform::PlistDictionary properties{{"DPIWidth", 144.0}, {"DPIHeight", 144.0}};
+    const auto source = decode(home.path(name));
+    ASSERT_TRUE(source) << name;
+    for (const auto& m : kMethods)
+        for (std::int64_t orientation : orientations)
+            for (const auto& format : formats) {
+                SCOPED_TRACE(name + " " + m.name + " orientation " + std::to_string(orientation) +
+                             " to " + format.extension());
+                const std::string whole = home.path("whole." + format.extension());
+                const std::string strips = home.path("strips." + format.extension());
+                auto drawn =
+                    VRRenderCGImage(*source, orientation, platform::kCGInterpolationHigh, m.fill,
+                                    m.bits, 1, 0, CGRect{}, m.target, m.displacement);
+                ASSERT_TRUE(drawn);
+                ASSERT_TRUE(VRWriteImageFile(*drawn, 0, format, whole, properties));
+
+                auto image = VRImage::imageWithData(bytesOf(home.path(name)));
+                ASSERT_TRUE(image);
+                auto streamed = VRStreamedPhoto::make(*image, orientation, m.fill, m.bits, m.target,
+                                                      m.displacement, 1, format);
+                ASSERT_TRUE(streamed);
+                EXPECT_EQ(streamed->pixelSize().width, double(drawn->width()));
+                EXPECT_EQ(streamed->pixelSize().height, double(drawn->height()));
+                platform::ErrorRef error;
+                ASSERT_EQ(streamed->write(strips, properties, nullptr, &error),
+                          VRStreamedPhoto::Outcome::written)
+                    << (error ? error->description() : "");
+                EXPECT_TRUE(bytesOf(whole) == bytesOf(strips)) << "the files differ";
+            }
+}
+
+}  // namespace
+
 TEST(StreamedPhotoWritingMedia, StripsWriteTheFileTheWholeBitmapWrites) {
     TestHome home;
     makeSources(home);
-    const VRFormat formats[] = {VRFormat(VRFormatTypeJPEG, VRFormatMediaTypePhoto, 0.85f),
-                                VRFormat(VRFormatTypePNG, VRFormatMediaTypePhoto, 1.0f)};
-    const platform::PlistDictionary properties{{"DPIWidth", 144.0}, {"DPIHeight", 144.0}};
-    for (const char* name : {"s.jpg", "s8.png", "s16.png"}) {
-        const auto source = decode(home.path(name));
-        ASSERT_TRUE(source) << name;
-        for (const auto& m : kMethods)
-            for (std::int64_t orientation : {0, 4})  // up, and mirrored side to side
-                for (const auto& format : formats) {
-                    SCOPED_TRACE(std::string(name) + " " + m.name + " orientation " +
-                                 std::to_string(orientation) + " to " + format.extension());
-                    const std::string whole = home.path("whole." + format.extension());
-                    const std::string strips = home.path("strips." + format.extension());
-                    auto drawn =
-                        VRRenderCGImage(*source, orientation, platform::kCGInterpolationHigh,
-                                        m.fill, m.bits, 1, 0, CGRect{}, m.target, m.displacement);
-                    ASSERT_TRUE(drawn);
-                    ASSERT_TRUE(VRWriteImageFile(*drawn, 0, format, whole, properties));
+    const std::vector<VRFormat> formats = {
+        VRFormat(VRFormatTypeJPEG, VRFormatMediaTypePhoto, 0.85f),
+        VRFormat(VRFormatTypePNG, VRFormatMediaTypePhoto, 1.0f)};
+    for (const char* name : {"s.jpg", "s8.png", "s16.png"})
+        expectStripsWriteTheWholeFile(home, name, {0, 4}, formats);  // up, mirrored side to side
+}
 
-                    auto image = VRImage::imageWithData(bytesOf(home.path(name)));
-                    ASSERT_TRUE(image);
-                    auto streamed = VRStreamedPhoto::make(*image, orientation, m.fill, m.bits,
-                                                          m.target, m.displacement, 1, format);
-                    ASSERT_TRUE(streamed);
-                    EXPECT_EQ(streamed->pixelSize().width, double(drawn->width()));
-                    EXPECT_EQ(streamed->pixelSize().height, double(drawn->height()));
-                    platform::ErrorRef error;
-                    ASSERT_EQ(streamed->write(strips, properties, nullptr, &error),
-                              VRStreamedPhoto::Outcome::written)
-                        << (error ? error->description() : "");
-                    EXPECT_TRUE(bytesOf(whole) == bytesOf(strips)) << "the files differ";
-                }
+// TIFF rows come as stored for plain strips, and through libtiff's RGBA reader a strip or a
+// row of tiles at a time for the other layouts; each must give the whole decode's pixels.
+TEST(StreamedPhotoWritingMedia, TiffLayoutsInStripsWriteTheFileTheWholeBitmapWrites) {
+    TestHome home;
+    makeSources(home);
+    struct Layout {
+        const char* name;
+        const char* options;
+    } layouts[] = {
+        {"strips8lzw.tif", "-depth 8 -compress LZW"},
+        {"strips16alpha-zip.tif", "-depth 16 -compress Zip"},
+        {"gray16none.tif", "-colorspace Gray -depth 16 -compress None"},
+        {"tiles8none.tif", "-alpha off -depth 8 -compress None -define tiff:tile-geometry=64x48"},
+        {"tiles16alpha-lzw.tif", "-depth 16 -compress LZW -define tiff:tile-geometry=64x48"},
+        {"planar8alpha-zip.tif", "-depth 8 -interlace Plane -compress Zip"},
+        {"ycbcr-jpeg.tif", "-alpha off -compress JPEG -quality 90"},
+        {"palette.tif", "-alpha off -colors 40 -type Palette -compress LZW"},
+    };
+    const std::vector<VRFormat> png = {VRFormat(VRFormatTypePNG, VRFormatMediaTypePhoto, 1.0f)};
+    for (const auto& l : layouts) {
+        // s16.png has a soft alpha; "-alpha off" drops it where the layout has none.
+        run(std::string("convert '") + home.path("s16.png") + "' " + l.options +
+            " 'TIFF:" + home.path(l.name) + "'");
+        expectStripsWriteTheWholeFile(home, l.name, {0, 4}, png);
     }
 }
 
@@ -151,6 +252,11 @@ TEST(StreamedPhotoWritingMedia, WhatCannotStreamIsLeftToTheWholeBitmap) {
     TestHome home;
     makeSources(home);
     run("convert -size 64x48 gradient:red-blue -interlace PNG PNG24:'" + home.path("i.png") + "'");
+    const std::string tiff8 = "convert '" + home.path("s8.png") + "' -depth 8 ";
+    run(tiff8 + "-colorspace CMYK 'TIFF:" + home.path("cmyk.tif") + "'");
+    run(tiff8 + "-monochrome -depth 1 'TIFF:" + home.path("bilevel.tif") + "'");
+    run(tiff8 + "-define tiff:tile-geometry=64x48 -orient bottom-left 'TIFF:" +
+        home.path("bottomup.tif") + "'");
     const VRFormat jpeg(VRFormatTypeJPEG, VRFormatMediaTypePhoto, 0.85f);
     const VRFormat tiff(VRFormatTypeTIFF, VRFormatMediaTypePhoto, 1.0f);
     struct Case {
@@ -159,10 +265,16 @@ TEST(StreamedPhotoWritingMedia, WhatCannotStreamIsLeftToTheWholeBitmap) {
         const VRFormat* format;
         const char* why;
     } cases[] = {
-        {"s.jpg", 1, &jpeg, "upside down"},       {"s.jpg", 2, &jpeg, "a quarter turn"},
-        {"s.jpg", 3, &jpeg, "a quarter turn"},    {"s.jpg", 5, &jpeg, "mirrored upside down"},
-        {"s.jpg", 6, &jpeg, "mirrored, turned"},  {"s8.png", 0, &tiff, "a writer without rows"},
+        {"s.jpg", 1, &jpeg, "upside down"},
+        {"s.jpg", 2, &jpeg, "a quarter turn"},
+        {"s.jpg", 3, &jpeg, "a quarter turn"},
+        {"s.jpg", 5, &jpeg, "mirrored upside down"},
+        {"s.jpg", 6, &jpeg, "mirrored, turned"},
+        {"s8.png", 0, &tiff, "a writer without rows"},
         {"i.png", 0, &jpeg, "an interlaced PNG"},
+        {"cmyk.tif", 0, &jpeg, "a CMYK TIFF"},
+        {"bilevel.tif", 0, &jpeg, "a TIFF of one bit per sample"},
+        {"bottomup.tif", 0, &jpeg, "a tiled TIFF stored bottom up"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(std::string(c.source) + ": " + c.why);
@@ -181,6 +293,11 @@ TEST(StreamedPhotoWritingMedia, DamagedOrCancelledWritesLeaveNoFile) {
     auto bytes = bytesOf(home.path("s.jpg"));
     const VRFormat jpeg(VRFormatTypeJPEG, VRFormatMediaTypePhoto, 0.85f);
     const std::vector<std::uint8_t> cut(bytes.begin(), bytes.begin() + bytes.size() / 2);
+    const auto tiffCut = [](std::uint16_t planar) {
+        auto tiff = uncompressedTiff(300, 400, planar);
+        tiff.resize(tiff.size() * 2 / 3);
+        return tiff;
+    };
     struct Case {
         const char* name;
         std::vector<std::uint8_t> bytes;
@@ -188,6 +305,8 @@ TEST(StreamedPhotoWritingMedia, DamagedOrCancelledWritesLeaveNoFile) {
         VRStreamedPhoto::Outcome outcome;
     } cases[] = {
         {"cut in half", cut, false, VRStreamedPhoto::Outcome::failed},
+        {"tiff cut short", tiffCut(1), false, VRStreamedPhoto::Outcome::failed},
+        {"planar tiff cut short", tiffCut(2), false, VRStreamedPhoto::Outcome::failed},
         {"cancelled", bytes, true, VRStreamedPhoto::Outcome::cancelled},
     };
     for (const auto& c : cases) {

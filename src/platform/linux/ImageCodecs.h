@@ -141,6 +141,9 @@ bool pngEncode(const Bitmap& image, const EncodeOptions& options, std::FILE* fil
 
 bool tiffReadInfo(Bytes data, std::size_t size, ImageInfo& info, std::string& why);
 std::optional<Bitmap> tiffDecode(Bytes data, std::size_t size, std::string& why);
+// Null without a reason for a layout whose whole picture is decoded at once (CMYK, depths
+// other than 8 and 16 bits, files stored bottom up).
+std::unique_ptr<RowDecoder> tiffRowDecoder(Bytes data, std::size_t size, std::string& why);
 bool tiffEncode(const Bitmap& image, const EncodeOptions& options, const std::string& path,
                 std::string& why);
 

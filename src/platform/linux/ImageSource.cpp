@@ -277,6 +277,8 @@ std::unique_ptr<ImageRowReader> ImageRowReader::create(std::shared_ptr<const Ima
             codecs::jpegRowDecoder(self.bytes().data(), self.bytes().size(), denominator, why);
     else if (self.type() == "public.png" && denominator == 1)
         decoder = codecs::pngRowDecoder(self.bytes().data(), self.bytes().size(), why);
+    else if (self.type() == "public.tiff" && denominator == 1)
+        decoder = codecs::tiffRowDecoder(self.bytes().data(), self.bytes().size(), why);
     if (!decoder) {
         if (!why.empty())
             setError(error,

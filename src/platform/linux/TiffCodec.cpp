@@ -132,6 +132,70 @@ bool isDirectLayout(TIFF* t, const Layout& l) {
            l.extraCount <= 1 && !TIFFIsTiled(t) && format == SAMPLEFORMAT_UINT;
 }
 
+// The rows of a direct layout as they are stored, RGB given a fourth sample when it has none.
+class DirectRows {
+  public:
+    DirectRows(TIFF* t, const Layout& l)
+        : _l(l),
+          _gray(l.photometric == PHOTOMETRIC_MINISBLACK),
+          _layout{l.bits, _gray ? 1 : 3,
+                  l.alpha ? (l.associated ? kCGImageAlphaPremultipliedLast : kCGImageAlphaLast)
+                  : l.extraCount ? kCGImageAlphaNoneSkipLast
+                  : _gray        ? kCGImageAlphaNone
+                                 : kCGImageAlphaNoneSkipLast},
+          _scan(static_cast<std::size_t>(TIFFScanlineSize64(t))) {}
+
+    bool valid() const {
+        return _scan >= static_cast<std::size_t>(_l.width) * _l.samples * (_l.bits / 8);
+    }
+    std::size_t scanlineSize() const { return _scan; }
+    std::size_t stride() const {
+        return static_cast<std::size_t>(_l.width) * _layout.bytesPerPixel();
+    }
+    const PixelLayout& layout() const { return _layout; }
+    ColorSpace::Model model() const {
+        return _gray ? ColorSpace::Model::Gray : ColorSpace::Model::RGB;
+    }
+
+    // Row `y` into `out`, through `line` (scanlineSize() bytes).
+    bool read(TIFF* t, std::uint32_t y, std::uint8_t* line, std::uint8_t* out,
+              std::string& why) const {
+        if (TIFFReadScanline(t, line, y, 0) < 0)
+            return why = tiffMessage.empty() ? "damaged strip" : tiffMessage, false;
+        if (static_cast<std::size_t>(_layout.samplesPerPixel()) == _l.samples) {
+            std::memcpy(out, line, stride());
+            return true;
+        }
+        const std::size_t bps = _l.bits / 8;
+        for (std::size_t x = 0; x < _l.width; ++x) {  // RGB without a fourth sample
+            std::memcpy(out + x * 4 * bps, line + x * 3 * bps, 3 * bps);
+            std::memset(out + (x * 4 + 3) * bps, 0xFF, bps);
+        }
+        return true;
+    }
+
+  private:
+    Layout _l;
+    bool _gray;
+    PixelLayout _layout;
+    std::size_t _scan;
+};
+
+// What libtiff's RGBA reader gives: 8-bit RGB with straight alpha or a skipped fourth byte.
+PixelLayout rgbaLayout(const Layout& l) {
+    return {8, 3, l.alpha ? kCGImageAlphaLast : kCGImageAlphaNoneSkipLast};
+}
+
+// The RGBA reader's colour space: a profile for grey or ink no longer fits its RGB.
+ColorSpace rgbaColorSpace(const Layout& l, std::vector<std::uint8_t> icc) {
+    bool keepProfile = l.photometric != PHOTOMETRIC_SEPARATED &&
+                       l.photometric != PHOTOMETRIC_MINISBLACK &&
+                       l.photometric != PHOTOMETRIC_MINISWHITE;
+    if (!keepProfile) icc.clear();
+    dropUnusableProfile(icc, ColorSpace::Model::RGB);
+    return ColorSpace(ColorSpace::Model::RGB, std::move(icc));
+}
+
 }  // namespace
 
 bool tiffSniff(Bytes data, std::size_t size) {
@@ -174,37 +238,17 @@ std::optional<Bitmap> tiffDecode(Bytes data, std::size_t size, std::string& why)
     if (l.width == 0 || l.height == 0) return why = "no image in the file", std::nullopt;
     std::vector<std::uint8_t> icc = readIcc(t.get());
     if (isDirectLayout(t.get(), l)) {
-        bool gray = l.photometric == PHOTOMETRIC_MINISBLACK;
-        PixelLayout layout{l.bits, gray ? 1 : 3,
-                           l.alpha
-                               ? (l.associated ? kCGImageAlphaPremultipliedLast : kCGImageAlphaLast)
-                           : l.extraCount ? kCGImageAlphaNoneSkipLast
-                           : gray         ? kCGImageAlphaNone
-                                          : kCGImageAlphaNoneSkipLast};
-        std::size_t stride = static_cast<std::size_t>(l.width) * layout.bytesPerPixel();
-        std::size_t scan = static_cast<std::size_t>(TIFFScanlineSize64(t.get()));
-        std::size_t fileSamples = static_cast<std::size_t>(l.width) * l.samples;
-        if (scan < fileSamples * (l.bits / 8)) return why = "bad scanline size", std::nullopt;
+        const DirectRows direct(t.get(), l);
+        if (!direct.valid()) return why = "bad scanline size", std::nullopt;
+        const std::size_t stride = direct.stride();
         std::vector<std::uint8_t> pixels(stride * l.height);
-        std::vector<std::uint8_t> line(scan);
-        int bps = l.bits / 8;
-        for (std::uint32_t y = 0; y < l.height; ++y) {
-            if (TIFFReadScanline(t.get(), line.data(), y, 0) < 0)
-                return why = tiffMessage.empty() ? "damaged strip" : tiffMessage, std::nullopt;
-            std::uint8_t* out = pixels.data() + stride * y;
-            if (layout.samplesPerPixel() == l.samples) {
-                std::memcpy(out, line.data(), stride);
-            } else {  // RGB without a fourth sample: add the skip sample
-                for (std::uint32_t x = 0; x < l.width; ++x) {
-                    std::memcpy(out + x * 4 * bps, line.data() + x * 3 * bps, 3 * bps);
-                    std::memset(out + (x * 4 + 3) * bps, 0xFF, bps);
-                }
-            }
-        }
-        if (l.photometric == PHOTOMETRIC_SEPARATED) icc.clear();
-        const auto model = gray ? ColorSpace::Model::Gray : ColorSpace::Model::RGB;
+        std::vector<std::uint8_t> line(direct.scanlineSize());
+        for (std::uint32_t y = 0; y < l.height; ++y)
+            if (!direct.read(t.get(), y, line.data(), pixels.data() + stride * y, why))
+                return std::nullopt;
+        const auto model = direct.model();
         dropUnusableProfile(icc, model);
-        return Bitmap(l.width, l.height, layout, ColorSpace(model, std::move(icc)),
+        return Bitmap(l.width, l.height, direct.layout(), ColorSpace(model, std::move(icc)),
                       std::move(pixels), stride);
     }
     // libtiff's general reader: every photometric and tiling, 8-bit RGBA with straight alpha.
@@ -216,14 +260,130 @@ std::optional<Bitmap> tiffDecode(Bytes data, std::size_t size, std::string& why)
                                    reinterpret_cast<std::uint32_t*>(pixels.data()),
                                    ORIENTATION_TOPLEFT, 0))
         return why = tiffMessage.empty() ? "damaged image data" : tiffMessage, std::nullopt;
-    PixelLayout layout{8, 3, l.alpha ? kCGImageAlphaLast : kCGImageAlphaNoneSkipLast};
-    bool keepProfile = l.photometric != PHOTOMETRIC_SEPARATED &&
-                       l.photometric != PHOTOMETRIC_MINISBLACK &&
-                       l.photometric != PHOTOMETRIC_MINISWHITE;
-    if (!keepProfile) icc.clear();
-    dropUnusableProfile(icc, ColorSpace::Model::RGB);
-    return Bitmap(l.width, l.height, layout, ColorSpace(ColorSpace::Model::RGB, std::move(icc)),
+    return Bitmap(l.width, l.height, rgbaLayout(l), rgbaColorSpace(l, std::move(icc)),
                   std::move(pixels));
+}
+
+namespace {
+
+// Whether libtiff's RGBA reader, asked for rows top first, turns rows of this file in place:
+// a file stored bottom up is turned over as a whole, which no band can do alone.
+bool flipsRowsOnly(TIFF* t) {
+    std::uint16_t orientation = ORIENTATION_TOPLEFT;
+    TIFFGetFieldDefaulted(t, TIFFTAG_ORIENTATION, &orientation);
+    return orientation == ORIENTATION_TOPLEFT || orientation == ORIENTATION_TOPRIGHT ||
+           orientation == ORIENTATION_LEFTTOP || orientation == ORIENTATION_RIGHTTOP;
+}
+
+// The layouts the RGBA reader serves that also stream: 8 or 16 bits, in the
+// colour models whose rows come out as the whole picture's do. CMYK, other depths and files
+// stored bottom up are left to the whole decode.
+bool streamsAsRgba(TIFF* t, const Layout& l) {
+    bool model = l.photometric == PHOTOMETRIC_RGB || l.photometric == PHOTOMETRIC_MINISBLACK ||
+                 l.photometric == PHOTOMETRIC_MINISWHITE || l.photometric == PHOTOMETRIC_YCBCR ||
+                 l.photometric == PHOTOMETRIC_PALETTE;
+    bool depth = l.bits == 8 || l.bits == 16;
+    char message[1024] = {0};
+    return model && depth && flipsRowsOnly(t) && TIFFRGBAImageOK(t, message);
+}
+
+class TiffRowDecoder final : public RowDecoder {
+  public:
+    ~TiffRowDecoder() override {
+        if (_rgbaOpen) TIFFRGBAImageEnd(&_rgba);
+    }
+
+    const Bitmap& shape() const override { return _shape; }
+
+    bool readRow(std::uint8_t* out, std::string& why) override {
+        const std::uint32_t height = _l.height;
+        if (_next >= height) return why = "no more rows", false;
+        tiffMessage.clear();
+        if (_direct) {
+            if (!_direct->read(_t.get(), _next, _line.data(), out, why)) return false;
+        } else {
+            if (_next >= _bandFirst + _bandCount && !readBand(why)) return false;
+            std::memcpy(out, _band.data() + std::size_t(_next - _bandFirst) * _shape.bytesPerRow(),
+                        _shape.bytesPerRow());
+        }
+        ++_next;
+        return true;
+    }
+
+    // False with `why` empty for a file whose layout has no row decoder.
+    bool open(Bytes data, std::size_t size, std::string& why) {
+        _m = Memory{data, size};
+        _t = openMemory(_m, why);
+        if (!_t) return false;
+        TIFF* t = _t.get();
+        _l = readLayout(t);
+        if (_l.width == 0 || _l.height == 0) return why = "no image in the file", false;
+        std::vector<std::uint8_t> icc = readIcc(t);
+        if (isDirectLayout(t, _l)) {
+            _direct.emplace(t, _l);
+            if (!_direct->valid()) return why = "bad scanline size", false;
+            _line.resize(_direct->scanlineSize());
+            const auto model = _direct->model();
+            dropUnusableProfile(icc, model);
+            _shape = Bitmap::strip(_l.width, _l.height, _direct->layout(),
+                                   std::make_shared<const ColorSpace>(model, std::move(icc)), 0, 0,
+                                   nullptr, _direct->stride());
+            return true;
+        }
+        if (!streamsAsRgba(t, _l)) return false;
+        char message[1024] = {0};
+        if (!TIFFRGBAImageBegin(&_rgba, t, 1, message))
+            return why = std::string("unsupported layout: ") + message, false;
+        _rgbaOpen = true;
+        _rgba.req_orientation = ORIENTATION_TOPLEFT;
+        // A band is a whole strip or row of tiles, so that each is decoded once.
+        std::uint32_t rows = 0;
+        if (TIFFIsTiled(t))
+            TIFFGetField(t, TIFFTAG_TILELENGTH, &rows);
+        else
+            TIFFGetFieldDefaulted(t, TIFFTAG_ROWSPERSTRIP, &rows);
+        _bandRows = std::clamp<std::uint32_t>(rows, 1, _l.height);
+        _shape =
+            Bitmap::strip(_l.width, _l.height, rgbaLayout(_l),
+                          std::make_shared<const ColorSpace>(rgbaColorSpace(_l, std::move(icc))), 0,
+                          0, nullptr, std::size_t(_l.width) * 4);
+        return true;
+    }
+
+  private:
+    bool readBand(std::string& why) {
+        _bandFirst = _next;
+        _bandCount = std::min(_bandRows, _l.height - _next);
+        _band.resize(std::size_t(_bandCount) * _shape.bytesPerRow());
+        _rgba.row_offset = static_cast<int>(_bandFirst);
+        _rgba.col_offset = 0;
+        if (!TIFFRGBAImageGet(&_rgba, reinterpret_cast<std::uint32_t*>(_band.data()), _l.width,
+                              _bandCount)) {
+            _bandCount = 0;
+            return why = tiffMessage.empty() ? "damaged image data" : tiffMessage, false;
+        }
+        return true;
+    }
+
+    Memory _m{nullptr, 0};
+    TiffPtr _t;
+    Layout _l;
+    Bitmap _shape;
+    std::optional<DirectRows> _direct;
+    std::vector<std::uint8_t> _line;
+    TIFFRGBAImage _rgba{};
+    bool _rgbaOpen = false;
+    std::vector<std::uint8_t> _band;
+    std::uint32_t _bandRows = 0, _bandFirst = 0, _bandCount = 0;
+    std::uint32_t _next = 0;
+};
+
+}  // namespace
+
+std::unique_ptr<RowDecoder> tiffRowDecoder(Bytes data, std::size_t size, std::string& why) {
+    auto decoder = std::make_unique<TiffRowDecoder>();
+    if (!decoder->open(data, size, why)) return nullptr;
+    return decoder;
 }
 
 bool tiffEncode(const Bitmap& image, const EncodeOptions& options, const std::string& path,
