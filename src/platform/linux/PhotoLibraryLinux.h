@@ -2,6 +2,7 @@
 // catalogue, with each folder directly under the root an album.
 #pragma once
 
+#include <functional>
 #include <mutex>
 
 #include "platform/PhotoLibrary.h"
@@ -29,6 +30,10 @@ class FolderPhotoLibrary final : public PhotoLibrary {
     std::optional<Bitmap> requestThumbnail(const std::string& localIdentifier,
                                            std::uint32_t maxSide, ErrorRef* error) override;
 
+    // Runs in rescan() between the walk of the root and the catalogue's write lock, where
+    // another writer's changes can slip in; tests make one there.
+    void setAfterWalkForTesting(std::function<void()> hook) { _afterWalk = std::move(hook); }
+
   private:
     // Inside a transaction (PhotoLibraryScan.cpp).
     ErrorRef _rescanLocked(const Walk& walk, FactsCache& cache);
@@ -42,6 +47,7 @@ class FolderPhotoLibrary final : public PhotoLibrary {
     PhotoLibraryLocations _locations;
     std::mutex _mutex;  // one connection: one user at a time
     std::unique_ptr<Catalog> _catalog;
+    std::function<void()> _afterWalk;
 };
 
 // Album titles that can be folder names: not empty, no "/", no NUL, not starting with ".".

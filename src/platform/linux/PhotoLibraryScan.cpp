@@ -23,6 +23,11 @@ std::int64_t mtimeNs(const struct stat& st) {
     return std::int64_t(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec;
 }
 
+// Folders whose names start with "." are hidden, as are files.
+bool isAlbumFolder(const dirent& entry, const struct stat& st) {
+    return entry.d_name[0] != '.' && S_ISDIR(st.st_mode);
+}
+
 void walkFolder(int dirFd, const std::string& path, const std::string& album, int depth,
                 Walk& walk) {
     DIR* dir = fdopendir(dirFd);
@@ -36,7 +41,7 @@ void walkFolder(int dirFd, const std::string& path, const std::string& album, in
         if (fstatat(dirfd(dir), entry->d_name, &st, AT_SYMLINK_NOFOLLOW) != 0) continue;
         std::string child = path + "/" + entry->d_name;
         if (S_ISDIR(st.st_mode)) {
-            if (depth == 0) walk.albums.push_back(entry->d_name);
+            if (depth == 0 && isAlbumFolder(*entry, st)) walk.albums.push_back(entry->d_name);
             // Deep trees are cut off rather than followed into an endless chain.
             int fd = depth < 32
                          ? openat(dirfd(dir), entry->d_name, O_RDONLY | O_DIRECTORY | O_CLOEXEC)
@@ -123,6 +128,20 @@ Walk walkRoot(const std::string& root) {
     return walk;
 }
 
+bool listAlbumFolders(const std::string& root, std::set<std::string>& albums) {
+    DIR* dir = opendir(root.c_str());
+    if (!dir) return false;
+    while (dirent* entry = readdir(dir)) {
+        struct stat st {};
+        if (entry->d_name[0] == '.' ||
+            fstatat(dirfd(dir), entry->d_name, &st, AT_SYMLINK_NOFOLLOW) != 0)
+            continue;
+        if (isAlbumFolder(*entry, st)) albums.insert(entry->d_name);
+    }
+    closedir(dir);
+    return true;
+}
+
 namespace {
 
 // Drawn from the system's entropy on every call: processes forked from one parent share any
@@ -170,6 +189,7 @@ ErrorRef FolderPhotoLibrary::rescan() {
     Walk walk = walkRoot(_locations.root);
     // A root that is missing or unmounted must not empty the catalogue and lose identifiers.
     if (!walk.rootOpened) return nullptr;
+    if (_afterWalk) _afterWalk();
     // The slow part, reading new and changed files, happens before the write lock, so that
     // other processes wait only for the catalogue's own writes.
     FactsCache cache;
@@ -263,7 +283,9 @@ ErrorRef FolderPhotoLibrary::_rescanLocked(const Walk& walk, FactsCache& cache) 
                 continue;
             }
         }
-        fresh.push_back(&s);
+        // A new file deleted since the walk is not catalogued, for the next rescan to drop.
+        struct stat st {};
+        if (lstat(s.path.c_str(), &st) == 0) fresh.push_back(&s);
     }
     for (const auto& path : removed) {
         touched.insert(rows.at(path).asset);
@@ -311,8 +333,12 @@ ErrorRef FolderPhotoLibrary::_rescanLocked(const Walk& walk, FactsCache& cache) 
     for (const auto& id : touched)
         if (auto e = settleAsset(catalog, id)) return e;
 
+    // Listed again under the lock, as files are checked again above: an album another writer
+    // made after the walk is kept, and a folder removed since is not added. One level of the
+    // root is cheap to read twice.
+    std::set<std::string> folders;
+    if (!listAlbumFolders(_locations.root, folders)) return nullptr;
     auto albums = catalog.albums();
-    std::set<std::string> folders(walk.albums.begin(), walk.albums.end());
     for (const auto& title : folders)
         if (!albums.count(title))
             if (auto e = catalog.putAlbum(newAlbumIdentifier(), title)) return e;

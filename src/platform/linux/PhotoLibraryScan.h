@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <set>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -28,6 +29,9 @@ struct Walk {
 
 // Every photo and movie under the root, without following symbolic links.
 Walk walkRoot(const std::string& root);
+
+// The album folders directly under the root as they are now; false when the root can't be read.
+bool listAlbumFolders(const std::string& root, std::set<std::string>& albums);
 
 // Facts by path, read for the files that look new or changed.
 using FactsCache = std::unordered_map<std::string, FileFacts>;
