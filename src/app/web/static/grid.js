@@ -136,7 +136,6 @@ export class UwGrid extends HTMLElement {
   }
 
   scrolled() {
-    this.hasScrolled = true;
     if (this.frameAsked) return;
     this.frameAsked = true;
     requestAnimationFrame(() => {
@@ -222,19 +221,6 @@ export class UwGrid extends HTMLElement {
     const url = cell.wanted;
     cell.asked = true;
     if (cell.img.getAttribute('src') === url) return;
-    // Until the grid first scrolls its cells start empty and no row moves under the pictures,
-    // so they go straight in: the first screen shows them without waiting on a decode first.
-    // A picture the server could not give leaves the cell its colour, as below.
-    if (!this.hasScrolled) {
-      cell.img.onerror = () => {
-        if (cell.img.getAttribute('src') !== url) return;
-        cell.img.removeAttribute('src');
-        cell.img.alt = '';
-      };
-      cell.img.src = url;
-      cell.img.alt = cell.title || '';
-      return;
-    }
     const probe = new Image();
     probe.decoding = 'async';
     probe.src = url;
