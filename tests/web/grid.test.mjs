@@ -43,7 +43,12 @@ test('grid: a large album scrolls to its end and picks by click, shift-click and
 
   // A first pick at the top, then a jump to the end past pages never shown.
   await page.locator('uw-grid .cell[data-index="2"]').click();
-  await grid.evaluate((g) => { g.scrollTop = g.scrollHeight; });
+  // The jump lands only once the grid is as tall as the album: its first cells may show before.
+  await page.waitForFunction(() => {
+    const g = document.querySelector('uw-grid');
+    g.scrollTop = g.scrollHeight;
+    return g.scrollTop > 0;
+  });
   const last = page.locator(`uw-grid .cell[data-index="${COUNT - 1}"] img`);
   await last.waitFor();
   await page.waitForFunction((n) => {
