@@ -202,18 +202,7 @@ void VRResultController::_didCompleteAsset(std::uint64_t run, const VRAssetRef& 
         _showErrorWithTitle(words.title, words.message, info);
         _services.updateReteInfoWithError();
     } else if (result) {
-        ++_reloadCount;
-        std::size_t index = _picker.processingIndex();
-        std::weak_ptr<int> alive = _alive;
-        _picker.commitProcessingAsset(result, [this, alive, index, result] {
-            if (alive.expired()) {
-                return;
-            }
-            if (_events.committed) {
-                _events.committed(index, result);
-            }
-            _commitProcessingPedningAsset();
-        });
+        _commitResultAt(_picker.processingIndex(), result);
         return;
     }
     if (!_picker.processingAsset()) {
@@ -250,9 +239,14 @@ void VRResultController::_didCompleteCancelledAsset(const VRAssetRef& source,
     if (index != _picker.processingIndex()) {
         return;
     }
+    _picker.beginProcessing();
+    _commitResultAt(index, result);
+}
+
+// Stores the result of the asset in work at `index`, tells who listens, and goes on.
+void VRResultController::_commitResultAt(std::size_t index, const VRAssetRef& result) {
     ++_reloadCount;
     std::weak_ptr<int> alive = _alive;
-    _picker.beginProcessing();
     _picker.commitProcessingAsset(result, [this, alive, index, result] {
         if (alive.expired()) {
             return;

@@ -162,6 +162,7 @@ class VRResultController {
     // done once, wherever the list has it by now (at the cursor, or listed from the store by
     // a return from the background), and a pass started again for it stops.
     void _didCompleteCancelledAsset(const VRAssetRef& source, const VRAssetRef& result);
+    void _commitResultAt(std::size_t index, const VRAssetRef& result);
     void _dropDoneAssetAt(std::size_t index);
     void _handleLimitError(const VRError& error);
     void _commitProcessingPedningAsset();
