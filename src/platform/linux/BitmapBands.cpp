@@ -16,6 +16,7 @@
 #include <thread>
 
 #include "platform/linux/BitmapPixels.h"
+#include "platform/linux/ZimgGraphs.h"
 
 namespace platform::bitmap_pixels {
 namespace {
@@ -75,16 +76,6 @@ void joinPixels(const std::uint8_t* r, const std::uint8_t* g, const std::uint8_t
         p[c0 == 0 ? 3 : 0] = 255;
         p[c0] = r[i], p[c0 + 1] = g[i], p[c0 + 2] = b[i];
     }
-}
-
-struct AlignedFree {
-    void operator()(void* p) const { std::free(p); }
-};
-using AlignedBuffer = std::unique_ptr<std::uint8_t, AlignedFree>;
-
-AlignedBuffer alignedAlloc(std::size_t size) {
-    size = (size + 63) / 64 * 64;
-    return AlignedBuffer(static_cast<std::uint8_t*>(std::aligned_alloc(64, size ? size : 64)));
 }
 
 inline std::uint16_t load16(const std::uint8_t* px) {
@@ -344,115 +335,6 @@ zimg_resample_filter_e filterFor(CGInterpolationQuality quality, double& a, doub
             a = 0, b = 0.5;  // Catmull-Rom
             return ZIMG_RESIZE_BICUBIC;
     }
-}
-
-// A zimg graph with the sizes of the buffers that running it takes, and buffers that earlier
-// runs gave back.
-struct Graph {
-    std::unique_ptr<zimg_filter_graph, void (*)(zimg_filter_graph*)> graph{nullptr,
-                                                                           zimg_filter_graph_free};
-    std::size_t tmpSize = 0, inStride = 0, outStride = 0, inLines = 0, outLines = 0;
-    unsigned inMask = 0, outMask = 0;
-
-    struct Buffers {
-        AlignedBuffer tmp, in, out;
-    };
-    Buffers take() const {
-        {
-            std::lock_guard lock(mutex);
-            if (!spare.empty()) {
-                Buffers b = std::move(spare.back());
-                spare.pop_back();
-                return b;
-            }
-        }
-        return {alignedAlloc(tmpSize), alignedAlloc(inStride * inLines * 4),
-                alignedAlloc(outStride * outLines * 4)};
-    }
-    void giveBack(Buffers b) const {
-        std::lock_guard lock(mutex);
-        spare.push_back(std::move(b));
-    }
-
-  private:
-    mutable std::mutex mutex;
-    mutable std::vector<Buffers> spare;
-};
-
-// Everything a graph is built from.
-struct GraphKey {
-    unsigned srcWidth, srcHeight, dstWidth, dstHeight;
-    int srcType, dstType, planes;
-    bool alpha;
-    double left, top, width, height;
-    int filter;
-    double a, b;
-    bool operator==(const GraphKey& o) const {
-        auto same = [](double x, double y) { return x == y || (std::isnan(x) && std::isnan(y)); };
-        return srcWidth == o.srcWidth && srcHeight == o.srcHeight && dstWidth == o.dstWidth &&
-               dstHeight == o.dstHeight && srcType == o.srcType && dstType == o.dstType &&
-               planes == o.planes && alpha == o.alpha && left == o.left && top == o.top &&
-               width == o.width && height == o.height && filter == o.filter && same(a, o.a) &&
-               same(b, o.b);
-    }
-};
-
-}  // namespace
-
-class ResizeGraphs {
-  public:
-    std::shared_ptr<const Graph> find(const GraphKey& key) {
-        std::lock_guard lock(_mutex);
-        for (std::size_t i = 0; i < _kept.size(); ++i)
-            if (_kept[i].first == key) {
-                // The most recent first: a miss evicts the least recently used.
-                std::rotate(_kept.begin(), _kept.begin() + static_cast<std::ptrdiff_t>(i),
-                            _kept.begin() + static_cast<std::ptrdiff_t>(i) + 1);
-                return _kept.front().second;
-            }
-        return nullptr;
-    }
-    void keep(const GraphKey& key, std::shared_ptr<const Graph> graph) {
-        std::lock_guard lock(_mutex);
-        _kept.insert(_kept.begin(), {key, std::move(graph)});
-        // Bands above, inside and below the picture, each at a few phases, and no more.
-        constexpr std::size_t kKept = 8;
-        if (_kept.size() > kKept) _kept.resize(kKept);
-    }
-
-  private:
-    std::mutex _mutex;
-    std::vector<std::pair<GraphKey, std::shared_ptr<const Graph>>> _kept;
-};
-
-std::shared_ptr<ResizeGraphs> makeResizeGraphs() {
-    return std::make_shared<ResizeGraphs>();
-}
-
-namespace {
-
-std::shared_ptr<const Graph> buildGraph(const zimg_image_format& src, const zimg_image_format& dst,
-                                        const zimg_graph_builder_params& params, bool byteInput,
-                                        bool byteOutput, std::string& why) {
-    auto g = std::make_shared<Graph>();
-    g->graph.reset(zimg_filter_graph_build(&src, &dst, &params));
-    if (!g->graph) {
-        char message[256] = {0};
-        zimg_get_last_error(message, sizeof message);
-        why = message;
-        return nullptr;
-    }
-    unsigned inRows = 0, outRows = 0;
-    zimg_filter_graph_get_tmp_size(g->graph.get(), &g->tmpSize);
-    zimg_filter_graph_get_input_buffering(g->graph.get(), &inRows);
-    zimg_filter_graph_get_output_buffering(g->graph.get(), &outRows);
-    g->inMask = zimg_select_buffer_mask(inRows);
-    g->outMask = zimg_select_buffer_mask(outRows);
-    g->inLines = g->inMask == ZIMG_BUFFER_MAX ? src.height : g->inMask + 1;
-    g->outLines = g->outMask == ZIMG_BUFFER_MAX ? dst.height : g->outMask + 1;
-    g->inStride = (src.width * (byteInput ? 1 : 2) + 63) / 64 * 64;
-    g->outStride = (dst.width * (byteOutput ? 1 : 2) + 63) / 64 * 64;
-    return g;
 }
 
 bool Band::run(std::string& why) noexcept try {
