@@ -136,3 +136,50 @@ TEST(PhotoLibraryRace, AlbumOfAnotherProcessSurvivesARescan) {
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "child status " << status;
     EXPECT_EQ(albumTitles(*library), (std::vector<std::string>{"DCIM", "Uwrp photos"}));
 }
+
+// A file manager may take the name a save found free before the save places its file there:
+// the save moves on to the next name, and the other file stays as it was.
+TEST(PhotoLibraryRace, NameTakenBeforeThePlaceMovesToTheNextName) {
+    struct Case {
+        const char* name;
+        bool addExisting;  // add the library's photo to the album, else save a new photo there
+    };
+    for (const Case& c : {Case{"new photo saved into an album", false},
+                          Case{"library photo added to an album", true}}) {
+        SCOPED_TRACE(c.name);
+        TestHome home;
+        makeJpeg(home.path("Pictures/DCIM/orig.jpg"), 32, 32);
+        makeJpeg(home.path("src/orig.jpg"), 16, 16);
+        fs::create_directories(home.path("Pictures/Saved"));
+        auto library = openLibrary(home);
+        ASSERT_TRUE(library);
+        auto assets = library->fetchAssetsWithOptions({});
+        ASSERT_EQ(assets.count(), 1u);
+        std::vector<std::string> targets;
+        folderLibrary(*library).setBeforePlaceForTesting([&](const std::string& target) {
+            if (targets.empty()) {
+                std::FILE* f = std::fopen(target.c_str(), "wb");
+                ASSERT_TRUE(f);
+                std::fputs("theirs", f);
+                std::fclose(f);
+            }
+            targets.push_back(target);
+        });
+        PHChangeRequest request{"Saved", {}, {}};
+        if (c.addExisting)
+            request.addAssetLocalIdentifiers = {assets.objectAtIndex(0)->localIdentifier};
+        else
+            request.resources = {{PHAssetResourceTypePhoto, home.path("src/orig.jpg"), ""}};
+        auto result = library->performChangesAndWait(request);
+        folderLibrary(*library).setBeforePlaceForTesting(nullptr);
+        ASSERT_FALSE(result.error) << result.error->description();
+        EXPECT_EQ(targets, (std::vector<std::string>{home.path("Pictures/Saved/orig.jpg"),
+                                                     home.path("Pictures/Saved/orig 2.jpg")}));
+        EXPECT_EQ(fs::file_size(home.path("Pictures/Saved/orig.jpg")), 6u);
+        EXPECT_GT(fs::file_size(home.path("Pictures/Saved/orig 2.jpg")), 100u);
+        // The saved photo is the album's one member; the other file is left to a rescan.
+        auto album = library->albumWithTitle("Saved");
+        ASSERT_TRUE(album);
+        EXPECT_EQ(library->fetchAssetsInAssetCollection(album->localIdentifier, {}).count(), 1u);
+    }
+}

@@ -101,6 +101,35 @@ ErrorRef placeFile(const std::string& source, const std::string& target, bool ha
     return copyThroughTemporary(source, target);
 }
 
+// The catalogue's lock keeps other libraries out, but not a file manager or a copy in a
+// shell: a name that was free when looked at may be taken by the time the file is placed, and
+// then the next number is tried rather than failing the save.
+ErrorRef FolderPhotoLibrary::_placeUnderFreeName(const std::string& folder, const std::string& stem,
+                                                 const std::vector<std::string>& sources,
+                                                 const std::vector<std::string>& extensions,
+                                                 bool link, std::vector<std::string>& written) {
+    for (int number = 1;;) {
+        const std::string chosen = freeStem(folder, stem, extensions, number);
+        std::vector<std::string> placed;
+        ErrorRef failure;
+        for (std::size_t i = 0; i < sources.size() && !failure; ++i) {
+            std::string target = folder + "/" + chosen + extensions[i];
+            if (_beforePlace) _beforePlace(target);
+            failure = placeFile(sources[i], target, link);
+            if (!failure) placed.push_back(target);
+        }
+        if (!failure) {
+            written.insert(written.end(), placed.begin(), placed.end());
+            return nullptr;
+        }
+        removeAll(placed);
+        if (failure->code() != EEXIST) return failure;
+        const std::string suffix =
+            chosen.size() > stem.size() ? chosen.substr(stem.size() + 1) : "1";
+        number = std::stoi(suffix) + 1;
+    }
+}
+
 ErrorRef FolderPhotoLibrary::_createAlbumLocked(const std::string& title, std::string& albumId) {
     if (!isValidAlbumTitle(title))
         return changeError(PHPhotosErrorInvalidResource,
@@ -147,25 +176,9 @@ ErrorRef FolderPhotoLibrary::_createAssetLocked(const PHChangeRequest& request,
         splitName(baseName(resources[0].originalFilename.empty() ? resources[0].fileURL
                                                                  : resources[0].originalFilename))
             .first;
-    // Another process may take a free name between the look and the write: then try further.
-    for (int number = 1;;) {
-        std::string chosen = freeStem(folder, stem, extensions, number);
-        std::vector<std::string> placed;
-        ErrorRef failure;
-        for (std::size_t i = 0; i < resources.size() && !failure; ++i) {
-            std::string target = folder + "/" + chosen + extensions[i];
-            failure = placeFile(resources[i].fileURL, target, false);
-            if (!failure) placed.push_back(target);
-        }
-        if (!failure) {
-            written.insert(written.end(), placed.begin(), placed.end());
-            break;
-        }
-        removeAll(placed);
-        if (failure->code() != EEXIST) return failure;
-        std::string suffix = chosen.size() > stem.size() ? chosen.substr(stem.size() + 1) : "1";
-        number = std::stoi(suffix) + 1;
-    }
+    std::vector<std::string> sources;
+    for (const auto& r : resources) sources.push_back(r.fileURL);
+    if (auto e = _placeUnderFreeName(folder, stem, sources, extensions, false, written)) return e;
     std::vector<struct stat> stats(written.size());
     for (std::size_t i = 0; i < written.size(); ++i) stat(written[i].c_str(), &stats[i]);
     const FileFacts facts = readFileFacts(written[0]);
@@ -206,12 +219,15 @@ ErrorRef FolderPhotoLibrary::_addAssetLocked(const std::string& assetId, const s
         extensions.push_back(splitName(baseName(f.path)).second);
     }
     const std::string folder = title.empty() ? _locations.root : _locations.root + "/" + title;
-    const std::string chosen =
-        freeStem(folder, splitName(baseName(resources[0].path)).first, extensions);
+    std::vector<std::string> sources;
+    for (const auto& f : resources) sources.push_back(f.path);
+    std::vector<std::string> placed;
+    if (auto e = _placeUnderFreeName(folder, splitName(baseName(resources[0].path)).first, sources,
+                                     extensions, true, placed))
+        return e;
+    written.insert(written.end(), placed.begin(), placed.end());
     for (std::size_t i = 0; i < resources.size(); ++i) {
-        std::string target = folder + "/" + chosen + extensions[i];
-        if (auto e = placeFile(resources[i].path, target, true)) return e;
-        written.push_back(target);
+        const std::string& target = placed[i];
         struct stat st {};
         if (stat(target.c_str(), &st) != 0) return Error::posixError(errno, "stat", target);
         FileRow row = resources[i];

@@ -33,6 +33,11 @@ class FolderPhotoLibrary final : public PhotoLibrary {
     // Runs in rescan() between the walk of the root and the catalogue's write lock, where
     // another writer's changes can slip in; tests make one there.
     void setAfterWalkForTesting(std::function<void()> hook) { _afterWalk = std::move(hook); }
+    // Runs before each file is placed under a name found free, with that name's path: tests
+    // take the name there, as a file manager could.
+    void setBeforePlaceForTesting(std::function<void(const std::string&)> hook) {
+        _beforePlace = std::move(hook);
+    }
 
   private:
     // Inside a transaction (PhotoLibraryScan.cpp).
@@ -43,11 +48,16 @@ class FolderPhotoLibrary final : public PhotoLibrary {
                                 std::string& assetId);
     ErrorRef _addAssetLocked(const std::string& assetId, const std::string& title,
                              std::vector<std::string>& written);
+    ErrorRef _placeUnderFreeName(const std::string& folder, const std::string& stem,
+                                 const std::vector<std::string>& sources,
+                                 const std::vector<std::string>& extensions, bool link,
+                                 std::vector<std::string>& written);
 
     PhotoLibraryLocations _locations;
     std::mutex _mutex;  // one connection: one user at a time
     std::unique_ptr<Catalog> _catalog;
     std::function<void()> _afterWalk;
+    std::function<void(const std::string&)> _beforePlace;
 };
 
 // Album titles that can be folder names: not empty, no "/", no NUL, not starting with ".".
