@@ -1,6 +1,7 @@
 // The home grid over a large album: it scrolls to its end with pictures there and only the
 // cells in view in the page, and picks items by click, shift-click (over pages never
-// scrolled through) and dragging across cells.
+// scrolled through) and dragging across cells. Another album empties the grid until its first
+// items come, so no click lands on a cell of the album left.
 import { test } from 'node:test';
 import assert from 'node:assert/strict';
 import { linkSync, mkdirSync } from 'node:fs';
@@ -9,18 +10,18 @@ import { makeHome, unwarp, run, screenshots, openHome } from './support.mjs';
 
 const COUNT = 2000;
 
-// COUNT photos as hard links of four small JPEGs, added to the album "Big" by one call.
-function makeAlbum(home) {
+// `count` photos as hard links of four small JPEGs, added to the album `album` by one call.
+function makeAlbum(home, count = COUNT, album = 'Big') {
   const folder = path.join(home, 'media');
   mkdirSync(folder, { recursive: true });
   const colours = ['red', 'green', 'blue', 'orange'];
   for (const colour of colours) run('convert', ['-size', '96x72', `gradient:${colour}-white`, path.join(folder, `${colour}.jpg`)]);
   const files = [];
-  for (let i = 0; i < COUNT; ++i) {
+  for (let i = 0; i < count; ++i) {
     files.push(path.join(folder, `p${String(i).padStart(4, '0')}.jpg`));
     linkSync(path.join(folder, `${colours[i % 4]}.jpg`), files[i]);
   }
-  unwarp(home, ['library', 'add', '--album', 'Big', ...files]);
+  unwarp(home, ['library', 'add', '--album', album, ...files]);
 }
 
 // What a user sees of the grid: the indexes of the cells shown selected, the footer's words.
@@ -43,12 +44,8 @@ test('grid: a large album scrolls to its end and picks by click, shift-click and
 
   // A first pick at the top, then a jump to the end past pages never shown.
   await page.locator('uw-grid .cell[data-index="2"]').click();
-  // The jump lands only once the grid is as tall as the album: its first cells may show before.
-  await page.waitForFunction(() => {
-    const g = document.querySelector('uw-grid');
-    g.scrollTop = g.scrollHeight;
-    return g.scrollTop > 0;
-  });
+  await page.getByText('1 photo / 0 videos selected').waitFor();
+  await grid.evaluate((g) => { g.scrollTop = g.scrollHeight; });
   const last = page.locator(`uw-grid .cell[data-index="${COUNT - 1}"] img`);
   await last.waitFor();
   await page.waitForFunction((n) => {
@@ -104,5 +101,37 @@ test('grid: a large album scrolls to its end and picks by click, shift-click and
   await page.setViewportSize({ width: 390, height: 844 });
   await page.locator('uw-grid .cell[data-index="0"] img').waitFor();
   await screenshots(page, 'grid-phone');
+  assert.deepEqual(problems, []);
+});
+
+test('grid: another album shows no cells of the album left until its first items come', async (t) => {
+  const home = makeHome();
+  t.after(home.cleanup);
+  makeAlbum(home.root, 6, 'Few');
+  const { page, problems } = await openHome(t, home);
+  const cells = page.locator('uw-grid .cell:not([hidden])');
+  await page.locator('uw-grid .cell[data-index="5"] img').waitFor();
+  await page.locator('uw-grid .cell[data-index="1"]').click();
+  await page.getByText('1 photo / 0 videos selected').waitFor();
+
+  // The album's first page is held back while the page is looked at.
+  let release;
+  const held = new Promise((resolve) => { release = resolve; });
+  const albumPage = (url) => url.pathname === '/api/library/assets' && url.searchParams.has('album');
+  await page.route(albumPage, async (route) => { await held; await route.continue(); });
+  await page.getByRole('button', { name: 'Few (6)' }).click();
+  assert.equal(await cells.count(), 0, 'cells of the album left still show');
+  assert.equal(await page.locator('.home footer .count').textContent(), 'Select photos and videos');
+  assert.ok(await page.getByRole('button', { name: 'Next' }).isDisabled());
+
+  release();
+  await page.locator('uw-grid .cell[data-index="0"] img').waitFor();
+  assert.equal(await cells.count(), 6);
+  await page.locator('uw-grid .cell[data-index="3"]').click();
+  await page.getByText('1 photo / 0 videos selected').waitFor();
+  const picked = await page.locator('uw-grid .cell[aria-selected="true"]').evaluateAll(
+    (shown) => shown.map((c) => Number(c.dataset.index)));
+  assert.deepEqual(picked, [3]);
+  await page.unroute(albumPage);
   assert.deepEqual(problems, []);
 });

@@ -55,6 +55,11 @@ export class UwGrid extends HTMLElement {
     this.order.clear();
     this.anchor = null;
     const generation = ++this.generation;
+    // The cells of the album left go at once: their items are dropped, so until the first page
+    // comes they would show pictures that a click or a key no longer reaches.
+    this.total = 0;
+    this.measure(true);
+    this.changed();
     const first = await source(0, PAGE);
     if (generation !== this.generation) return;
     this.total = first.total;
