@@ -20,7 +20,7 @@ export class ResultsScreen {
     this.download = h('button', { id: 'download', dataset: { icon: 'download' }, onclick: () => this.downloadSelected() }, 'Download');
     this.clear = h('button', { id: 'clear', dataset: { icon: 'clear' }, onclick: () => this.clearSelected() }, 'Clear');
     this.element = h('section', { class: 'screen results' },
-      h('header', {}, h('button', { class: 'back', onclick: () => this.close() }, '‹ Home'), h('h1', {}, 'Results'), this.button),
+      h('header', { class: 'nav-bar' }, h('button', { class: 'back', onclick: () => this.close() }, '‹ Home'), h('h1', {}, 'Results'), this.button),
       this.list,
       h('footer', {}, this.selectionTitle, h('div', { class: 'actions icon-bar' }, this.clear, this.download, this.albums, this.exporter, this.share)));
     this.listeners = {
