@@ -113,6 +113,16 @@ test('a broken file shows the error dialog and the run goes on once it is cleare
   state = await runState(page);
   assert.deepEqual(state.items.map((i) => i.name), ['a-red.jpg', 'b-blue.jpg']);
   for (const item of state.items) assert.deepEqual(vipsSize(item.file), [426, 240]);
+
+  // Cleared of every result, the list says it is empty and offers no actions on a selection.
+  for (const stem of ['a-red', 'b-blue']) await page.locator('.result', { hasText: stem }).locator('input').check();
+  await page.getByText('2 photos selected').waitFor();
+  await page.locator('#clear').click();
+  await page.getByRole('dialog').getByRole('button', { name: 'Clear selected results' }).click();
+  await page.locator('.results-list').getByText('No results').waitFor();
+  assert.equal(await page.locator('.results footer').isVisible(), false);
+  assert.deepEqual((await runState(page)).items, []);
+  await screenshotsWithPhone(page, 'results-empty');
   assert.deepEqual(problems, []);
 });
 

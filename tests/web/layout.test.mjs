@@ -33,8 +33,10 @@ async function start(t) {
 }
 
 // What the page shows of its width and of each group of buttons: the tops of the group's
-// visible buttons, and the buttons whose label is cut or runs onto a second line.
-function measure(groups) {
+// visible buttons, and the buttons whose label is cut or runs onto a second line; of the
+// navigation bar, its rows (controls that share no height with the row above start a new one)
+// and its title's text and tooltip.
+function measure({ groups, bar }) {
   const lines = (element) => {
     const range = document.createRange();
     range.selectNodeContents(element);
@@ -52,11 +54,29 @@ function measure(groups) {
           || b.getBoundingClientRect().right > window.innerWidth).map((b) => b.textContent || b.getAttribute('aria-label')),
       };
     }),
+    bar: bar && (() => {
+      const header = document.querySelector(bar);
+      const boxes = [...header.querySelectorAll('button, h1, input, select')].filter((c) => c.getClientRects().length).map((c) => c.getBoundingClientRect())
+        .sort((a, b) => a.top - b.top);
+      let rows = 0;
+      let bottom = -Infinity;
+      for (const box of boxes) {
+        if (box.top >= bottom - 1) [rows, bottom] = [rows + 1, box.bottom];
+        else bottom = Math.max(bottom, box.bottom);
+      }
+      const title = header.querySelector('h1');
+      return {
+        rows, title: title.textContent, tooltip: title.title, titleLines: lines(title),
+        cut: title.scrollWidth > title.clientWidth, ending: getComputedStyle(title).textOverflow,
+      };
+    })(),
   };
 }
 
-// Text whose contrast with what lies under it is below 4.5:1 (WCAG AA for body text), among
-// the elements the selectors name; a colour is read from its computed rgb() or color(srgb).
+// Text whose contrast with what lies under it is below 4.5:1 (WCAG AA for body text), or below
+// 3:1 for a disabled control, among the elements the selectors name; a colour is read from its
+// computed rgb() or color(srgb). An element faded by opacity (its own or an ancestor's) shows
+// its text and face mixed with what lies under the faded box.
 function lowContrast(selectors) {
   const channels = (text) => {
     const srgb = text.match(/color\(srgb ([\d.]+) ([\d.]+) ([\d.]+)(?: \/ ([\d.]+))?\)/);
@@ -73,13 +93,27 @@ function lowContrast(selectors) {
     }
     return channels(getComputedStyle(document.body).backgroundColor);
   };
+  const faded = (element) => {
+    let fade = 1;
+    let outer = null;
+    for (let e = element; e; e = e.parentElement) {
+      const opacity = Number(getComputedStyle(e).opacity);
+      if (opacity < 1) [fade, outer] = [fade * opacity, e];
+    }
+    return { fade, under: outer && backdrop(outer.parentElement) };
+  };
+  const mix = (colour, under, fade) => colour.map((v, i) => (i < 3 ? v * fade + under[i] * (1 - fade) : 1));
   const found = [];
   for (const selector of selectors) {
     for (const element of document.querySelectorAll(selector)) {
-      if (!element.getClientRects().length || !element.textContent.trim() || element.disabled) continue;
-      const [l1, l2] = [luminance(channels(getComputedStyle(element).color)), luminance(backdrop(element))].sort((a, b) => b - a);
+      if (!element.getClientRects().length || !element.textContent.trim()) continue;
+      let text = channels(getComputedStyle(element).color);
+      let face = backdrop(element);
+      const { fade, under } = faded(element);
+      if (under) [text, face] = [mix(text, under, fade), mix(face, under, fade)];
+      const [l1, l2] = [luminance(text), luminance(face)].sort((a, b) => b - a);
       const ratio = (l1 + 0.05) / (l2 + 0.05);
-      if (ratio < 4.5) found.push(`${selector} "${element.textContent.trim().slice(0, 30)}" ${ratio.toFixed(2)}`);
+      if (ratio < (element.disabled ? 3 : 4.5)) found.push(`${selector} "${element.textContent.trim().slice(0, 30)}" ${ratio.toFixed(2)}`);
     }
   }
   return found;
@@ -129,13 +163,23 @@ async function checkFocusRings(page, stops) {
   assert.deepEqual(unmarked, [], 'the keyboard focus shows');
 }
 
-// Checks the screen at each phone width (screenshots at 390 light and dark, 320 light).
-async function checkScreen(page, name, groups) {
+// Checks the screen at each phone width (screenshots at 390 light and dark, 320 light); with
+// `bar`, that its navigation bar keeps `rows` rows with a title on one line, whole in its tooltip.
+async function checkScreen(page, name, groups, bar, rows = 1) {
   const size = page.viewportSize();
+  const bars = [];
   for (const width of widths) {
     await page.setViewportSize({ width, height: 844 });
-    const shown = await page.evaluate(measure, groups);
+    const shown = await page.evaluate(measure, { groups, bar });
     assert.ok(shown.overflow <= 0, `${name} at ${width} px scrolls sideways by ${shown.overflow} px`);
+    if (bar) {
+      assert.equal(shown.bar.rows, rows, `${name} at ${width} px: the navigation bar's rows`);
+      assert.equal(shown.bar.titleLines, 1, `${name} at ${width} px: the title on one line`);
+      if (shown.bar.cut) {
+        assert.deepEqual([shown.bar.tooltip, shown.bar.ending], [shown.bar.title, 'ellipsis'], `${name} at ${width} px: a cut title`);
+      }
+      bars.push({ width, ...shown.bar });
+    }
     for (const group of shown.groups) {
       assert.ok(group.count > 0, `${name} at ${width} px shows ${group.selector}`);
       assert.equal(group.tops.length, 1, `${name} at ${width} px: ${group.selector} on one row (tops ${group.tops})`);
@@ -145,6 +189,7 @@ async function checkScreen(page, name, groups) {
     else await page.screenshot({ path: path.join(screenshotDir, `layout-${name}-${width}.png`) });
   }
   await page.setViewportSize(size);
+  return bars;
 }
 
 test('layout: every screen fits a phone and keeps its rows of actions on one line', async (t) => {
@@ -156,7 +201,9 @@ test('layout: every screen fits a phone and keeps its rows of actions on one lin
   const cells = page.locator('uw-grid .cell img');
   await cells.nth(1).waitFor();
   await checkScreen(page, 'home', ['.home header .tools > *:not(.hidden)']);
-  await checkContrast(page, ['.home .count', '.home .chip', '.home header button'], home);
+  // Next stays disabled until something is selected: a disabled primary button still reads.
+  assert.ok(await page.locator('.home footer button.primary').isDisabled());
+  await checkContrast(page, ['.home .count', '.home .chip', '.home header button', '.home footer button.primary'], home);
   await page.locator('.home h1').click();
   await checkFocusRings(page, 8);
 
@@ -170,17 +217,24 @@ test('layout: every screen fits a phone and keeps its rows of actions on one lin
   const own = page.locator('[data-list=own] .template-row');
   await own.first().waitFor();
   await checkContrast(page, ['.templates .subtitle', '.templates .template .detail', '.templates header button'], home);
-  await checkScreen(page, 'templates', ['.templates header .tools > *', '[data-list=own] .template-row:first-child .row-tools > *']);
+  // The bar: back, title and New Template on top, the search beside Custom Size under them.
+  await checkScreen(page, 'templates', ['.templates header :is(.back, .new)', '.templates header :is(input, .custom)',
+    '[data-list=own] .template-row:first-child .row-tools > *'], '.templates > header', 2);
   // The tools keep their names for the keyboard and screen readers when they show icons.
   await page.setViewportSize({ width: 390, height: 844 });
   await page.getByRole('button', { name: 'Duplicate A poster for the hall' }).click();
   await own.nth(1).waitFor();
   await page.setViewportSize({ width: 1000, height: 720 });
 
-  await page.getByRole('searchbox', { name: 'Search templates' }).fill('1.33');
-  await page.getByRole('button', { name: /Unwarp 1\.33x/ }).first().click();
+  // The catalogue's longest title, which a phone's navigation bar cannot show whole.
+  await page.getByRole('searchbox', { name: 'Search templates' }).fill('15-16 Plus');
+  await page.getByRole('button', { name: /14-15 Pro Max, 15-16 Plus/ }).first().click();
   await page.locator('#start').waitFor();
-  await checkScreen(page, 'summary', ['.summary footer button']);
+  const bars = await checkScreen(page, 'summary', ['.summary footer button'], '.summary > header');
+  assert.ok(bars.find((b) => b.width === 320).cut, 'the long title is cut at 320 px');
+  await page.setViewportSize({ width: 320, height: 844 });
+  await page.locator('.summary header').getByRole('button', { name: 'Settings', exact: true }).waitFor();
+  await page.setViewportSize({ width: 1000, height: 720 });
   // An adjusted item wears its green mark.
   await page.locator('.summary-list .item').first().click();
   await page.locator('.adjust').getByRole('button', { name: 'Rotate', exact: true }).click();
@@ -193,7 +247,7 @@ test('layout: every screen fits a phone and keeps its rows of actions on one lin
   await page.locator('.result input[type=checkbox]').first().check();
   await page.locator('#clear').waitFor();
   await checkContrast(page, ['.results .selection-title', '.result a', '.results footer button'], home);
-  await checkScreen(page, 'results', ['.results footer .actions > button']);
+  await checkScreen(page, 'results', ['.results footer .actions > button'], '.results > header');
   const footer = await page.locator('.results footer .actions > button:not([hidden])').allTextContents();
   assert.ok(footer.length >= 4, `the footer offers clear, download, export and share: ${footer}`);
 
@@ -201,7 +255,7 @@ test('layout: every screen fits a phone and keeps its rows of actions on one lin
   await page.getByRole('button', { name: 'Settings', exact: true }).click();
   await page.locator('.settings-row').first().waitFor();
   await checkContrast(page, ['.settings-footer', '.settings-section h3', '.settings-row .unit', '.settings-tabs .chip'], home);
-  await checkScreen(page, 'settings', []);
+  await checkScreen(page, 'settings', [], '.settings > header');
   // At phone width the screens are chosen in a list, which shows the chosen one.
   await page.setViewportSize({ width: 390, height: 844 });
   assert.equal(await page.locator('.settings-tabs').isVisible(), false);

@@ -20,9 +20,9 @@ export class ResultsScreen {
     this.download = h('button', { id: 'download', dataset: { icon: 'download' }, onclick: () => this.downloadSelected() }, 'Download');
     this.clear = h('button', { id: 'clear', dataset: { icon: 'clear' }, onclick: () => this.clearSelected() }, 'Clear');
     this.element = h('section', { class: 'screen results' },
-      h('header', {}, h('button', { class: 'back', onclick: () => this.close() }, '‹ Home'), h('h1', {}, 'Results'), this.button),
+      h('header', { class: 'nav-bar' }, h('button', { class: 'back', onclick: () => this.close() }, '‹ Home'), h('h1', {}, 'Results'), this.button),
       this.list,
-      h('footer', {}, this.selectionTitle, h('div', { class: 'actions icon-bar' }, this.clear, this.download, this.albums, this.exporter, this.share)));
+      this.footer = h('footer', {}, this.selectionTitle, h('div', { class: 'actions icon-bar' }, this.clear, this.download, this.albums, this.exporter, this.share)));
     this.listeners = {
       progress: (e) => this.progress(JSON.parse(e.data)),
       committed: () => this.refresh(),
@@ -73,7 +73,11 @@ export class ResultsScreen {
     this.download.hidden = this.exporter.hidden = !anyDone;
     this.share.hidden = !anyDone || this.run.shareHidden && this.run.items.some((i) => i.selected);
     this.clear.hidden = !this.run.items?.some((i) => i.selected);
-    this.list.replaceChildren(...(this.run.items || []).map((item) => {
+    // An empty list says so, and its bar of actions on a selection goes.
+    const items = this.run.items || [];
+    this.footer.hidden = !items.length;
+    if (!items.length) this.list.replaceChildren(h('li', { class: 'empty' }, 'No results'));
+    else this.list.replaceChildren(...items.map((item) => {
       const picture = item.thumbnail ? fileURL(item.thumbnail) : thumbnailURL(item.id);
       return h('li', { class: `result ${item.pending ? 'pending' : 'done'} ${item.selected ? 'selected' : ''}`, dataset: { index: String(item.index) } },
         h('label', {},

@@ -15,7 +15,7 @@ export class SettingsScreen {
       onchange: (e) => this.draw(this.settings, e.target.value) });
     this.body = h('div', { class: 'settings-body' });
     this.element = h('section', { class: 'screen settings' },
-      h('header', {}, h('button', { class: 'back', onclick: () => this.close() }, app.state.summarySettings ? '‹ Back' : '‹ Home'), h('h1', {}, 'Settings')),
+      h('header', { class: 'nav-bar' }, h('button', { class: 'back', onclick: () => this.close() }, app.state.summarySettings ? '‹ Back' : '‹ Home'), h('h1', {}, 'Settings')),
       this.tabs, h('div', { class: 'settings-picker-row' }, this.picker), this.body);
   }
 

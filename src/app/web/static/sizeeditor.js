@@ -18,8 +18,8 @@ export class SizeEditorScreen {
     this.title = `Size ${editor.title}`;
     this.body = h('div', { class: 'size-editor' });
     this.element = h('section', { class: 'screen size' },
-      h('header', {}, h('button', { class: 'back', onclick: () => this.call('/api/flow/back', {}, true) }, '‹ Back'),
-        h('h1', {}, `${editor.title} (${editor.count})`)),
+      h('header', { class: 'nav-bar' }, h('button', { class: 'back', onclick: () => this.call('/api/flow/back', {}, true) }, '‹ Back'),
+        h('h1', { title: `${editor.title} (${editor.count})` }, `${editor.title} (${editor.count})`)),
       this.body,
       h('footer', {},
         h('button', { onclick: () => this.save() }, 'Save'),

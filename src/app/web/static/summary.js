@@ -37,9 +37,11 @@ export class SummaryScreen {
     this.panel = h('div', { class: 'adjust', hidden: true });
     const tpl = app.state.template;
     this.element = h('section', { class: 'screen summary' },
-      h('header', {}, this.backButton(),
-        h('h1', {}, tpl.title || tpl.identifier),
-        h('button', { class: 'settings-button', onclick: () => this.openSettings() }, 'Settings')),
+      h('header', { class: 'nav-bar' }, this.backButton(),
+        h('h1', { title: tpl.title || tpl.identifier }, tpl.title || tpl.identifier),
+        h('button', {
+          class: 'settings-button', title: 'Settings', 'aria-label': 'Settings', dataset: { icon: 'settings' }, onclick: () => this.openSettings(),
+        }, 'Settings')),
       h('div', { class: 'summary-body' },
         h('p', { class: 'description' }, tpl.descriptionLine || ''),
         this.list, this.panel),

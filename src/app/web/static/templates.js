@@ -14,10 +14,10 @@ export class TemplateScreen {
     this.search = h('input', { type: 'search', placeholder: 'Search', 'aria-label': 'Search templates',
       oninput: (e) => { this.query = e.target.value; this.load(); } });
     this.element = h('section', { class: 'screen templates' },
-      h('header', {}, h('button', { class: 'back', onclick: () => app.show('home') }, '‹ Back'), h('h1', {}, 'Templates'), this.search,
+      h('header', { class: 'nav-bar search-bar' }, h('button', { class: 'back', onclick: () => app.show('home') }, '‹ Back'), h('h1', {}, 'Templates'), this.search,
         h('div', { class: 'tools' },
-          h('button', { onclick: () => this.create() }, 'New Template'),
-          app.state.picked?.length ? h('button', { class: 'primary', onclick: () => this.begin(null) }, 'Custom Size') : null)),
+          h('button', { class: 'new', title: 'New Template', 'aria-label': 'New Template', dataset: { icon: 'new' }, onclick: () => this.create() }, 'New Template'),
+          app.state.picked?.length ? h('button', { class: 'primary custom', onclick: () => this.begin(null) }, 'Custom Size') : null)),
       this.sections);
   }
 
