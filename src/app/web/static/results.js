@@ -15,7 +15,8 @@ export class ResultsScreen {
     this.button = h('button', { class: 'primary', id: 'processing', onclick: () => this.touch() });
     // With nothing selected the title selects everything; with a selection it goes back
     // through the selected items.
-    this.selectionTitle = h('button', { type: 'button', class: 'selection-title', onclick: () => this.selectionAction() });
+    this.selectionButton = h('button', { type: 'button', onclick: () => this.selectionAction() });
+    this.selectionTitle = h('span', { class: 'selection-title' }, this.selectionButton);
     this.selectionNote = h('span', { class: 'selection-note' });
     this.reset = h('button', { type: 'button', id: 'reset-selection', onclick: () => this.select([]) }, 'Reset');
     this.actions = h('div', { class: 'actions icon-bar' });
@@ -78,7 +79,7 @@ export class ResultsScreen {
     const bar = this.run.selection || { resetHidden: true, buttonsHidden: true };
     // A list left empty has no selection bar and no buttons.
     this.footer.hidden = items.length === 0;
-    this.selectionTitle.textContent = this.run.selectionTitle || '';
+    this.selectionButton.textContent = this.run.selectionTitle || '';
     this.selectionNote.textContent = bar.note || '';
     this.selectionNote.hidden = !bar.note;
     this.reset.hidden = bar.resetHidden;
@@ -148,10 +149,14 @@ export class ResultsScreen {
     this.draw();
   }
 
+  // Touches in quick succession each build on the answer to the one before.
   toggle(index) {
-    const selected = new Set(this.run.items.filter((i) => i.selected).map((i) => i.index));
-    if (selected.has(index)) selected.delete(index); else selected.add(index);
-    return this.select([...selected]);
+    this.toggling = (this.toggling || Promise.resolve()).then(() => {
+      const selected = new Set(this.run.items.filter((i) => i.selected).map((i) => i.index));
+      if (selected.has(index)) selected.delete(index); else selected.add(index);
+      return this.select([...selected]);
+    }).catch((error) => this.app.fail(error));
+    return this.toggling;
   }
 
   // The results the buttons act on: the selected ones that are done.
