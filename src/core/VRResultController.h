@@ -128,6 +128,16 @@ class VRResultController {
     // "2 photos / 1 video selected", or "Select all items" with nothing selected.
     std::string selectionTitle() const;
     bool isShareButtonHidden() const { return _shareButtonHidden; }
+    // The selection bar: with nothing selected the reset button and the buttons view are
+    // hidden and the note shows instead.
+    struct SelectionBar {
+        std::string title;
+        bool resetHidden = true;
+        bool buttonsHidden = true;
+        std::optional<std::string> note;
+    };
+    static constexpr const char* kNoItemsSelectedText = "No items selected";
+    SelectionBar selectionBar() const;
     // "Clear selected results": removes the selection (stored results leave the store too);
     // clearing the asset at the cursor goes on with the next one.
     void _didTapDeleteButton();

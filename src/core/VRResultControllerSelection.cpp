@@ -44,6 +44,13 @@ std::string VRResultController::selectionTitle() const {
     return title.empty() ? "Select all items" : title + " selected";
 }
 
+VRResultController::SelectionBar VRResultController::selectionBar() const {
+    const bool none = _picker.selectedAssets().empty();
+    SelectionBar bar{selectionTitle(), none, none, std::nullopt};
+    if (none) bar.note = kNoItemsSelectedText;
+    return bar;
+}
+
 void VRResultController::_didTapDeleteButton() {
     platform::log("~~ clear button touch");
     // Asked without holding the asset, so that a cleared one is gone before the next starts.

@@ -9,6 +9,14 @@
 #include <vector>
 
 struct VRSharingNamePrompt {
+    // The words of the sharing-name view.
+    static constexpr const char* kTitle = "Sharing filename";
+    static constexpr const char* kMessage = "Enter base name for files to share";
+    static constexpr const char* kPlaceholder = "Enter base name";
+    // The error label shown instead of the preview while the text can't be a base name.
+    static constexpr const char* kInvalidNameText =
+        "Use letters, digits and _-.@!* with at most one % for the number";
+
     std::string name;  // the stored exportFilenameBasename
     std::uint64_t count = 0;
     std::uint64_t digits = 1;             // digitsForCount of the count

@@ -296,9 +296,18 @@ TEST(VRResultControllerClear, SelectionTitleAndShareRules) {
         f.controller->setSelectedAssets(c.selection);
         EXPECT_EQ(f.controller->selectionTitle(), c.title);
         EXPECT_EQ(f.controller->isShareButtonHidden(), c.shareHidden) << c.title;
+        // Only an empty selection hides the reset button and the buttons, with the note shown.
+        const auto bar = f.controller->selectionBar();
+        const bool none = c.selection.empty();
+        EXPECT_EQ(bar.title, c.title);
+        EXPECT_EQ(bar.resetHidden, none) << c.title;
+        EXPECT_EQ(bar.buttonsHidden, none) << c.title;
+        EXPECT_EQ(bar.note, none ? std::optional<std::string>("No items selected") : std::nullopt)
+            << c.title;
     }
     f.controller->_selectionAction();
     EXPECT_EQ(f.controller->selectionTitle(), "3 photos / 2 videos selected");
+    EXPECT_FALSE(f.controller->selectionBar().buttonsHidden);
 }
 
 // Background and foreground: a run paused by the system resumes; one paused by the user stays

@@ -223,7 +223,7 @@ test('a run paused by a stopped process and by the user resumes to the end, and 
   await chooser.locator('.where').filter({ hasText: path.join(exportFolder, 'trip') }).waitFor();
   await screenshotsWithPhone(page, 'export-folder');
   await chooser.getByRole('button', { name: 'Export Here' }).click();
-  await page.getByRole('textbox', { name: 'Name' }).fill('clip');
+  await page.getByRole('textbox', { name: 'Sharing filename' }).fill('clip');
   await page.getByRole('dialog').getByRole('button', { name: 'Export' }).click();
   await page.getByRole('dialog').filter({ hasText: 'Success' }).waitFor();
   assert.deepEqual(readdirSync(path.join(exportFolder, 'trip')).sort(), ['clip1.jpg', 'clip2.jpg']);

@@ -99,20 +99,43 @@ test('main flow: album, template, adjust, run, limit, share', async (t) => {
   await button.filter({ hasText: 'Results' }).waitFor({ timeout: 120000 });
   await screenshots(page, 'results-done');
 
+  // With nothing selected the bar offers to select everything, and the buttons wait for a
+  // selection; the reset button takes it back.
+  const bar = page.locator('.results footer');
+  const selectAll = bar.getByRole('button', { name: 'Select all items' });
+  await selectAll.waitFor();
+  await bar.getByText('No items selected').waitFor();
+  assert.ok(await bar.locator('.actions').isHidden());
+  assert.ok(await page.locator('#reset-selection').isHidden());
+  await selectAll.click();
+  await bar.getByRole('button', { name: '3 photos / 1 video selected' }).waitFor();
+  assert.ok(await page.locator('#share').isVisible());
+  assert.ok(await bar.getByText('No items selected').isHidden());
+  await page.locator('#reset-selection').click();
+  await selectAll.waitFor();
+
   // Share the first two results under a name of their own.
   await page.locator('.result', { hasText: 'a-red' }).locator('input').check();
   await page.locator('.result', { hasText: 'b-blue' }).locator('input').check();
   await page.getByText(/2 photos selected/).waitFor();
   await page.locator('#share').click();
-  const name = page.getByRole('textbox', { name: 'Name' });
+  const prompt = page.getByRole('dialog').filter({ hasText: 'Sharing filename' });
+  await prompt.getByText('Enter base name for files to share').waitFor();
+  const name = prompt.getByRole('textbox', { name: 'Sharing filename' });
+  assert.equal(await name.getAttribute('placeholder'), 'Enter base name');
+  // A second "%" makes no name: the error shows in place of the preview, and Share is off.
+  await name.fill('a%b%');
+  await prompt.locator('.preview', { hasText: 'at most one %' }).waitFor();
+  assert.ok(await prompt.getByRole('button', { name: 'Share' }).isDisabled());
   await name.fill('trip');
+  await prompt.locator('.preview', { hasText: 'trip1.jpg, trip2.jpg, etc' }).waitFor();
   const preview = await page.locator('.preview').textContent();
   console.log(`name preview: ${JSON.stringify(preview)}`);
   await screenshots(page, 'share-name');
   const shareAnswer = page.waitForResponse((r) => r.url().endsWith('/api/share'));
   await page.getByRole('dialog').getByRole('button', { name: 'Share' }).click();
   const sharedFiles = (await (await shareAnswer).json()).files;
-  const shared = page.getByRole('dialog').filter({ hasText: 'Shared' });
+  const shared = page.getByRole('dialog').filter({ hasText: 'Success' });
   await shared.waitFor();
   const names = (await shared.locator('p').textContent()).split('\n');
   assert.equal(names.length, 2);

@@ -66,6 +66,12 @@ test('own templates and the size editor', async (t) => {
   // The command line sees the same store.
   assert.match(unwarp(home.root, ['templates']), /Banner/);
 
+  // A ratio's direction shows as its arrow, not as the token the list item carries.
+  await page.getByRole('searchbox', { name: 'Search templates' }).fill('Aspect Ratio 1:1');
+  const ratioRow = page.locator('.template', { hasText: 'Aspect Ratio 1:1' }).first();
+  await ratioRow.waitFor();
+  assert.match(await ratioRow.locator('.detail').textContent(), /^1 : 1 ↓ \[S\]/);
+
   // Without a template the server's walk opens the photo size editor first.
   await page.getByRole('searchbox', { name: 'Search templates' }).fill('');
   await page.getByRole('button', { name: 'Custom Size' }).click();

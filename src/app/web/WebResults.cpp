@@ -12,6 +12,8 @@
 #include "platform/Environment.h"
 #include "platform/FileManager.h"
 #include "results/ResultManager.h"
+#include "results/SharingNameRules.h"
+#include "results/VRExportShareStatus.h"
 #include "results/VRImageSaveActivity.h"
 #include "results/VRSharingNamePrompt.h"
 #include "storage/VRSettings.h"
@@ -21,6 +23,9 @@ namespace {
 
 using nlohmann::json;
 using platform::FileManager;
+
+// The application's name in the words of the sharing outcomes.
+constexpr const char* kAppName = "Unwarp";
 
 json storeItemJSON(std::size_t index, const VRAssetRef& asset) {
     json item{{"index", index}};
@@ -72,12 +77,21 @@ Reply namePrompt(WebSession& session, const httplib::Request& request) {
     auto body = jsonBody(request);
     if (!body) return Reply::error(400, "The request is no JSON object.");
     auto assets = namedAssets(session, *body);
-    if (assets.empty()) return Reply::error(400, "Select the results to share.");
+    if (assets.empty())
+        return Reply::error(
+            400, VRExportShareStatusMessage(VRExportShareStatusEmptySelection, kAppName));
     auto prompt = sharingNamePromptForCount(assets.size(), extensionsOf(assets));
     if (!prompt) return Reply::json({{"ask", false}});
     const std::string name = stringMember(*body, "name", prompt->name);
-    return Reply::json(
-        {{"ask", true}, {"name", prompt->name}, {"preview", prompt->previewForName(name)}});
+    const bool valid = isValidSharingBaseName(name);
+    return Reply::json({{"ask", true},
+                        {"title", VRSharingNamePrompt::kTitle},
+                        {"message", VRSharingNamePrompt::kMessage},
+                        {"placeholder", VRSharingNamePrompt::kPlaceholder},
+                        {"name", prompt->name},
+                        {"valid", valid},
+                        {"preview", valid ? prompt->previewForName(name)
+                                          : VRSharingNamePrompt::kInvalidNameText}});
 }
 
 // Whether `path` is the result store's folder or lies inside it.
@@ -111,7 +125,9 @@ Reply share(WebSession& session, const httplib::Request& request) {
     auto body = jsonBody(request);
     if (!body) return Reply::error(400, "The request is no JSON object.");
     auto assets = namedAssets(session, *body);
-    if (assets.empty()) return Reply::error(400, "Select the results to share.");
+    if (assets.empty())
+        return Reply::error(
+            400, VRExportShareStatusMessage(VRExportShareStatusEmptySelection, kAppName));
     auto folder = shareFolder(session, *body);
     if (!folder)
         return Reply::error(403,
@@ -125,7 +141,10 @@ Reply share(WebSession& session, const httplib::Request& request) {
     if (exported.code != 0)
         return Reply::error(500, exported.error ? exported.error->localizedDescription()
                                                 : "The files were not all written.");
-    return Reply::json({{"folder", *folder}, {"files", exported.written}});
+    return Reply::json(
+        {{"folder", *folder},
+         {"files", exported.written},
+         {"message", VRExportShareStatusMessage(VRExportShareStatusDone, kAppName)}});
 }
 
 // The save action as the share sheet would offer it: its title for the named results, or
@@ -158,7 +177,7 @@ Reply saveToAlbums(WebSession& session, const httplib::Request& request) {
                                       : results::saveIntoAlbums(assets);
     return Reply::json({{"status", static_cast<int>(saved.status)},
                         {"title", saved.title},
-                        {"message", VRExportShareStatusMessage(saved.status, "Unwarp")}});
+                        {"message", VRExportShareStatusMessage(saved.status, kAppName)}});
 }
 
 Reply clearStored(const httplib::Request& request) {

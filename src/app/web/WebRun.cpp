@@ -78,12 +78,17 @@ json runJSON(WebSession& session) {
     json items = json::array();
     for (std::size_t i = 0; i < run.pickerView().assetList().size(); ++i)
         items.push_back(itemJSON(run, i));
+    const auto bar = run.selectionBar();
     return {{"running", true},
             {"state", static_cast<int>(run.processingState())},
             {"title", VRProcessingButtonTitle(run.processingState()).value_or("")},
             {"progress", run.pickerView().processingProgress()},
             {"cursor", run.pickerView().processingIndex()},
-            {"selectionTitle", run.selectionTitle()},
+            {"selectionTitle", bar.title},
+            {"selection",
+             {{"resetHidden", bar.resetHidden},
+              {"buttonsHidden", bar.buttonsHidden},
+              {"note", bar.note ? json(*bar.note) : json()}}},
             {"shareHidden", run.isShareButtonHidden()},
             {"alert", session.alert ? alertJSON(session.alertNumber, *session.alert) : json()},
             {"items", items}};
@@ -236,6 +241,20 @@ Reply selectItems(WebSession& session, const httplib::Request& request) {
     return Reply::json(runJSON(session));
 }
 
+// The warning mark of an item kept in the app's own storage: the run tells why, as an alert.
+Reply touchWarning(WebSession& session, const httplib::Request& request) {
+    auto body = jsonBody(request);
+    if (!body || !session.run) return Reply::error(409, "No run is open.");
+    if (session.alert) return Reply::error(409, "A question is open.");
+    const auto& list = session.run->pickerView().assetList();
+    auto index = body->find("index");
+    if (index == body->end() || !index->is_number_unsigned() ||
+        index->get<std::size_t>() >= list.size())
+        return Reply::error(400, "No such item.");
+    session.run->_didTouchWarningOfAsset(*list[index->get<std::size_t>()]);
+    return Reply::json(runJSON(session));
+}
+
 }  // namespace
 
 std::optional<std::vector<VRAssetRef>> pickedAssets(WebSession& session, const json& body,
@@ -282,6 +301,14 @@ void installRunRoutes(WebServer& server, WebSession& session) {
     });
     postOnMain(server, "/api/run/select", [&session](const httplib::Request& request) {
         return selectItems(session, request);
+    });
+    postOnMain(server, "/api/run/warning", [&session](const httplib::Request& request) {
+        return touchWarning(session, request);
+    });
+    postOnMain(server, "/api/run/selectAll", [&session](const httplib::Request&) {
+        if (!session.run) return Reply::error(409, "No run is open.");
+        session.run->_selectionAction();
+        return Reply::json(runJSON(session));
     });
     postOnMain(server, "/api/run/clear", [&session](const httplib::Request&) {
         if (!session.run) return Reply::error(409, "No run is open.");

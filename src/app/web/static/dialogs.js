@@ -28,19 +28,33 @@ export function showAlert({ title, message, buttons, kind, runs, reportFolder })
   });
 }
 
-// A text prompt with a live preview line computed by `preview(text)` (a promise).
-export function showPrompt({ title, message, value, preview, okLabel = 'Share' }) {
+// A text prompt with a live line under the field: `check(text)` (a promise) answers the line
+// and whether the text may be taken; while it may not, the line is the error and the
+// accepting button is off.
+export function showPrompt({ title, message, value, placeholder, check, okLabel = 'Share' }) {
   return new Promise((resolve) => {
-    const input = h('input', { type: 'text', value: value || '', 'aria-label': title });
+    const input = h('input', { type: 'text', value: value || '', placeholder, 'aria-label': title });
     const line = h('p', { class: 'preview', 'aria-live': 'polite' });
-    const refresh = async () => { line.textContent = preview ? await preview(input.value) : ''; };
+    const ok = h('button', { type: 'button', class: 'primary', onclick: () => finish(input.value) }, okLabel);
+    let asked = 0;
+    const refresh = async () => {
+      if (!check) return;
+      const ticket = ++asked;
+      const { line: text, valid } = await check(input.value);
+      if (ticket !== asked) return;
+      line.textContent = text;
+      line.classList.toggle('invalid', !valid);
+      ok.disabled = !valid;
+    };
     input.addEventListener('input', refresh);
-    const finish = (result) => { dialog.close(); dialog.remove(); resolve(result); };
+    const finish = (result) => {
+      if (result !== null && ok.disabled) return;
+      dialog.close(); dialog.remove(); resolve(result);
+    };
     const dialog = h('dialog', { class: 'alert prompt' },
       h('h2', {}, title), message ? h('p', {}, message) : null, input, line,
       h('div', { class: 'buttons' },
-        h('button', { type: 'button', onclick: () => finish(null) }, 'Cancel'),
-        h('button', { type: 'button', class: 'primary', onclick: () => finish(input.value) }, okLabel)));
+        h('button', { type: 'button', onclick: () => finish(null) }, 'Cancel'), ok));
     input.addEventListener('keydown', (e) => { if (e.key === 'Enter') finish(input.value); });
     document.body.append(dialog);
     dialog.showModal();

@@ -13,7 +13,13 @@ export class ResultsScreen {
     this.run = app.state.run || { items: [] };
     this.list = h('ul', { class: 'results-list', 'aria-live': 'polite' });
     this.button = h('button', { class: 'primary', id: 'processing', onclick: () => this.touch() });
-    this.selectionTitle = h('span', { class: 'selection-title' });
+    // With nothing selected the title selects everything; with a selection it goes back
+    // through the selected items.
+    this.selectionButton = h('button', { type: 'button', onclick: () => this.selectionAction() });
+    this.selectionTitle = h('span', { class: 'selection-title' }, this.selectionButton);
+    this.selectionNote = h('span', { class: 'selection-note' });
+    this.reset = h('button', { type: 'button', id: 'reset-selection', onclick: () => this.select([]) }, 'Reset');
+    this.actions = h('div', { class: 'actions icon-bar' });
     this.share = h('button', { id: 'share', dataset: { icon: 'share' }, onclick: () => this.shareSelected() }, 'Share');
     this.exporter = h('button', { id: 'export', dataset: { icon: 'export' }, onclick: () => this.exportSelected() }, 'Export');
     this.albums = h('button', { id: 'albums', dataset: { icon: 'albums' }, hidden: true, onclick: () => this.saveSelected() }, 'Save');
@@ -22,7 +28,8 @@ export class ResultsScreen {
     this.element = h('section', { class: 'screen results' },
       h('header', { class: 'nav-bar' }, h('button', { class: 'back', onclick: () => this.close() }, '‹ Home'), h('h1', {}, 'Results'), this.button),
       this.list,
-      this.footer = h('footer', {}, this.selectionTitle, h('div', { class: 'actions icon-bar' }, this.clear, this.download, this.albums, this.exporter, this.share)));
+      this.footer = h('footer', {}, this.selectionTitle, this.selectionNote, this.reset, this.actions));
+    this.actions.append(this.clear, this.download, this.albums, this.exporter, this.share);
     this.listeners = {
       progress: (e) => this.progress(JSON.parse(e.data)),
       committed: () => this.refresh(),
@@ -68,14 +75,20 @@ export class ResultsScreen {
 
   draw() {
     this.setButton({ state: this.run.state, title: this.run.title || '' });
-    this.selectionTitle.textContent = this.run.selectionTitle || '';
-    const anyDone = this.run.items?.some((i) => !i.pending);
-    this.download.hidden = this.exporter.hidden = !anyDone;
-    this.share.hidden = !anyDone || this.run.shareHidden && this.run.items.some((i) => i.selected);
-    this.clear.hidden = !this.run.items?.some((i) => i.selected);
-    // An empty list says so, and its bar of actions on a selection goes.
     const items = this.run.items || [];
-    this.footer.hidden = !items.length;
+    const bar = this.run.selection || { resetHidden: true, buttonsHidden: true };
+    // A list left empty has no selection bar and no buttons.
+    this.footer.hidden = items.length === 0;
+    this.selectionButton.textContent = this.run.selectionTitle || '';
+    this.selectionNote.textContent = bar.note || '';
+    this.selectionNote.hidden = !bar.note;
+    this.reset.hidden = bar.resetHidden;
+    this.actions.hidden = bar.buttonsHidden;
+    const anyDone = this.selectedDone().length > 0;
+    this.download.hidden = this.exporter.hidden = !anyDone;
+    this.share.hidden = this.run.shareHidden !== false;
+    this.clear.hidden = !items.some((i) => i.selected);
+    // An empty list says so.
     if (!items.length) this.list.replaceChildren(h('li', { class: 'empty' }, 'No results'));
     else this.list.replaceChildren(...items.map((item) => {
       const picture = item.thumbnail ? fileURL(item.thumbnail) : thumbnailURL(item.id);
@@ -84,7 +97,7 @@ export class ResultsScreen {
           h('input', { type: 'checkbox', checked: item.selected, onchange: () => this.toggle(item.index) }),
           picture ? h('img', { src: picture, alt: '' }) : null,
           h('span', { class: 'name' }, item.name)),
-        item.storedLocally ? h('button', { class: 'warning', 'aria-label': 'Stored locally', onclick: () => this.storedLocally() }, '!') : null,
+        item.storedLocally ? h('button', { class: 'warning', 'aria-label': 'Stored locally', onclick: () => this.warning(item.index) }, '!') : null,
         item.processing ? h('progress', { max: '1', value: String(this.run.progress || 0) }) : null,
         item.pending && !item.processing ? h('span', { class: 'waiting' }, 'Waiting') : null,
         item.file ? h('a', { href: fileURL(item.file, true), download: '' }, 'Download') : null);
@@ -105,8 +118,32 @@ export class ResultsScreen {
     if (prompt.enabled) this.albums.textContent = prompt.title;
   }
 
-  storedLocally() {
-    showAlert({ title: 'Stored locally', message: 'Media has been saved to local app storage after unsuccessful attempt to be saved to Photo Library for some reason(unsupported format, size, etc)', buttons: ['Ok'] });
+  // The run answers the warning mark with its alert, which comes as the run's alerts do.
+  async warning(index) {
+    try {
+      this.run = await api('/api/run/warning', { index });
+      this.draw();
+    } catch (error) {
+      this.app.fail(error);
+    }
+  }
+
+  async selectionAction() {
+    const selected = (this.run.items || []).filter((i) => i.selected).map((i) => i.index);
+    if (!selected.length) {
+      this.run = await api('/api/run/selectAll', {});
+      this.draw();
+      return;
+    }
+    // Each touch shows the selected item before the one shown last, from the end again.
+    const before = selected.filter((i) => i < (this.shownSelected ?? Infinity));
+    this.shownSelected = before.length ? before[before.length - 1] : selected[selected.length - 1];
+    this.list.querySelector(`[data-index="${this.shownSelected}"]`)?.scrollIntoView({ block: 'nearest' });
+  }
+
+  async select(indexes) {
+    this.run = await api('/api/run/select', { indexes });
+    this.draw();
   }
 
   async touch() {
@@ -114,17 +151,19 @@ export class ResultsScreen {
     this.draw();
   }
 
-  async toggle(index) {
-    const selected = new Set(this.run.items.filter((i) => i.selected).map((i) => i.index));
-    if (selected.has(index)) selected.delete(index); else selected.add(index);
-    this.run = await api('/api/run/select', { indexes: [...selected] });
-    this.draw();
+  // Touches in quick succession each build on the answer to the one before.
+  toggle(index) {
+    this.toggling = (this.toggling || Promise.resolve()).then(() => {
+      const selected = new Set(this.run.items.filter((i) => i.selected).map((i) => i.index));
+      if (selected.has(index)) selected.delete(index); else selected.add(index);
+      return this.select([...selected]);
+    }).catch((error) => this.app.fail(error));
+    return this.toggling;
   }
 
+  // The results the buttons act on: the selected ones that are done.
   selectedDone() {
-    const done = (this.run.items || []).filter((i) => !i.pending);
-    const chosen = done.filter((i) => i.selected);
-    return chosen.length ? chosen : done;
+    return (this.run.items || []).filter((i) => i.selected && !i.pending);
   }
 
   // The name prompt when the settings ask for a name: the name, undefined without a prompt,
@@ -133,8 +172,11 @@ export class ResultsScreen {
     const prompt = await api('/api/share/prompt', { from: 'run', indexes });
     if (!prompt.ask) return undefined;
     return showPrompt({
-      title: 'Name', value: prompt.name, okLabel,
-      preview: async (text) => (await api('/api/share/prompt', { from: 'run', indexes, name: text })).preview,
+      title: prompt.title, message: prompt.message, placeholder: prompt.placeholder, value: prompt.name, okLabel,
+      check: async (text) => {
+        const answer = await api('/api/share/prompt', { from: 'run', indexes, name: text });
+        return { line: answer.preview, valid: answer.valid };
+      },
     });
   }
 
@@ -145,7 +187,7 @@ export class ResultsScreen {
       if (name === null) return;
       const shared = await api('/api/share', { from: 'run', indexes, name });
       this.lastShared = shared.files;
-      await showAlert({ title: 'Shared', message: shared.files.map((f) => f.split('/').pop()).join('\n'), buttons: ['Download', 'Ok'] })
+      await showAlert({ title: shared.message, message: shared.files.map((f) => f.split('/').pop()).join('\n'), buttons: ['Download', 'Ok'] })
         .then((button) => { if (button === 0) this.fetchFiles(shared.files); });
     } catch (error) {
       this.app.fail(error);
@@ -161,7 +203,7 @@ export class ResultsScreen {
       const name = await this.askName(indexes, 'Export');
       if (name === null) return;
       const exported = await api('/api/share', { from: 'run', indexes, name, folder });
-      await showAlert({ title: 'Success', message: exported.files.join('\n'), buttons: ['Ok'] });
+      await showAlert({ title: exported.message, message: exported.files.join('\n'), buttons: ['Ok'] });
     } catch (error) {
       this.app.fail(error);
     }

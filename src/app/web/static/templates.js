@@ -5,6 +5,15 @@ import { api, h } from './api.js';
 import { showAlert, showPrompt } from './dialogs.js';
 import { beginFlow, followFlow } from './flow.js';
 
+// The subtitles carry tokens of the list's styling: "0x2193" and "0x2191" are the arrows of a
+// ratio's direction, "[S]" marks a Smart size.
+const ARROWS = { '0x2193': '↓', '0x2191': '↑' };
+
+function detailLine(subtitles) {
+  const text = subtitles.filter((s) => s.trim()).join(' · ').replace(/0x219[13]/g, (token) => ARROWS[token]);
+  return text.split('[S]').flatMap((part, index) => (index ? [h('abbr', { title: 'Smart size' }, '[S]'), part] : [part]));
+}
+
 export class TemplateScreen {
   constructor(app) {
     this.app = app;
@@ -48,7 +57,7 @@ export class TemplateScreen {
       item.picture ? h('img', { class: 'picture', src: item.picture, alt: '' }) : h('span', { class: 'picture empty', 'aria-hidden': 'true' }),
       h('button', { class: 'template', onclick: () => this.begin(item) },
         h('strong', {}, name),
-        h('span', { class: 'detail' }, (item.subtitles || []).filter((s) => s.trim()).join(' · '))),
+        h('span', { class: 'detail' }, detailLine(item.subtitles || []))),
       tools.length ? h('span', { class: 'row-tools' }, tools) : null);
   }
 
