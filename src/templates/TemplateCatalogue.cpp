@@ -266,6 +266,14 @@ VRTemplateListItem exampleItem() {
         TemplatePictureSource::empty(), TemplatePictureSource::empty(), {"1200 \u00d7 600 PX [S]"});
 }
 
+const std::string& smartSizeNote() {
+    // The misspelling is the program's own.
+    static const std::string note =
+        "Select [red]Smart size[/red] to use 1200 x 600 for landscape / square and 600 x 1200 "
+        "for portait photos";
+    return note;
+}
+
 std::vector<VRTemplateListSectionRef> standardSections() {
     std::vector<VRTemplateListSectionRef> result;
     for (const auto& section : sections()) {

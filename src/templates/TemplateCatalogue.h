@@ -61,6 +61,9 @@ VXTemplateRef templateForEntry(const Entry& entry);
 // keywords. Wallpaper rows give the screen diagonal as their second line.
 VRTemplateListItem itemForEntry(const Entry& entry);
 VRTemplateListItem exampleItem();
+// The help text that the example serves, shown with a section that needs the Smart size note;
+// "[red]" marks the words the list's styling draws in red.
+const std::string& smartSizeNote();
 
 // New section objects (fresh identifiers) of the whole catalogue.
 std::vector<VRTemplateListSectionRef> standardSections();

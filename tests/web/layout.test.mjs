@@ -216,7 +216,7 @@ test('layout: every screen fits a phone and keeps its rows of actions on one lin
   await page.getByRole('dialog').getByRole('button', { name: 'Save' }).click();
   const own = page.locator('[data-list=own] .template-row');
   await own.first().waitFor();
-  await checkContrast(page, ['.templates .subtitle', '.templates .template .detail', '.templates header button'], home);
+  await checkContrast(page, ['.templates .subtitle', '.templates .smart-note', '.templates .template .detail', '.templates header button'], home);
   // The bar: back, title and New Template on top, the search beside Custom Size under them.
   await checkScreen(page, 'templates', ['.templates header :is(.back, .new)', '.templates header :is(input, .custom)',
     '[data-list=own] .template-row:first-child .row-tools > *'], '.templates > header', 2);

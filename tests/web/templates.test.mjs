@@ -167,6 +167,14 @@ test('template pictures, the summary heading and the recent sizes', async (t) =>
     assert.equal(/max-age=\d+/.test(kept.get(item.picture)), item.pictureSource === 'drawn', `${item.picture}: ${kept.get(item.picture)}`);
   await screenshots(page, 'templates-pictures');
   await phoneScreenshot(page, 'templates-pictures');
+  // The catalogue's sections show no second line; Smart Optimization carries the Smart size
+  // note instead, its option's name in red.
+  const smart = page.locator('[data-list=catalogue]', { has: page.getByRole('heading', { name: 'Smart Optimization' }) });
+  assert.equal(await smart.locator('.smart-note').textContent(),
+    'Select Smart size to use 1200 x 600 for landscape / square and 600 x 1200 for portait photos');
+  assert.equal(await smart.locator('.smart-note .styled-red').textContent(), 'Smart size');
+  assert.equal(await page.locator('.smart-note').count(), 1);
+  assert.equal(await page.locator('[data-list=catalogue] .subtitle').count(), 0);
 
   // The summary of a catalogue template carries its name.
   await page.getByRole('searchbox', { name: 'Search templates' }).fill('instagram square');

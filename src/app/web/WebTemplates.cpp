@@ -15,6 +15,7 @@
 #include "platform/FileManager.h"
 #include "storage/VRSettings.h"
 #include "storage/VRSettings2.h"
+#include "templates/TemplateCatalogue.h"
 #include "templates/TemplateManager.h"
 #include "templates/VRTemplateListCoding.h"
 #include "templates/VXHelperTemplate.h"
@@ -127,11 +128,18 @@ Reply catalogue(const httplib::Request& request) {
     json sections = json::array();
     auto addSection = [&](VRTemplateListSection& section, const char* list) {
         if (!search.empty()) section.search(search);
-        if (!section.visibleItems().empty())
-            sections.push_back({{"title", section.title()},
-                                {"subtitle", section.subtitle()},
-                                {"list", list},
-                                {"items", itemsJSON(manager, section.visibleItems(), list)}});
+        if (section.visibleItems().empty()) {
+            if (!search.empty()) section.clearSearch();
+            return;
+        }
+        const auto& config = section.config();
+        json entry = {{"title", section.title()},
+                      {"subtitle", config.subtitleVisible ? section.subtitle() : ""},
+                      {"list", list},
+                      {"items", itemsJSON(manager, section.visibleItems(), list)}};
+        if (config.needsSmartNote)
+            entry["note"] = styledTextJSON(TemplateCatalogue::smartSizeNote());
+        sections.push_back(std::move(entry));
         if (!search.empty()) section.clearSearch();
     };
     if (!manager.recentTemplates().empty()) {
@@ -151,7 +159,8 @@ Reply catalogue(const httplib::Request& request) {
     }
     if (!manager.userTemplates().empty()) {
         VRTemplateListSection own("Your Templates", "Templates you created",
-                                  VRTemplateListSection::Config{}, manager.userTemplates());
+                                  VRTemplateListSection::Config{false, false, true},
+                                  manager.userTemplates());
         addSection(own, "own");
     }
     for (const auto& section : manager.standardTemplates()) addSection(*section, "catalogue");

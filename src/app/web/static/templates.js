@@ -1,7 +1,7 @@
 // The template choice: recents, the collection, the user's own templates and the catalogue's
 // sections, with search as the server does it. Own templates are created, renamed, duplicated
 // and removed here; choosing a template, or a size of one's own, begins the server's walk.
-import { api, h } from './api.js';
+import { api, h, styledText } from './api.js';
 import { showAlert, showPrompt } from './dialogs.js';
 import { beginFlow, followFlow } from './flow.js';
 
@@ -38,6 +38,7 @@ export class TemplateScreen {
     if (ticket !== this.ticket) return;
     this.sections.replaceChildren(...sections.map((section) => h('section', { class: 'group', dataset: { list: section.list } },
       h('h2', {}, section.title), section.subtitle ? h('p', { class: 'subtitle' }, section.subtitle) : null,
+      section.note ? h('p', { class: 'smart-note' }, styledText(section.note)) : null,
       h('ul', { class: 'template-list' }, section.items.map((item) => this.row(section, item))))));
   }
 
