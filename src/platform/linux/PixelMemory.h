@@ -22,7 +22,7 @@ std::vector<std::uint8_t> pixelMemory(std::size_t size);
 class PixelBufferPool : public std::enable_shared_from_this<PixelBufferPool> {
   public:
     // Keeps at most `keep` buffers that came back; more are freed.
-    static std::shared_ptr<PixelBufferPool> make(std::size_t keep = 4);
+    static std::shared_ptr<PixelBufferPool> make(std::size_t keep = 2);
 
     // A buffer of `size` bytes. A buffer that came back holds what its last holder left in it
     // (`fresh` false); a new one is zeroed (`fresh` true).
