@@ -15,9 +15,11 @@
 // inverse mapping with hard edges, and clips are taken as the bounding box of their rectangle.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -30,6 +32,7 @@ namespace platform {
 namespace bitmap_pixels {
 class ResizeGraphs;
 }
+class PixelBufferPool;
 
 enum CGInterpolationQuality : std::int32_t {
     kCGInterpolationDefault = 0,  // medium
@@ -140,8 +143,16 @@ class BitmapContext {
     std::size_t rowsEnd() const { return _bitmap.firstRow() + _bitmap.rowCount(); }
     void fillDeviceRect(const CGRect& userRect, const std::vector<std::uint16_t>& premultiplied,
                         bool replace);
+    // Writes the waiting fill (see _pendingFill) into every held pixel but those of the
+    // columns [x0, x1) in the rows [y0, y1), which the caller writes whole itself.
+    void settleFill(std::size_t x0 = 0, std::size_t x1 = 0, std::size_t y0 = 0, std::size_t y1 = 0);
 
     Bitmap _bitmap;
+    // One pixel's bytes that every held pixel is to get and none has got yet: a fill of all
+    // the rows waits here, so that a draw over it writes each pixel once and the fill goes only
+    // where the picture leaves pixels uncovered.
+    std::optional<std::array<std::uint8_t, 8>> _pendingFill;
+    std::shared_ptr<PixelBufferPool> _buffers;  // where moveToRows takes a strip's pixels
     State _state;
     std::vector<State> _saved;
     std::shared_ptr<bitmap_pixels::ResizeGraphs> _graphs;  // a strip context's, see drawImage

@@ -7,6 +7,7 @@
 #include <lcms2.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -166,15 +167,38 @@ void BitmapContext::moveToRows(std::size_t firstRow, std::size_t rowCount) {
     const std::size_t rows = std::clamp<std::size_t>(rowCount, 1, _bitmap._height - first);
     const PixelLayout layout = _bitmap.layout();
     const std::size_t stride = _bitmap._width * layout.bytesPerPixel();
-    _bitmap = Bitmap::strip(
-        _bitmap._width, _bitmap._height, layout, _bitmap._colorSpace, first, rows,
-        std::make_shared<std::vector<std::uint8_t>>(pixelMemory(stride * rows)), stride);
-    if (!layout.hasAlpha() && layout.hasExtraSample()) {
-        // Skip samples read as full, so that an untouched opaque context is opaque black.
-        DestAccess dest = destAccess(mutablePixels(), _bitmap);
-        std::uint8_t black[8] = {};
-        dest.clear(black);
-        fillPixels(dest.base, black, dest.bpp, _bitmap._width * rows);
+    if (!_buffers) _buffers = PixelBufferPool::make();
+    bool fresh = false;
+    auto pixels = _buffers->take(stride * rows, fresh);
+    _bitmap = Bitmap::strip(_bitmap._width, _bitmap._height, layout, _bitmap._colorSpace, first,
+                            rows, std::move(pixels), stride);
+    // New rows read as cleared, skip samples full so that an untouched opaque context is
+    // opaque black. They are written when something first needs them: mostly a fill or a
+    // draw writes them all anyway.
+    std::array<std::uint8_t, 8> cleared{};
+    const DestAccess dest = destAccess(nullptr, _bitmap);
+    dest.clear(cleared.data());
+    _pendingFill.reset();
+    if (!fresh || dest.skip >= 0) _pendingFill = cleared;
+}
+
+void BitmapContext::settleFill(std::size_t x0, std::size_t x1, std::size_t y0, std::size_t y1) {
+    if (!_pendingFill) return;
+    const std::array<std::uint8_t, 8> pixel = *_pendingFill;
+    _pendingFill.reset();
+    const DestAccess dest = destAccess(mutablePixels(), _bitmap);
+    const std::size_t W = width();
+    x1 = std::min(x1, W);
+    x0 = std::min(x0, x1);
+    if (x0 == x1) y0 = y1 = 0;
+    for (std::size_t y = _bitmap.firstRow(); y < rowsEnd(); ++y) {
+        std::uint8_t* row = dest.row(y);
+        if (y >= y0 && y < y1) {
+            fillPixels(row, pixel.data(), dest.bpp, x0);
+            fillPixels(row + x1 * dest.bpp, pixel.data(), dest.bpp, W - x1);
+        } else {
+            fillPixels(row, pixel.data(), dest.bpp, W);
+        }
     }
 }
 
@@ -260,15 +284,24 @@ void BitmapContext::fillDeviceRect(const CGRect& userRect,
                    (t.c * t.ty - t.d * t.tx) / det,
                    (t.b * t.tx - t.a * t.ty) / det};
     }
-    DestAccess dest = destAccess(mutablePixels(), _bitmap);
+    DestAccess dest = destAccess(nullptr, _bitmap);
     // A wholly covered pixel gets the same bytes whatever it held, unless the colour is
     // translucent: those bytes are worked out once and copied over the rows' interiors.
-    std::uint8_t solid[8] = {};
+    std::array<std::uint8_t, 8> solid{};
     bool solidKnown = aligned && (replace || premultiplied[3] == 65535);
     if (replace)
-        dest.clear(solid);
+        dest.clear(solid.data());
     else if (solidKnown)
-        dest.blend(solid, premultiplied[0], premultiplied[1], premultiplied[2], 65535);
+        dest.blend(solid.data(), premultiplied[0], premultiplied[1], premultiplied[2], 65535);
+    if (solidKnown && cover.x0 <= 0 && cover.x1 >= static_cast<double>(width()) &&
+        cover.y0 <= static_cast<double>(_bitmap.firstRow()) &&
+        cover.y1 >= static_cast<double>(rowsEnd())) {
+        // Every held pixel gets these bytes: they wait for what is drawn next.
+        _pendingFill = solid;
+        return;
+    }
+    settleFill();
+    dest.base = mutablePixels();
     const std::size_t inner0 = std::max(X0, static_cast<std::size_t>(std::ceil(cover.x0)));
     const std::size_t inner1 =
         std::max(inner0, std::min(X1, static_cast<std::size_t>(std::floor(cover.x1))));
@@ -276,7 +309,7 @@ void BitmapContext::fillDeviceRect(const CGRect& userRect,
         std::uint8_t* row = dest.row(y);
         double wy = coverage(static_cast<double>(y), cover.y0, cover.y1);
         bool solidRow = solidKnown && wy >= 1;
-        if (solidRow) fillPixels(row + inner0 * dest.bpp, solid, dest.bpp, inner1 - inner0);
+        if (solidRow) fillPixels(row + inner0 * dest.bpp, solid.data(), dest.bpp, inner1 - inner0);
         for (std::size_t x = X0; x < X1; ++x) {
             if (solidRow && x == inner0) x = inner1;
             if (x >= X1) break;
@@ -367,6 +400,7 @@ bool BitmapContext::drawImage(CGRect userRect, const Bitmap& image, ErrorRef* er
         }
         box = box.intersect(clip);
         if (box.empty()) return true;
+        settleFill();
         DestAccess dest = destAccess(mutablePixels(), _bitmap);
         std::size_t X0 = static_cast<std::size_t>(std::floor(box.x0));
         std::size_t X1 = std::min(width(), static_cast<std::size_t>(std::ceil(box.x1)));
@@ -436,6 +470,17 @@ bool BitmapContext::drawImage(CGRect userRect, const Bitmap& image, ErrorRef* er
               : src.bitsPerComponent == 8 ? AlignedDraw::Input::Bytes
                                           : AlignedDraw::Input::Words;
     d.byteOutput = dst.bitsPerComponent == 8;
+    // An opaque picture gives the pixels it covers whole the same bytes whatever they held
+    // (the bands replace them or blend at full weight): a waiting fill goes only around them.
+    std::size_t kx0 = 0, kx1 = 0, ky0 = 0, ky1 = 0;
+    if (!d.alpha) {
+        kx0 = std::max(d.X0, static_cast<std::size_t>(std::ceil(d.cover.x0)));
+        kx1 = std::max(kx0, std::min(d.X1, static_cast<std::size_t>(std::floor(d.cover.x1))));
+        ky0 = std::max(d.Y0, static_cast<std::size_t>(std::ceil(d.cover.y0)));
+        ky1 = std::max(ky0, std::min(d.Y1, static_cast<std::size_t>(std::floor(d.cover.y1))));
+    }
+    const auto waiting = _pendingFill;
+    settleFill(kx0, kx1, ky0, ky1);
     d.dest = destAccess(mutablePixels(), _bitmap);
     d.quality = _state.quality;
     // A strip context draws the same geometry strip after strip: it keeps its graphs.
@@ -445,6 +490,9 @@ bool BitmapContext::drawImage(CGRect userRect, const Bitmap& image, ErrorRef* er
     }
     std::string why;
     if (drawAligned(d, why)) return true;
+    if (waiting)  // the pixels left out above hold no fill yet
+        for (std::size_t y = ky0; y < ky1; ++y)
+            fillPixels(d.dest.row(y) + kx0 * d.dest.bpp, waiting->data(), d.dest.bpp, kx1 - kx0);
     logf("~~ IMAGE: drawing failed: %s", why.c_str());
     if (error) *error = contextError("The picture could not be drawn: " + why);
     return false;
@@ -484,6 +532,7 @@ void BitmapContext::setDrawingBands(std::size_t bands) {
 }
 
 Bitmap BitmapContext::createImage() {
+    settleFill();
     return _bitmap;
 }
 
