@@ -14,7 +14,6 @@
 #include "platform/Environment.h"
 #include "platform/FileManager.h"
 #include "platform/Log.h"
-#include "platform/ProcessMemory.h"
 
 namespace {
 
@@ -113,7 +112,6 @@ int runProgram(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    platform::returnLargeBlocksToSystem();
     try {
         return runProgram(argc, argv);
     } catch (const std::exception& error) {

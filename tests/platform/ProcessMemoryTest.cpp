@@ -46,9 +46,7 @@ TEST(ProcessMemoryTest, FreedFramesLeaveTheProcessAfterALargerOneWasFreed) {
     // A 16 MB block freed: the allocator's own rule would now keep blocks below it in the heap.
     std::free(touched(16u << 20));
 
-    constexpr std::size_t kFrames = 24, kFrameBytes = 1u << 20;
-    const long before = residentAnonymousKiB();
-    ASSERT_GT(before, 0);
+    constexpr std::size_t kFrames = 12, kFrameBytes = 2u << 20;
     // Each frame followed by a small block, as the pipeline's bookkeeping lies between its
     // frames: freed frames in the heap could then neither merge nor be trimmed from its top.
     std::vector<void*> frames, bookkeeping;
@@ -60,12 +58,14 @@ TEST(ProcessMemoryTest, FreedFramesLeaveTheProcessAfterALargerOneWasFreed) {
         ASSERT_NE(frames.back(), nullptr);
     }
     const long held = residentAnonymousKiB();
+    ASSERT_GT(held, 0);
     for (void* frame : frames) std::free(frame);
     const long after = residentAnonymousKiB();
     for (void* block : bookkeeping) std::free(block);
 
+    // Measured as what the freeing gave back, since pages freed earlier in the process may
+    // have been taken again by the frames without growing it.
     const long frameKiB = static_cast<long>(kFrames * kFrameBytes / 1024);
-    EXPECT_GE(held - before, frameKiB * 9 / 10) << "the frames were not resident";
-    EXPECT_LT(after - before, frameKiB / 6)
-        << "freed frames stayed resident: " << after - before << " KiB of " << frameKiB;
+    EXPECT_GE(held - after, frameKiB * 3 / 4) << "freed frames stayed resident: " << held - after
+                                              << " KiB of " << frameKiB << " KiB went back";
 }
