@@ -11,7 +11,6 @@
 #include "platform/AVError.h"
 #include "platform/AVMediaFormat.h"
 #include "platform/AVVideoSettings.h"
-#include "platform/ProcessMemory.h"
 #include "platform/linux/FFmpegSupport.h"
 #include "platform/linux/FFmpegWriterCore.h"
 
@@ -368,8 +367,6 @@ bool AVAssetWriter::startWriting() {
         return false;
     }
     core.fileCreated = true;
-    // Frames of several sizes come and go from here on (decoded, drawn, the encoder's own).
-    platform::returnLargeBlocksToSystem();
     for (auto& input : core.inputs) {
         AVAssetWriterInput::Impl& in = input->impl();
         if (!in.video) continue;
