@@ -15,6 +15,7 @@ extern "C" {
 #include "platform/AVAsset.h"
 #include "platform/AVMediaFormat.h"
 #include "platform/AVVideoSettings.h"
+#include "platform/ProcessMemory.h"
 #include "platform/linux/FFmpegSupport.h"
 
 using platform::ErrorRef;
@@ -309,5 +310,8 @@ class FFmpegAsset final : public AVAsset {
 }  // namespace
 
 std::shared_ptr<AVAsset> AVAsset::assetWithURL(const std::string& path) {
+    // Before the first frame is decoded: reading a movie's tracks already decodes some, and
+    // the frames freed then would set the allocator's bound for the whole run.
+    platform::returnLargeBlocksToSystem();
     return std::make_shared<FFmpegAsset>(path);
 }

@@ -1,0 +1,13 @@
+#include "platform/ProcessMemory.h"
+
+#include <malloc.h>
+
+namespace platform {
+
+void returnLargeBlocksToSystem() {
+    // Setting the bound at all also stops the allocator from moving it (and the trim bound
+    // with it); 128 KiB is its own starting value.
+    mallopt(M_MMAP_THRESHOLD, 128 * 1024);
+}
+
+}  // namespace platform
