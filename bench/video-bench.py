@@ -133,6 +133,30 @@ def probe(path):
     return facts
 
 
+def encoder_options_logged(path):
+    """The options x264 or x265 wrote into the stream's first SEI ("... options: cabac=1 ..."),
+    as a dict, or None when the file carries none."""
+    with open(path, "rb") as f:
+        head = f.read(16 << 20)
+    match = re.search(rb"(?:x264 - core|x265 \(build)[^\x00]*?options: ([^\x00\x80]*)", head)
+    if not match:
+        return None
+    options = {}
+    for item in match.group(1).decode("latin-1").split():
+        key, _, value = item.partition("=")
+        options[key] = value
+    return options
+
+
+def options_difference(ours, theirs):
+    """The encoder options that differ between two outputs, as "key: ours/theirs" texts."""
+    if ours is None or theirs is None:
+        return None
+    keys = sorted(set(ours) | set(theirs))
+    return [f"{k}: {ours.get(k, '-')}/{theirs.get(k, '-')}" for k in keys
+            if ours.get(k) != theirs.get(k)]
+
+
 def displayed(facts):
     """The size on screen: the stored size turned by the display matrix."""
     w, h = facts["width"], facts["height"]
@@ -444,6 +468,19 @@ def main():
                                           0.002, digits=4))
         log("medium: the same encoder at the preset \"medium\" and the same bit rate, fed the "
             "reference")
+
+    log("\n== encoder options the encoder logged in each output (unwarp/ffmpeg) ==")
+    for job, tools in probes.items():
+        difference = options_difference(encoder_options_logged(tools["unwarp"]["path"]),
+                                        encoder_options_logged(tools["ffmpeg"]["path"]))
+        if difference is None:
+            verdicts.append(f"{job} encoder options: not found in the outputs")
+        elif difference:
+            log(f"{job}: " + "; ".join(difference))
+            verdicts.append(f"{job} encoder options: {len(difference)} differ, not like with like")
+        else:
+            log(f"{job}: identical")
+            verdicts.append(f"{job} encoder options: identical in both runs")
 
     log("\n== outputs (ffprobe) ==")
     log(f"{'job':4} {'tool':7} {'stored':>10} {'shown':>10} {'rot':>4} {'SAR':>5} {'codec':>5} "

@@ -41,7 +41,9 @@ std::optional<Bitmap> frameOfMovie(const AVAssetRef& movie) {
     auto generator = AVAssetImageGenerator::assetImageGeneratorWithAsset(movie);
     if (!generator) return std::nullopt;
     generator->setAppliesPreferredTrackTransform(true);
-    // A tenth in rather than the first frame, which is often a fade from black.
+    // A tenth in rather than the first frame, which is often a fade from black; the first sync
+    // frame after that point will do, and decodes alone instead of after every frame before it.
+    generator->setRequestedTimeToleranceAfter(kCMTimePositiveInfinity);
     const double duration = CMTimeGetSeconds(movie->loadDuration().valueOr(kCMTimeZero));
     ErrorRef error;
     auto frame = generator->copyCGImageAtTime(

@@ -19,9 +19,18 @@ class AVAssetImageGenerator {
     bool appliesPreferredTrackTransform() const { return _appliesPreferredTrackTransform; }
     void setAppliesPreferredTrackTransform(bool value) { _appliesPreferredTrackTransform = value; }
 
-    // The first frame shown at or after `requestedTime` (the last frame when the movie ends
-    // before it), as 8-bit RGB; `actualTime` receives its presentation time. Nothing, with the
-    // error, for a file without a decodable video track. Blocks while decoding.
+    // How far before and after the requested time the picture may lie. Both zero (the default
+    // here) ask for the exact frame; a window lets the generator take the first sync frame
+    // inside it, which is decoded without the frames before it.
+    CMTime requestedTimeToleranceBefore() const { return _toleranceBefore; }
+    void setRequestedTimeToleranceBefore(CMTime value) { _toleranceBefore = value; }
+    CMTime requestedTimeToleranceAfter() const { return _toleranceAfter; }
+    void setRequestedTimeToleranceAfter(CMTime value) { _toleranceAfter = value; }
+
+    // The first sync frame inside the tolerance window, else the first frame shown at or after
+    // `requestedTime` (the last frame when the movie ends before it), as 8-bit RGB;
+    // `actualTime` receives its presentation time. Nothing, with the error, for a file without
+    // a decodable video track. Blocks while decoding.
     std::optional<platform::Bitmap> copyCGImageAtTime(CMTime requestedTime, CMTime* actualTime,
                                                       platform::ErrorRef* error) const;
 
@@ -31,4 +40,5 @@ class AVAssetImageGenerator {
     explicit AVAssetImageGenerator(AVAssetRef asset) : _asset(std::move(asset)) {}
     AVAssetRef _asset;
     bool _appliesPreferredTrackTransform = false;
+    CMTime _toleranceBefore = kCMTimeZero, _toleranceAfter = kCMTimeZero;
 };

@@ -87,6 +87,13 @@ class AVAssetReader {
     bool canAddOutput(const AVAssetReaderOutputRef& output) const;
     // Does nothing when canAddOutput would say false.
     void addOutput(const AVAssetReaderOutputRef& output);
+    // Before startReading: the part of the timeline read. Decoded frames shown before the
+    // start are decoded but not handed out, and the first one shown at or after the end ends
+    // the output; compressed samples begin at the sync sample at or before the start and end
+    // at the first one decoded at or after the end. A start that is not numeric or not after
+    // zero reads from the beginning, a duration that is not numeric reads to the track's end.
+    void setTimeRange(CMTimeRange range);
+    CMTimeRange timeRange() const;
     // Opens every output's decoder and starts the frame threads. False, with status failed
     // and the error, when that fails or when called twice.
     bool startReading();

@@ -29,6 +29,8 @@ struct CMTimeRange {
 
 inline constexpr CMTime kCMTimeInvalid{};
 inline constexpr CMTime kCMTimeZero{0, 1, kCMTimeFlags_Valid, 0};
+inline constexpr CMTime kCMTimePositiveInfinity{
+    0, 0, kCMTimeFlags_Valid | kCMTimeFlags_PositiveInfinity, 0};
 
 // Valid when the time scale is above 0.
 CMTime CMTimeMake(CMTimeValue value, CMTimeScale timescale);

@@ -132,4 +132,47 @@ TEST(AssetImageGeneratorMedia, PictureIsTheFrameAndPixelsOfABGRAReader) {
     }
 }
 
+// With a tolerance window the picture is the first sync frame shown inside it, decoded alone,
+// with the pixels a reader gives for that frame; with no sync frame in the window it is the
+// exact frame. Sync frames every second, reordered frames between them.
+TEST(AssetImageGeneratorMedia, AWindowTakesTheFirstSyncFrameInIt) {
+    TestHome home;
+    const std::string path = makeMovie(
+        home, "gop.mp4",
+        "-f lavfi -i testsrc2=size=96x64:rate=10:duration=3 -pix_fmt yuv420p -c:v libx264 "
+        "-bf 2 -g 10 -sc_threshold 0");
+    ASSERT_FALSE(path.empty());
+    const CMTime forever = kCMTimePositiveInfinity;
+    struct Row {
+        double requested;
+        CMTime before, after;
+        double expected;
+    } rows[] = {
+        {0.35, kCMTimeZero, forever, 1.0},
+        {1.0, kCMTimeZero, forever, 1.0},
+        {0.35, kCMTimeZero, CMTimeMake(1, 2), 0.4},  // no sync frame up to 0.85 s
+        {0.35, CMTimeMake(1, 2), kCMTimeZero, 0.0},  // the first frame lies inside
+        {1.35, CMTimeMake(1, 2), CMTimeMake(1, 2), 1.0},
+        {2.35, kCMTimeZero, forever, 2.4},  // none after the last sync frame
+        {0.35, kCMTimeZero, kCMTimeZero, 0.4},
+        {60, kCMTimeZero, forever, 2.9},  // beyond the end: the last frame
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE("at " + std::to_string(row.requested) + " expecting " +
+                     std::to_string(row.expected));
+        auto generator =
+            AVAssetImageGenerator::assetImageGeneratorWithAsset(AVAsset::assetWithURL(path));
+        generator->setRequestedTimeToleranceBefore(row.before);
+        generator->setRequestedTimeToleranceAfter(row.after);
+        CMTime actual = kCMTimeInvalid;
+        auto image = generator->copyCGImageAtTime(CMTimeMakeWithSeconds(row.requested, 600),
+                                                  &actual, nullptr);
+        ASSERT_TRUE(image.has_value());
+        EXPECT_NEAR(CMTimeGetSeconds(actual), row.expected, 1e-6);
+        const Reference reference = referenceFrame(path, actual);
+        ASSERT_EQ(CMTimeCompare(reference.time, actual), 0);
+        EXPECT_EQ(largestDifference(*image, reference), 0);
+    }
+}
+
 }  // namespace

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <fstream>
 
 #include "platform/AVAsset.h"
@@ -229,3 +230,57 @@ TEST(AssetReaderMediaTest, RefusalsCancelAndDamagedInput) {
 }
 
 }  // namespace
+
+// A time range: decoded frames begin at the first one shown at or after its start and end
+// before its end; compressed samples begin at the sync sample before the start. The movie has
+// a sync frame every second and reordered frames, so the start lies between sync frames.
+TEST(AssetReaderMediaTest, TimeRangeStartsAndEndsTheFrames) {
+    testing_support::TestHome home;
+    const std::string path = makeMovie(home, "gop.mp4",
+                                       "-f lavfi -i testsrc2=size=96x64:rate=10:duration=3 "
+                                       "-pix_fmt yuv420p -c:v libx264 -bf 2 -g 10 -sc_threshold 0");
+    ASSERT_FALSE(path.empty());
+    AVAssetRef asset = AVAsset::assetWithURL(path);
+    auto track = asset->loadTracksWithMediaType(AVMediaTypeVideo).value().at(0);
+    struct Case {
+        const char* what;
+        bool decoded;
+        CMTimeRange range;
+        double first, last;
+        std::size_t count;
+    } cases[] = {
+        {"whole", true, {kCMTimeZero, kCMTimePositiveInfinity}, 0.0, 2.9, 30},
+        {"from 1.5 s", true, {CMTimeMake(3, 2), kCMTimePositiveInfinity}, 1.5, 2.9, 15},
+        {"1.5 s to 2 s", true, {CMTimeMake(3, 2), CMTimeMake(1, 2)}, 1.5, 1.9, 5},
+        {"the first half second", true, {kCMTimeZero, CMTimeMake(1, 2)}, 0.0, 0.4, 5},
+        {"beyond the end", true, {CMTimeMake(10, 1), kCMTimePositiveInfinity}, 0, 0, 0},
+        {"compressed from 1.5 s", false, {CMTimeMake(3, 2), kCMTimePositiveInfinity}, 1.0, 2.9, 20},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        AVAssetReaderRef reader = AVAssetReader::assetReaderWithAsset(asset, nullptr);
+        ASSERT_TRUE(reader);
+        auto output = AVAssetReaderTrackOutput::assetReaderTrackOutputWithTrack(
+            track, c.decoded ? std::optional(allSixFormats()) : std::nullopt);
+        reader->addOutput(output);
+        reader->setTimeRange(c.range);
+        ASSERT_TRUE(reader->startReading());
+        // Set once reading has started, a range changes nothing.
+        reader->setTimeRange({CMTimeMake(1, 1), CMTimeMake(1, 1)});
+        EXPECT_EQ(CMTimeCompare(reader->timeRange().start, c.range.start), 0);
+        std::vector<double> shown;
+        bool firstIsSync = false;
+        while (CMSampleBufferRef sample = output->copyNextSampleBuffer()) {
+            if (shown.empty()) firstIsSync = sample->isSync();
+            shown.push_back(CMTimeGetSeconds(CMSampleBufferGetPresentationTimeStamp(sample)));
+        }
+        std::sort(shown.begin(), shown.end());
+        ASSERT_EQ(shown.size(), c.count);
+        if (c.count == 0) continue;
+        EXPECT_NEAR(shown.front(), c.first, 1e-6);
+        EXPECT_NEAR(shown.back(), c.last, 1e-6);
+        if (!c.decoded) {
+            EXPECT_TRUE(firstIsSync);
+        }
+    }
+}

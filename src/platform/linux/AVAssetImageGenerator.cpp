@@ -13,6 +13,7 @@
 #include "platform/AVVideoSettings.h"
 #include "platform/CVPixelBuffer.h"
 #include "platform/linux/FramePicture.h"
+#include "platform/linux/SyncFrames.h"
 
 using namespace platform;
 
@@ -75,6 +76,11 @@ Bitmap transformed(const Bitmap& image, const CGAffineTransform& t) {
     return Bitmap(dw, dh, image.layout(), image.colorSpace(), std::move(pixels));
 }
 
+double secondsOr(CMTime time, double otherwise) {
+    const double s = CMTimeGetSeconds(time);
+    return std::isnan(s) ? otherwise : s;
+}
+
 }  // namespace
 
 std::shared_ptr<AVAssetImageGenerator> AVAssetImageGenerator::assetImageGeneratorWithAsset(
@@ -113,15 +119,27 @@ std::optional<Bitmap> AVAssetImageGenerator::copyCGImageAtTime(CMTime requestedT
     if (!reader->canAddOutput(output))
         return fail(avError(AVErrorDecodeFailed, "The movie's frames cannot be decoded"));
     reader->addOutput(output);
+    const bool anyTime = !CMTIME_IS_NUMERIC(requestedTime);
+    // A sync frame inside the window needs no frame before it: reading starts there.
+    CMTime wanted = requestedTime;
+    if (!anyTime && (CMTimeCompare(_toleranceBefore, kCMTimeZero) > 0 ||
+                     CMTimeCompare(_toleranceAfter, kCMTimeZero) > 0)) {
+        const double t = CMTimeGetSeconds(requestedTime);
+        const auto sync = platform::media::firstSyncFrameBetween(_asset->URL(), track->trackID(),
+                                                                 t - secondsOr(_toleranceBefore, 0),
+                                                                 t + secondsOr(_toleranceAfter, 0));
+        if (sync) {
+            wanted = *sync;
+            reader->setTimeRange(CMTimeRange{*sync, kCMTimePositiveInfinity});
+        }
+    }
     if (!reader->startReading()) return fail(reader->error());
 
     CMSampleBufferRef chosen;
-    const bool anyTime = !CMTIME_IS_NUMERIC(requestedTime);
     while (auto sample = output->copyNextSampleBuffer()) {
         if (!CMSampleBufferGetImageBuffer(sample)) continue;
         chosen = sample;
-        if (anyTime ||
-            CMTimeCompare(CMSampleBufferGetPresentationTimeStamp(sample), requestedTime) >= 0)
+        if (anyTime || CMTimeCompare(CMSampleBufferGetPresentationTimeStamp(sample), wanted) >= 0)
             break;
     }
     reader->cancelReading();

@@ -76,6 +76,8 @@ struct AVAssetReaderTrackOutput::Impl {
     AVRational timeBase{1, 1};
     CMFormatDescriptionRef format;
     bool endedReported = false;
+    // The reader's time range in the stream's time base; AV_NOPTS_VALUE where it is open.
+    std::int64_t rangeStart = AV_NOPTS_VALUE, rangeEnd = AV_NOPTS_VALUE;
 
     // Decoding.
     AVCodecContext* decoder = nullptr;
@@ -89,12 +91,14 @@ struct AVAssetReaderTrackOutput::Impl {
     std::deque<CMSampleBufferRef> frames;
     bool stopRequested = false;
     bool decodingDone = false;
+    bool pastRangeEnd = false;
 
     ~Impl() { stop(); }
 
     bool decodes() const { return settings.has_value(); }
 
-    bool start(const std::string& path, ErrorRef* error);
+    bool start(const std::string& path, CMTimeRange range, ErrorRef* error);
+    void seekToRangeStart(CMTimeRange range);
     void stop();
     CMSampleBufferRef nextCompressed();
     CMSampleBufferRef nextDecoded();
@@ -108,7 +112,32 @@ struct AVAssetReaderTrackOutput::Impl {
     }
 };
 
-bool AVAssetReaderTrackOutput::Impl::start(const std::string& path, ErrorRef* error) {
+namespace {
+
+std::int64_t toStreamTime(CMTime time, AVRational timeBase) {
+    if (!CMTIME_IS_NUMERIC(time) || time.timescale <= 0) return AV_NOPTS_VALUE;
+    return av_rescale_q(time.value, AVRational{1, time.timescale}, timeBase);
+}
+
+}  // namespace
+
+// Starts the demuxer at the sync sample at or before the range's start, so that a late start
+// does not decode the whole movie before it; a failed seek reads from the beginning, which
+// gives the same frames more slowly.
+void AVAssetReaderTrackOutput::Impl::seekToRangeStart(CMTimeRange range) {
+    if (!CMTIME_IS_NUMERIC(range.start) || CMTimeCompare(range.start, kCMTimeZero) <= 0) return;
+    rangeStart = toStreamTime(range.start, timeBase);
+    if (CMTIME_IS_NUMERIC(range.duration)) {
+        rangeEnd = toStreamTime(CMTimeAdd(range.start, range.duration), timeBase);
+    }
+    if (rangeStart != AV_NOPTS_VALUE &&
+        av_seek_frame(input, streamIndex, rangeStart, AVSEEK_FLAG_BACKWARD) < 0) {
+        av_seek_frame(input, streamIndex, INT64_MIN, AVSEEK_FLAG_BACKWARD);
+    }
+}
+
+bool AVAssetReaderTrackOutput::Impl::start(const std::string& path, CMTimeRange range,
+                                           ErrorRef* error) {
     input = ffmpeg_support::openInput(path, false, error);
     if (!input) return false;
     std::vector<std::int32_t> ids = ffmpeg_support::trackIDsOf(input);
@@ -126,6 +155,11 @@ bool AVAssetReaderTrackOutput::Impl::start(const std::string& path, ErrorRef* er
     AVStream* st = input->streams[streamIndex];
     timeBase = st->time_base;
     format = ffmpeg_support::formatDescriptionOf(input, st);
+    if (CMTIME_IS_NUMERIC(range.start) && CMTimeCompare(range.start, kCMTimeZero) > 0) {
+        seekToRangeStart(range);
+    } else if (CMTIME_IS_NUMERIC(range.duration)) {
+        rangeEnd = toStreamTime(range.duration, timeBase);
+    }
     if (!decodes()) return true;
 
     const AVCodec* codec = avcodec_find_decoder(st->codecpar->codec_id);
@@ -194,6 +228,11 @@ CMSampleBufferRef AVAssetReaderTrackOutput::Impl::nextCompressed() {
         if (packet->stream_index == streamIndex) break;
         av_packet_unref(packet);
     }
+    if (rangeEnd != AV_NOPTS_VALUE && packet->dts != AV_NOPTS_VALUE && packet->dts >= rangeEnd) {
+        av_packet_free(&packet);
+        reportEnd();
+        return nullptr;
+    }
     auto backing = std::make_shared<CMSampleBuffer::Backing>();
     backing->packet = packet;
     using ffmpeg_support::timeFromStream;
@@ -221,6 +260,14 @@ CMSampleBufferRef AVAssetReaderTrackOutput::Impl::nextDecoded() {
 }
 
 bool AVAssetReaderTrackOutput::Impl::deliver(AVFrame* frame, ErrorRef* error) {
+    const std::int64_t shown = frame->best_effort_timestamp;
+    if (shown != AV_NOPTS_VALUE) {
+        if (rangeStart != AV_NOPTS_VALUE && shown < rangeStart) return true;
+        if (rangeEnd != AV_NOPTS_VALUE && shown >= rangeEnd) {
+            pastRangeEnd = true;
+            return false;
+        }
+    }
     // Converted only once there is room for it, so that no copy waits beside the queue.
     {
         std::unique_lock<std::mutex> lock(mutex);
@@ -284,7 +331,7 @@ void AVAssetReaderTrackOutput::Impl::decodeLoop() {
             av_frame_unref(frame);
             if (!ok) break;
         }
-        if (error) break;
+        if (error || pastRangeEnd) break;
         if (ret == AVERROR_EOF) break;
         if (ret < 0 && ret != AVERROR(EAGAIN)) ++decodeErrors;
         if (draining && ret == AVERROR(EAGAIN)) break;
@@ -340,6 +387,7 @@ struct AVAssetReader::Impl {
     std::vector<std::shared_ptr<AVAssetReaderTrackOutput>> outputs;
     std::shared_ptr<ReaderShared> shared = std::make_shared<ReaderShared>();
     std::vector<CMPersistentTrackID> trackIDs;
+    CMTimeRange timeRange{kCMTimeZero, kCMTimePositiveInfinity};
 
     ~Impl() {
         for (auto& output : outputs) output->impl().stop();
@@ -384,6 +432,14 @@ bool AVAssetReader::canAddOutput(const AVAssetReaderOutputRef& output) const {
            impl.trackIDs.end();
 }
 
+void AVAssetReader::setTimeRange(CMTimeRange range) {
+    if (_impl->shared->status == AVAssetReaderStatusUnknown) _impl->timeRange = range;
+}
+
+CMTimeRange AVAssetReader::timeRange() const {
+    return _impl->timeRange;
+}
+
 void AVAssetReader::addOutput(const AVAssetReaderOutputRef& output) {
     if (!canAddOutput(output)) return;
     auto trackOutput = std::static_pointer_cast<AVAssetReaderTrackOutput>(output);
@@ -402,7 +458,7 @@ bool AVAssetReader::startReading() {
     }
     for (auto& output : _impl->outputs) {
         ErrorRef error;
-        if (!output->impl().start(_impl->asset->URL(), &error)) {
+        if (!output->impl().start(_impl->asset->URL(), _impl->timeRange, &error)) {
             shared.fail(error);
             for (auto& o : _impl->outputs) o->impl().stop();
             return false;

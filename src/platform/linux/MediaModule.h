@@ -21,11 +21,12 @@
 #include "platform/linux/FramePicture.h"
 #include "platform/linux/ImageCodecs.h"
 #include "platform/linux/LoadableModule.h"
+#include "platform/linux/SyncFrames.h"
 
 namespace platform::media {
 
 // Raised whenever the table changes, so that a module left from another build is refused.
-inline constexpr int kModuleVersion = 2;
+inline constexpr int kModuleVersion = 3;
 inline constexpr const char* kModuleFileName = "unwarp-media.so";
 // The module's one exported function: `const modules::ModuleHeader* unwarp_media_module()`,
 // the header of its ModuleApi.
@@ -41,6 +42,8 @@ struct ModuleApi {
     decltype(&AVAssetReader::outputs) readerOutputs;
     decltype(&AVAssetReader::canAddOutput) readerCanAddOutput;
     decltype(&AVAssetReader::addOutput) readerAddOutput;
+    decltype(&AVAssetReader::setTimeRange) readerSetTimeRange;
+    decltype(&AVAssetReader::timeRange) readerTimeRange;
     decltype(&AVAssetReader::startReading) readerStartReading;
     decltype(&AVAssetReader::cancelReading) readerCancelReading;
     decltype(&AVAssetReader::status) readerStatus;
@@ -97,6 +100,7 @@ struct ModuleApi {
     decltype(&codecs::heifCanEncode) heifCanEncode;
 
     decltype(&pictureOfYCbCrFrame) framePicture;
+    decltype(&firstSyncFrameBetween) syncFrame;
 };
 
 // The module's table, loading it on the first call (thread-safe, once per process). Null with

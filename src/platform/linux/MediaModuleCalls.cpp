@@ -69,6 +69,13 @@ std::optional<platform::Bitmap> platform::media::pictureOfYCbCrFrame(const CVPix
     return loadedModule().framePicture(frame);
 }
 
+std::optional<CMTime> platform::media::firstSyncFrameBetween(const std::string& path,
+                                                             std::int32_t trackID, double from,
+                                                             double to) {
+    // Asked about a track of an asset the module opened, so the module is loaded.
+    return loadedModule().syncFrame(path, trackID, from, to);
+}
+
 std::shared_ptr<AVAssetReader> AVAssetReader::assetReaderWithAsset(AVAssetRef asset,
                                                                    ErrorRef* error) {
     const ModuleApi* api = loadModule(error);
@@ -85,6 +92,12 @@ bool AVAssetReader::canAddOutput(const AVAssetReaderOutputRef& output) const {
 }
 void AVAssetReader::addOutput(const AVAssetReaderOutputRef& output) {
     call<&ModuleApi::readerAddOutput>(this, output);
+}
+void AVAssetReader::setTimeRange(CMTimeRange range) {
+    call<&ModuleApi::readerSetTimeRange>(this, range);
+}
+CMTimeRange AVAssetReader::timeRange() const {
+    return call<&ModuleApi::readerTimeRange>(this);
 }
 bool AVAssetReader::startReading() {
     return call<&ModuleApi::readerStartReading>(this);

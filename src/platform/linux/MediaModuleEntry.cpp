@@ -14,6 +14,8 @@ const ModuleApi kApi{
     .readerOutputs = &AVAssetReader::outputs,
     .readerCanAddOutput = &AVAssetReader::canAddOutput,
     .readerAddOutput = &AVAssetReader::addOutput,
+    .readerSetTimeRange = &AVAssetReader::setTimeRange,
+    .readerTimeRange = &AVAssetReader::timeRange,
     .readerStartReading = &AVAssetReader::startReading,
     .readerCancelReading = &AVAssetReader::cancelReading,
     .readerStatus = &AVAssetReader::status,
@@ -63,6 +65,7 @@ const ModuleApi kApi{
     .heifEncode = &codecs::heifEncode,
     .heifCanEncode = &codecs::heifCanEncode,
     .framePicture = &pictureOfYCbCrFrame,
+    .syncFrame = &firstSyncFrameBetween,
 };
 
 }  // namespace
