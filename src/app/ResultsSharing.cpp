@@ -70,7 +70,7 @@ ShareOutcome runShare(const std::vector<VRAssetRef>& assets,
 int reportStatus(const ShareOutcome& outcome) {
     const auto status = outcome.status.value_or(VRExportShareStatusFailed);
     if (status == VRExportShareStatusDone) return 0;
-    std::cerr << "unwarp: " << VRExportShareStatusMessage(status, "Unwarp") << "\n";
+    std::cerr << "unwarp: " << VRExportShareStatusMessage(status, kApplicationName) << "\n";
     return 1;
 }
 
@@ -152,7 +152,8 @@ int saveToAlbums(const std::vector<VRAssetRef>& assets, bool json) {
     }
     const AlbumSave saved = saveIntoAlbums(assets);
     if (saved.status != VRExportShareStatusDone) {
-        std::cerr << "unwarp: " << VRExportShareStatusMessage(saved.status, "Unwarp") << "\n";
+        std::cerr << "unwarp: " << VRExportShareStatusMessage(saved.status, kApplicationName)
+                  << "\n";
         return 1;
     }
     if (json)

@@ -15,6 +15,9 @@
 
 namespace app::results {
 
+// The application's name in the words of the sharing and saving outcomes.
+inline constexpr const char* kApplicationName = "Unwarp";
+
 // Shares the assets into `folder` (or, without one, by mail through xdg-email) by the export
 // rules, printing one path a file written (or attached): custom names from `baseName` when
 // given (stored as the last base name, as the name prompt does) or when exportFilenameType

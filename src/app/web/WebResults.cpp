@@ -24,9 +24,6 @@ namespace {
 using nlohmann::json;
 using platform::FileManager;
 
-// The application's name in the words of the sharing outcomes.
-constexpr const char* kAppName = "Unwarp";
-
 json storeItemJSON(std::size_t index, const VRAssetRef& asset) {
     json item{{"index", index}};
     if (!asset) return item;
@@ -78,8 +75,8 @@ Reply namePrompt(WebSession& session, const httplib::Request& request) {
     if (!body) return Reply::error(400, "The request is no JSON object.");
     auto assets = namedAssets(session, *body);
     if (assets.empty())
-        return Reply::error(
-            400, VRExportShareStatusMessage(VRExportShareStatusEmptySelection, kAppName));
+        return Reply::error(400, VRExportShareStatusMessage(VRExportShareStatusEmptySelection,
+                                                            results::kApplicationName));
     auto prompt = sharingNamePromptForCount(assets.size(), extensionsOf(assets));
     if (!prompt) return Reply::json({{"ask", false}});
     const std::string name = stringMember(*body, "name", prompt->name);
@@ -126,8 +123,8 @@ Reply share(WebSession& session, const httplib::Request& request) {
     if (!body) return Reply::error(400, "The request is no JSON object.");
     auto assets = namedAssets(session, *body);
     if (assets.empty())
-        return Reply::error(
-            400, VRExportShareStatusMessage(VRExportShareStatusEmptySelection, kAppName));
+        return Reply::error(400, VRExportShareStatusMessage(VRExportShareStatusEmptySelection,
+                                                            results::kApplicationName));
     auto folder = shareFolder(session, *body);
     if (!folder)
         return Reply::error(403,
@@ -141,10 +138,10 @@ Reply share(WebSession& session, const httplib::Request& request) {
     if (exported.code != 0)
         return Reply::error(500, exported.error ? exported.error->localizedDescription()
                                                 : "The files were not all written.");
-    return Reply::json(
-        {{"folder", *folder},
-         {"files", exported.written},
-         {"message", VRExportShareStatusMessage(VRExportShareStatusDone, kAppName)}});
+    return Reply::json({{"folder", *folder},
+                        {"files", exported.written},
+                        {"message", VRExportShareStatusMessage(VRExportShareStatusDone,
+                                                               results::kApplicationName)}});
 }
 
 // The save action as the share sheet would offer it: its title for the named results, or
@@ -175,9 +172,10 @@ Reply saveToAlbums(WebSession& session, const httplib::Request& request) {
     auto assets = namedAssets(session, *body);
     const auto saved = assets.empty() ? results::AlbumSave{VRExportShareStatusEmptySelection, {}}
                                       : results::saveIntoAlbums(assets);
-    return Reply::json({{"status", static_cast<int>(saved.status)},
-                        {"title", saved.title},
-                        {"message", VRExportShareStatusMessage(saved.status, kAppName)}});
+    return Reply::json(
+        {{"status", static_cast<int>(saved.status)},
+         {"title", saved.title},
+         {"message", VRExportShareStatusMessage(saved.status, results::kApplicationName)}});
 }
 
 Reply clearStored(const httplib::Request& request) {
